@@ -1,0 +1,14 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+// One run of the terminal client, as parsed from its command line.
+struct Invocation {
+    QString command;
+    QStringList args; // positional words after the command
+    bool json = false;
+    QString user;
+    QString token;
+    double every = 0;
+};

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <exception>
+
+// Exit statuses: a contract with scripts that drive the client.
+enum ExitCode {
+    Done = 0,
+    Refused = 1,     // the server said no (its reason on stderr)
+    Usage = 2,
+    SignedOut = 3,   // not signed in, or the session ended
+    Unreachable = 4, // the server cannot be reached and there is no copy to show
+};
+
+namespace Outcome {
+
+// Says on stderr why a command failed and gives its exit status.
+int report(const std::exception_ptr &error);
+
+// "You are not signed in." with the way in; exit status SignedOut.
+int notSignedIn();
+
+} // namespace Outcome

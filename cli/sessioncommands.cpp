@@ -1,0 +1,186 @@
+#include "sessioncommands.h"
+
+#include "console.h"
+#include "outcome.h"
+#include "session/session.h"
+#include "text/l.h"
+
+using namespace Qt::StringLiterals;
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QMetaEnum>
+
+namespace {
+
+Session &session()
+{
+    return *Session::shared();
+}
+
+QString exitName(Session::Exit exit)
+{
+    switch (exit) {
+    case Session::Exit::Fresh: return u"fresh"_s;
+    case Session::Exit::SignedOut: return u"signedOut"_s;
+    case Session::Exit::Expired: return u"expired"_s;
+    case Session::Exit::Deleted: return u"deleted"_s;
+    }
+    return {};
+}
+
+QString signedInAs(const Session &s)
+{
+    return L::t(u"מחוברים בתור %1 (%2)"_s, u"Signed in as %1 (%2)"_s,
+                u"Вы вошли как %1 (%2)"_s)
+        .arg(s.label(), s.role());
+}
+
+} // namespace
+
+namespace SessionCommands {
+
+QCoro::Task<bool> signedIn()
+{
+    co_await session().boot();
+    if (session().gate() == Session::Gate::Out) {
+        Outcome::notSignedIn();
+        co_return false;
+    }
+    co_return true;
+}
+
+QCoro::Task<int> login(Invocation in)
+{
+    if (in.user.isEmpty() == in.token.isEmpty()) {
+        Console::err(L::t(u"יש לציין ‎--user NAME‎ או ‎--token TOKEN‎."_s,
+                          u"Give either --user NAME or --token TOKEN."_s,
+                          u"Укажите --user NAME или --token TOKEN."_s));
+        co_return Usage;
+    }
+    try {
+        if (!in.token.isEmpty()) {
+            co_await session().signIn(in.token);
+        } else {
+            const QString password = Console::readSecret(
+                L::t(u"סיסמה: "_s, u"Password: "_s, u"Пароль: "_s));
+            co_await session().signIn(in.user, password);
+        }
+    } catch (...) {
+        co_return Outcome::report(std::current_exception());
+    }
+    Console::err(signedInAs(session()));
+    co_return Done;
+}
+
+QCoro::Task<int> whoami(Invocation in)
+{
+    co_await session().boot();
+    const Session &s = session();
+    const Session::Gate gate = s.gate();
+    if (in.json) {
+        QJsonObject out{{u"gate"_s, Session::gateName(gate)},
+                        {u"user"_s, s.user()},
+                        {u"role"_s, s.role()},
+                        {u"pages"_s, QJsonArray::fromStringList(s.pages())}};
+        if (gate == Session::Gate::Out) {
+            out.insert(u"exit"_s, exitName(s.exit()));
+            out.insert(u"message"_s, s.exitText());
+        } else {
+            out.insert(u"email"_s, s.email());
+            out.insert(u"label"_s, s.label());
+            out.insert(u"workspace"_s, s.workspace());
+            out.insert(u"voice_live"_s, s.voiceLive());
+        }
+        Console::json(out);
+    }
+    switch (gate) {
+    case Session::Gate::Out:
+        if (!in.json)
+            Outcome::notSignedIn();
+        co_return SignedOut;
+    case Session::Gate::Checking:
+        // A cookie, but neither the server nor a saved profile to say whose.
+        Console::err(L::t(u"אין חיבור לשרת ואין פרופיל שמור להצגה."_s,
+                          u"Cannot reach the server, and there is no saved profile to show."_s,
+                          u"Нет связи с сервером, и сохранённого профиля нет."_s));
+        co_return Unreachable;
+    case Session::Gate::Offline:
+        Console::err(L::t(u"אין חיבור לשרת: מוצג הפרופיל השמור."_s,
+                          u"Cannot reach the server: showing the saved profile."_s,
+                          u"Нет связи с сервером: показан сохранённый профиль."_s));
+        break;
+    case Session::Gate::Ready:
+        break;
+    }
+    if (!in.json) {
+        Console::out(signedInAs(s));
+        if (!s.email().isEmpty())
+            Console::out(L::t(u"דוא״ל: %1"_s, u"E-mail: %1"_s,
+                              u"Эл. почта: %1"_s)
+                             .arg(s.email()));
+        Console::out(L::t(u"דפים: %1"_s, u"Pages: %1"_s,
+                          u"Разделы: %1"_s)
+                         .arg(s.isOwner() ? L::t(u"הכול"_s, u"all"_s,
+                                                 u"все"_s)
+                                          : s.pages().join(u", "_s)));
+        if (!s.workspace().isEmpty())
+            Console::out(L::t(u"סביבת עבודה: %1"_s, u"Workspace: %1"_s,
+                              u"Рабочее пространство: %1"_s)
+                             .arg(s.workspace()));
+    }
+    co_return Done;
+}
+
+QCoro::Task<int> logout(Invocation)
+{
+    co_await session().boot();
+    if (session().gate() == Session::Gate::Out)
+        co_return Outcome::notSignedIn();
+    co_await session().signOut();
+    Console::err(session().exitText());
+    co_return Done;
+}
+
+QCoro::Task<int> deleteAccount(Invocation)
+{
+    if (!co_await signedIn())
+        co_return SignedOut;
+    if (co_await session().deleteAccount()) {
+        Console::err(session().exitText());
+        co_return Done;
+    }
+    Console::err(L::t(u"החשבון לא נמחק."_s, u"The account was not deleted."_s,
+                      u"Аккаунт не удалён."_s));
+    co_return Refused;
+}
+
+QCoro::Task<int> prefs(Invocation in)
+{
+    const bool setting = !in.args.isEmpty() && in.args.first() == u"set";
+    if (setting ? in.args.size() != 3 : !in.args.isEmpty()) {
+        Console::err(L::t(u"שימוש: prefs [set KEY VALUE]"_s,
+                          u"Usage: prefs [set KEY VALUE]"_s,
+                          u"Использование: prefs [set KEY VALUE]"_s));
+        co_return Usage;
+    }
+    if (!co_await signedIn())
+        co_return SignedOut;
+    if (setting) {
+        try {
+            co_await session().setPref(in.args.at(1), in.args.at(2));
+        } catch (...) {
+            co_return Outcome::report(std::current_exception());
+        }
+    }
+    const QVariantMap prefs = session().prefs();
+    if (in.json) {
+        Console::json(QJsonObject::fromVariantMap(prefs));
+    } else if (!setting) {
+        for (auto it = prefs.begin(); it != prefs.end(); ++it)
+            Console::out(it.key() + u" = "_s + it.value().toString());
+    }
+    co_return Done;
+}
+
+} // namespace SessionCommands

@@ -1,0 +1,459 @@
+#include "api.h"
+
+#include "buildinfo.h"
+#include "identity.h"
+#include "networkmanager.h"
+#include "projectcache.h"
+#include "serveraddress.h"
+#include "setcookie.h"
+
+using namespace Qt::StringLiterals;
+
+#include <QCoroNetworkReply>
+#include <QCoroWebSocket>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QLoggingCategory>
+#include <QNetworkAccessManager>
+#include <QPointer>
+#include <QRegularExpression>
+#include <QWebSocket>
+
+#include <charconv>
+#include <cmath>
+
+Q_LOGGING_CATEGORY(lcNet, "halvenmark.net", QtWarningMsg)
+
+namespace {
+
+constexpr int defaultTimeoutMs = 60'000;
+constexpr qint64 socketMessageLimit = 8 * 1024 * 1024;
+const QByteArray haveHeader = "X-RB-Have"_ba;
+const QByteArray cookiePrefix = "rb_web_session="_ba;
+
+Identity *currentIdentity = nullptr;
+
+const ServerAddress &address()
+{
+    // Read once: after first use the server never changes for this process.
+    static const ServerAddress configured = ServerAddress::configured();
+    return configured;
+}
+
+QString sessionCookie()
+{
+    return currentIdentity ? currentIdentity->cookie() : QString();
+}
+
+QString sessionUser()
+{
+    return currentIdentity ? currentIdentity->user() : QString();
+}
+
+QNetworkRequest plainRequest(const QString &path)
+{
+    QNetworkRequest request(Api::url(path));
+    request.setTransferTimeout(defaultTimeoutMs);
+    request.setRawHeader("User-Agent", Api::userAgent().toUtf8());
+    // The session cookie is the one header we set ourselves; nothing automatic.
+    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
+    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
+    return request;
+}
+
+void setJsonBody(Api::Request &r, const QJsonObject &body)
+{
+    r.request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json"_ba);
+    r.body = QJsonDocument(body).toJson(QJsonDocument::Compact);
+}
+
+Api::Request openRequest(const QString &path, const QByteArray &method,
+                         std::optional<QJsonObject> body = std::nullopt)
+{
+    Api::Request r{plainRequest(path), method, {}};
+    if (body)
+        setJsonBody(r, *body);
+    return r;
+}
+
+struct DeleteLater {
+    void operator()(QObject *o) const { o->deleteLater(); }
+};
+
+// Only the wire: a reply with any HTTP status, or a TransportError when there was none.
+QCoro::Task<Api::Reply> transmit(Api::Request r)
+{
+    std::unique_ptr<QNetworkReply, DeleteLater> reply(
+        Network::manager()->sendCustomRequest(r.request, r.method, r.body));
+    co_await reply.get();
+    const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    const QString shown = r.request.url().path();
+    if (status == 0) {
+        qCDebug(lcNet) << r.method << shown << "failed:" << reply->errorString();
+        throw Api::TransportError(reply->error(), reply->errorString());
+    }
+    qCDebug(lcNet).noquote() << r.method << shown << "→" << status;
+    co_return Api::Reply{reply->readAll(), status, reply->rawHeaderPairs()};
+}
+
+// A 401 to the cookie we hold now ends the session; one sent with an older cookie
+// (before a new sign-in) says nothing about the current one.
+void staleSessionCheck(const QNetworkRequest &request)
+{
+    if (!currentIdentity)
+        return;
+    const QString current = currentIdentity->cookie();
+    if (current.isEmpty() || request.rawHeader("Cookie") != cookiePrefix + current.toUtf8())
+        return;
+    currentIdentity->rejected();
+}
+
+QJsonObject objectOf(const QByteArray &data)
+{
+    const QJsonDocument doc = QJsonDocument::fromJson(data);
+    return doc.isObject() ? doc.object() : QJsonObject();
+}
+
+bool isProjectPath(const QString &path)
+{
+    return path.startsWith(u"webapi/projects/");
+}
+
+QString normalised(QString path)
+{
+    if (path.startsWith(u'/'))
+        path.remove(0, 1);
+    return path;
+}
+
+// The whole text as a decimal number of seconds (no blanks, no "inf").
+std::optional<double> refreshSeconds(const QByteArray &text)
+{
+    double value = 0;
+    const char *end = text.constData() + text.size();
+    const auto [ptr, ec] = std::from_chars(text.constData(), end, value);
+    if (text.isEmpty() || ec != std::errc() || ptr != end || !std::isfinite(value))
+        return std::nullopt;
+    return value;
+}
+
+QCoro::Task<Api::Reply> runGet(Api::Request request)
+{
+    try {
+        co_return co_await Api::exchange(request);
+    } catch (const Api::TransportError &error) {
+        if (!error.transient())
+            throw;
+        qCDebug(lcNet) << "retrying once after" << error.text;
+    }
+    co_return co_await Api::exchange(request);
+}
+
+QString cookieFromReply(const Api::Reply &reply)
+{
+    const auto cookie = SetCookie::sessionCookie({reply.header("Set-Cookie")});
+    if (!cookie || cookie->isEmpty())
+        throw Api::Failed(200, u"no session cookie in the reply"_s);
+    return *cookie;
+}
+
+} // namespace
+
+namespace Api {
+
+QUrl base()
+{
+    return address().url;
+}
+
+QString baseError()
+{
+    return address().error;
+}
+
+QString userAgent()
+{
+    const QString version = QString::fromUtf8(BuildInfo::version);
+    const QString build = QString::fromUtf8(BuildInfo::build);
+    return u"RelayboxApp/%1.%2 (%3; native)"_s
+        .arg(version.isEmpty() ? u"0"_s : version,
+             build.isEmpty() ? u"0"_s : build, QString::fromUtf8(BuildInfo::platform));
+}
+
+bool isEncoded(const QString &query)
+{
+    static const QRegularExpression encoded(
+        u"^(?:[A-Za-z0-9\\-._~!$&'()*+,;=:@/?]|%[0-9A-Fa-f]{2})*$"_s);
+    return query.contains(u'%') && encoded.match(query).hasMatch();
+}
+
+QUrl url(const QString &path)
+{
+    const QUrl root = base();
+    const QString trimmed = normalised(path);
+    const qsizetype mark = trimmed.indexOf(u'?');
+    const QString part = mark < 0 ? trimmed : trimmed.left(mark);
+    const QString query = mark < 0 ? QString() : trimmed.mid(mark + 1);
+
+    QUrl out = root;
+    QString rootPath = root.path(QUrl::FullyDecoded);
+    if (!rootPath.endsWith(u'/'))
+        rootPath += u'/';
+    // The path is plain text: whatever needs escaping is escaped, as a path component would be.
+    out.setPath(rootPath + part, QUrl::DecodedMode);
+    if (!query.isEmpty()) {
+        const QByteArray wire = isEncoded(query)
+                                    ? query.toUtf8()
+                                    : QUrl::toPercentEncoding(query, "!$&'()*+,;=:@/?");
+        out.setQuery(QString::fromLatin1(wire), QUrl::StrictMode);
+    }
+    return out.isValid() ? out : root;
+}
+
+void setIdentity(Identity *identity)
+{
+    currentIdentity = identity;
+}
+
+QHash<QString, double> &due()
+{
+    static QHash<QString, double> table;
+    return table;
+}
+
+QByteArray Reply::header(const QByteArray &name) const
+{
+    QByteArray out;
+    for (const auto &[key, value] : headers) {
+        if (key.compare(name, Qt::CaseInsensitive) != 0)
+            continue;
+        if (!out.isEmpty())
+            out += '\n';
+        out += value;
+    }
+    return out;
+}
+
+Request authorized(const QString &path, const QByteArray &method, std::optional<QJsonObject> body,
+                   const QString &cookie)
+{
+    const QString value = cookie.isEmpty() ? sessionCookie() : cookie;
+    if (value.isEmpty())
+        throw Unauthorized();
+    Request r = openRequest(path, method, std::move(body));
+    r.request.setRawHeader("Cookie", cookiePrefix + value.toUtf8());
+    return r;
+}
+
+QCoro::Task<Reply> exchange(Request request, QString backgroundID)
+{
+    // This platform has no suspended-app transfers of its own; a background send runs on the
+    // shared manager like any other until the background-transfer manager takes it over.
+    Q_UNUSED(backgroundID)
+    Reply reply = co_await transmit(request);
+    if (reply.status == 401) {
+        staleSessionCheck(request.request);
+        throw Unauthorized();
+    }
+    if (reply.status == 304 && request.request.hasRawHeader(haveHeader)) {
+        reply.data.clear();
+        co_return reply;
+    }
+    if (reply.status >= 200 && reply.status <= 299)
+        co_return reply;
+    throw failure(reply.status, reply.data);
+}
+
+QCoro::Task<QJsonObject> post(QString path, QJsonObject body, Options options)
+{
+    const Reply reply = co_await exchange(
+        authorized(path, "POST"_ba, std::move(body), options.cookie),
+        options.backgroundID);
+    co_return objectOf(reply.data);
+}
+
+QCoro::Task<QJsonObject> openPost(QJsonObject body, QString path)
+{
+    Request r = openRequest(path, "POST"_ba, std::move(body));
+    r.request.setTransferTimeout(30'000);
+    const Reply reply = co_await exchange(std::move(r));
+    co_return objectOf(reply.data);
+}
+
+QCoro::Task<QJsonObject> remove(QString path)
+{
+    const Reply reply = co_await exchange(authorized(path, "DELETE"_ba));
+    co_return objectOf(reply.data);
+}
+
+QCoro::Task<std::optional<QJsonValue>> raw(QString path, QByteArray method,
+                                           std::chrono::milliseconds timeout,
+                                           std::optional<QJsonObject> body)
+{
+    Request r = authorized(path, method, std::move(body));
+    r.request.setTransferTimeout(int(timeout.count()));
+    const Reply reply = co_await exchange(std::move(r));
+    // Wrapped in a list so a bare scalar parses too.
+    const QJsonDocument doc = QJsonDocument::fromJson("[" + reply.data + "]");
+    if (reply.data.trimmed().isEmpty() || !doc.isArray() || doc.array().size() != 1)
+        co_return std::nullopt;
+    co_return doc.array().first();
+}
+
+QCoro::Task<QByteArray> fetch(QString path)
+{
+    path = normalised(path);
+    const QString user = sessionUser();
+    Request request = authorized(path, "GET"_ba);
+    std::optional<QByteArray> saved;
+    try {
+        const Reply reply = co_await runGet(std::move(request));
+        if (isProjectPath(path))
+            ProjectCache::write(reply.data, path, user);
+        co_return reply.data;
+    } catch (const TransportError &) {
+        if (isProjectPath(path))
+            saved = ProjectCache::read(path, user);
+        if (!saved)
+            throw;
+    }
+    qCInfo(lcNet) << "offline: serving the saved copy of" << path;
+    co_return *saved;
+}
+
+QString filenameFor(const QByteArray &contentDisposition, const QString &path)
+{
+    const QString header = QString::fromLatin1(contentDisposition);
+    static const QRegularExpression extended(u"filename\\*=UTF-8''([^;]*)"_s,
+                                             QRegularExpression::CaseInsensitiveOption);
+    static const QRegularExpression plain(u"filename=(\"([^\"]*)\"|[^;]*)"_s,
+                                          QRegularExpression::CaseInsensitiveOption);
+    if (const auto m = extended.match(header); m.hasMatch()) {
+        const QString name = QUrl::fromPercentEncoding(m.captured(1).trimmed().toLatin1());
+        if (!name.isEmpty())
+            return name;
+    }
+    if (const auto m = plain.match(header); m.hasMatch()) {
+        const QString name = m.capturedLength(2) ? m.captured(2) : m.captured(1).trimmed();
+        if (!name.isEmpty())
+            return QString::fromUtf8(name.toLatin1());
+    }
+    QString page = normalised(path);
+    page = page.left(page.indexOf(u'?') < 0 ? page.size() : page.indexOf(u'?'));
+    return QUrl::fromPercentEncoding(page.section(u'/', -1).toUtf8());
+}
+
+QCoro::Task<Named> fetchNamed(QString path)
+{
+    const Reply reply = co_await runGet(authorized(path, "GET"_ba));
+    co_return Named{reply.data, filenameFor(reply.header("Content-Disposition"), path)};
+}
+
+QCoro::Task<AnyPage> page(QString path, Decoder decode)
+{
+    path = normalised(path);
+    const QString user = sessionUser();
+    Request request = authorized(path, "GET"_ba);
+    const std::optional<QByteArray> saved = ProjectCache::read(path, user);
+    const QString have = saved ? ProjectCache::digest(*saved) : QString();
+    if (saved)
+        request.request.setRawHeader(haveHeader, have.toLatin1());
+
+    std::exception_ptr failed;
+    try {
+        const Reply reply = co_await runGet(std::move(request));
+        if (const auto seconds = refreshSeconds(reply.header("X-RB-Refreshing")))
+            due().insert(path, *seconds);
+        if (reply.status == 304)
+            co_return AnyPage{decode(*saved), have, Source::Unchanged};
+        AnyPage fresh{decode(reply.data), ProjectCache::digest(reply.data)};
+        ProjectCache::write(reply.data, path, user);
+        co_return fresh;
+    } catch (const TransportError &) {
+        failed = std::current_exception();
+    } catch (const Failed &error) {
+        if (!error.unreachable())
+            throw;
+        failed = std::current_exception();
+    }
+    // The server cannot be reached: the copy from disk, when there is one that still decodes.
+    if (saved) {
+        try {
+            AnyPage offline{decode(*saved), have, Source::Saved};
+            qCInfo(lcNet) << "offline: serving the saved copy of" << path;
+            co_return offline;
+        } catch (const DecodeError &) {
+        }
+    }
+    std::rethrow_exception(failed);
+}
+
+QCoro::Task<Reply> upload(QString path, Upload parts, Options options)
+{
+    Request r = authorized(path, "POST"_ba, std::nullopt, options.cookie);
+    const QString boundary = Multipart::newBoundary();
+    r.request.setHeader(QNetworkRequest::ContentTypeHeader, Multipart::contentType(boundary));
+    r.request.setTransferTimeout(120'000);
+    r.body = Multipart::body(boundary, parts.fields, parts.file);
+    co_return co_await exchange(std::move(r), options.backgroundID);
+}
+
+QCoro::Task<bool> PendingSocket::open()
+{
+    QPointer<QWebSocket> guard = socket.get();
+    const bool connected = co_await qCoro(guard.data()).open(request, 15s);
+    co_return connected && guard;
+}
+
+PendingSocket socket(const QString &path)
+{
+    const QString cookie = sessionCookie();
+    if (cookie.isEmpty())
+        throw Unauthorized();
+    QUrl address = url(path);
+    address.setScheme(address.scheme() == u"http" ? u"ws"_s : u"wss"_s);
+    QNetworkRequest request(address);
+    request.setTransferTimeout(15'000);
+    request.setRawHeader("Cookie", cookiePrefix + cookie.toUtf8());
+    request.setRawHeader("User-Agent", userAgent().toUtf8());
+    auto ws = std::make_unique<QWebSocket>();
+    ws->setMaxAllowedIncomingMessageSize(socketMessageLimit);
+    return PendingSocket{std::move(ws), request};
+}
+
+QCoro::Task<Login> login(QString username, QString password)
+{
+    // Built before the co_await: GCC 12 miscompiles initializer lists that span one.
+    QJsonObject credentials;
+    credentials.insert(u"username"_s, username);
+    credentials.insert(u"password"_s, password);
+    const Reply reply =
+        co_await transmit(openRequest(u"webapi/auth/login"_s, "POST"_ba, credentials));
+    if (reply.status != 200)
+        throw failure(reply.status, reply.data);
+    Login out{cookieFromReply(reply), username, u"user"_s};
+    const QJsonObject body = objectOf(reply.data);
+    if (body.value(u"user").isString())
+        out.user = body.value(u"user").toString();
+    if (body.value(u"role").isString())
+        out.role = body.value(u"role").toString();
+    co_return out;
+}
+
+QCoro::Task<QString> exchange(QString token)
+{
+    QJsonObject body;
+    body.insert(u"token"_s, token);
+    const Reply reply =
+        co_await transmit(openRequest(u"webapi/auth/session"_s, "POST"_ba, body));
+    if (reply.status != 200)
+        throw failure(reply.status, reply.data);
+    co_return cookieFromReply(reply);
+}
+
+QCoro::Task<Reply> openGet(QString path)
+{
+    co_return co_await exchange(openRequest(path, "GET"_ba));
+}
+
+} // namespace Api

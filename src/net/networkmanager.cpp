@@ -1,0 +1,36 @@
+#include "networkmanager.h"
+
+#include <QCoreApplication>
+#include <QNetworkAccessManager>
+#include <QNetworkCookie>
+#include <QNetworkCookieJar>
+#include <QPointer>
+
+namespace {
+
+// Set-Cookie replies are read by hand where they matter; nothing is kept or replayed.
+class NoCookies : public QNetworkCookieJar
+{
+public:
+    using QNetworkCookieJar::QNetworkCookieJar;
+    QList<QNetworkCookie> cookiesForUrl(const QUrl &) const override { return {}; }
+    bool setCookiesFromUrl(const QList<QNetworkCookie> &, const QUrl &) override { return false; }
+};
+
+QPointer<QNetworkAccessManager> shared;
+
+} // namespace
+
+namespace Network {
+
+QNetworkAccessManager *manager()
+{
+    if (!shared) {
+        shared = new QNetworkAccessManager(QCoreApplication::instance());
+        shared->setCookieJar(new NoCookies(shared));
+        shared->setRedirectPolicy(QNetworkRequest::SameOriginRedirectPolicy);
+    }
+    return shared;
+}
+
+} // namespace Network

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <optional>
+
+namespace AtomicFile {
+
+enum class Access { Default, OwnerOnly };
+
+// Replaces the file in one step: readers see the old bytes or the new, never a mix.
+// Creates the parent folder. Returns false (and leaves the old file) on any failure.
+bool write(const QString &path, const QByteArray &bytes, Access access = Access::Default);
+
+// The whole file, or nothing when it is missing or unreadable.
+std::optional<QByteArray> read(const QString &path);
+
+} // namespace AtomicFile

@@ -1,0 +1,380 @@
+#include "session.h"
+
+#include "coachengine.h"
+#include "net/api.h"
+#include "net/projectcache.h"
+#include "platform/appdata.h"
+#include "platform/atomicfile.h"
+#include "platform/secretstore.h"
+#include "text/l.h"
+
+using namespace Qt::StringLiterals;
+
+#include <QCryptographicHash>
+#include <QFile>
+#include <QJsonDocument>
+#include <QLoggingCategory>
+#include <QPointer>
+
+Q_LOGGING_CATEGORY(lcSession, "halvenmark.session", QtWarningMsg)
+
+namespace {
+
+Session *sharedSession = nullptr;
+
+const QString langKey = u"lang"_s;
+
+// Runs one tear-down step; a failing step never stops the ones after it.
+template<class F>
+void step(const char *name, F &&f)
+{
+    try {
+        f();
+    } catch (const std::exception &e) {
+        qCWarning(lcSession) << "sign-out step" << name << "failed:" << e.what();
+    } catch (...) {
+        qCWarning(lcSession) << "sign-out step" << name << "failed";
+    }
+}
+
+} // namespace
+
+Session::Session(std::unique_ptr<SecretStore> secrets, QObject *parent)
+    : QObject(parent)
+    , m_secrets(std::move(secrets))
+    , m_coach(new CoachEngine(this))
+    , m_gate(Gate::Checking)
+{
+    Q_ASSERT(!sharedSession);
+    sharedSession = this;
+    Api::setIdentity(this);
+}
+
+Session::~Session()
+{
+    if (sharedSession == this) {
+        sharedSession = nullptr;
+        Api::setIdentity(nullptr);
+    }
+}
+
+Session *Session::shared()
+{
+    return sharedSession;
+}
+
+QString Session::exitText(Exit exit)
+{
+    switch (exit) {
+    case Exit::Fresh:
+        return L::t(u"היכנסו עם פרטי הכניסה הקבועים שלכם."_s,
+                    u"Sign in with your permanent credentials."_s,
+                    u"Войдите с постоянными учётными данными."_s);
+    case Exit::SignedOut:
+        return L::t(u"יצאתם מהחשבון."_s, u"Signed out."_s,
+                    u"Вы вышли из аккаунта."_s);
+    case Exit::Expired:
+        return L::t(u"ההתחברות הסתיימה. היכנסו כדי להמשיך."_s,
+                    u"Your session ended. Sign in to continue."_s,
+                    u"Сеанс завершён. Войдите, чтобы продолжить."_s);
+    case Exit::Deleted:
+        return L::t(u"החשבון שלכם נמחק."_s, u"Your account was deleted."_s,
+                    u"Ваш аккаунт удалён."_s);
+    }
+    return {};
+}
+
+QString Session::gateName(Gate gate)
+{
+    switch (gate) {
+    case Gate::Out: return u"out"_s;
+    case Gate::Checking: return u"checking"_s;
+    case Gate::Offline: return u"offline"_s;
+    case Gate::Ready: return u"ready"_s;
+    }
+    return {};
+}
+
+QStringList Session::pages() const
+{
+    QStringList out(m_profile.pages.begin(), m_profile.pages.end());
+    out.sort();
+    return out;
+}
+
+QVariantMap Session::prefs() const
+{
+    QVariantMap out;
+    for (auto it = m_profile.prefs.begin(); it != m_profile.prefs.end(); ++it)
+        out.insert(it.key(), it.value());
+    return out;
+}
+
+QString Session::sessionHash(const QString &cookie)
+{
+    return QString::fromLatin1(
+        QCryptographicHash::hash(cookie.toUtf8(), QCryptographicHash::Sha256).toHex());
+}
+
+QString Session::sessionHash() const
+{
+    return sessionHash(m_cookie);
+}
+
+QString Session::offlineProfileFile() const
+{
+    return AppData::path(u"session-profile.json"_s);
+}
+
+void Session::onForget(std::function<void()> hook)
+{
+    m_forgetHooks.push_back(std::move(hook));
+}
+
+void Session::setGate(Gate gate, Exit exit)
+{
+    if (m_gate == gate && m_exit == exit)
+        return;
+    m_gate = gate;
+    m_exit = exit;
+    emit gateChanged();
+}
+
+void Session::setProfile(const Profile &profile)
+{
+    if (m_profile == profile)
+        return;
+    m_profile = profile;
+    emit profileChanged();
+}
+
+void Session::applyLanguage(const QHash<QString, QString> &prefs)
+{
+    const QString lang = prefs.value(langKey);
+    if (!lang.isEmpty())
+        L::set(lang);
+}
+
+QCoro::Task<> Session::boot()
+{
+    QPointer<Session> self(this);
+    setGate(Gate::Checking);
+    const std::optional<QString> stored = co_await m_secrets->read(QString::fromLatin1(cookieItem));
+    if (!self)
+        co_return;
+    m_cookie = stored.value_or(QString());
+    if (m_cookie.isEmpty()) {
+        setGate(Gate::Out, Exit::Fresh);
+        co_return;
+    }
+    const bool restored = restoreOfflineProfile();
+    if (restored)
+        primeTabPages(); // runs on by itself; the session does not wait for it
+
+    const QString cookie = m_cookie;
+    try {
+        co_await refresh();
+        if (!self)
+            co_return;
+        setGate(Gate::Ready);
+    } catch (const Api::Unauthorized &) {
+        // A 401 to this cookie has already signed out; a profile that says "not signed in" has not.
+        if (self && signedIn() && m_cookie == cookie)
+            forget(Exit::Expired);
+    } catch (const std::exception &e) {
+        qCInfo(lcSession) << "boot could not reach the server:" << e.what();
+        if (self && restored && signedIn())
+            setGate(Gate::Offline);
+    }
+}
+
+QCoro::Task<> Session::refresh()
+{
+    QPointer<Session> self(this);
+    // Both requests are in flight together; QCoro tasks start at once.
+    QCoro::Task<Api::Page<Prefs>> prefsRead = Api::page<Prefs>(u"webapi/prefs"_s);
+    std::exception_ptr failed;
+    Me me;
+    try {
+        me = (co_await Api::page<Me>(u"webapi/me"_s)).value;
+    } catch (...) {
+        failed = std::current_exception();
+    }
+    std::optional<Prefs> prefs;
+    try {
+        prefs = (co_await prefsRead).value;
+    } catch (...) {
+        if (!failed)
+            failed = std::current_exception();
+    }
+    if (failed)
+        std::rethrow_exception(failed);
+    if (!self)
+        co_return;
+    if (!me.authenticated)
+        throw Api::Unauthorized();
+
+    Profile next = me.profile;
+    next.prefs = prefs->prefs;
+    if (next.user != m_profile.user || !next.isOwner())
+        m_coach->close();
+    setProfile(next);
+    if (next.prefs.value(langKey).isEmpty()) {
+        // The server learns the language the app is showing; the profile stands without it.
+        try {
+            co_await setPref(langKey, L::current());
+        } catch (const std::exception &e) {
+            qCInfo(lcSession) << "could not store the language preference:" << e.what();
+        }
+        if (!self)
+            co_return;
+    } else {
+        applyLanguage(next.prefs);
+    }
+    saveOfflineProfile();
+}
+
+QCoro::Task<> Session::signIn(QString username, QString password)
+{
+    QPointer<Session> self(this);
+    const Api::Login login = co_await Api::login(username, password);
+    if (!self)
+        co_return;
+    co_await adopt(login.cookie);
+    if (!self)
+        co_return;
+    Profile known;
+    known.user = login.user;
+    known.role = login.role;
+    setProfile(known);
+    co_await refresh();
+    if (self)
+        setGate(Gate::Ready);
+}
+
+QCoro::Task<> Session::signIn(QString token)
+{
+    QPointer<Session> self(this);
+    const QString cookie = co_await Api::exchange(token);
+    if (!self)
+        co_return;
+    co_await adopt(cookie);
+    if (!self)
+        co_return;
+    co_await refresh();
+    if (self)
+        setGate(Gate::Ready);
+}
+
+QCoro::Task<> Session::adopt(QString cookie)
+{
+    m_cookie = cookie;
+    m_coach->close();
+    if (!co_await m_secrets->write(QString::fromLatin1(cookieItem), cookie))
+        qCWarning(lcSession) << "the session cookie could not be saved; it lasts for this run only";
+}
+
+QCoro::Task<> Session::signOut()
+{
+    QPointer<Session> self(this);
+    try {
+        co_await Api::post(u"webapi/auth/logout"_s, QJsonObject());
+    } catch (...) {
+        // Signing out locally never depends on the server.
+    }
+    if (!self)
+        co_return;
+    m_coach->close();
+    forget(Exit::SignedOut);
+}
+
+void Session::forget(Exit exit)
+{
+    step("cookie", [&] { m_cookie.clear(); });
+    step("keychain", [&] { m_secrets->remove(QString::fromLatin1(cookieItem)); });
+    step("profile file", [&] {
+        if (QFile::exists(offlineProfileFile()))
+            QFile::remove(offlineProfileFile());
+    });
+    for (const auto &hook : m_forgetHooks)
+        step("reset hook", hook);
+    step("page cache", [] { ProjectCache::clear(); });
+    step("profile", [&] { setProfile(Profile()); });
+    setGate(Gate::Out, exit);
+}
+
+void Session::rejected()
+{
+    m_coach->close();
+    if (signedIn())
+        forget(Exit::Expired);
+}
+
+QCoro::Task<bool> Session::deleteAccount()
+{
+    QPointer<Session> self(this);
+    QJsonObject reply;
+    try {
+        reply = co_await Api::post(u"webapi/auth/delete-account"_s, QJsonObject());
+    } catch (const std::exception &e) {
+        qCInfo(lcSession) << "delete-account failed:" << e.what();
+        co_return false;
+    }
+    if (!self || reply.value(u"deleted") != QJsonValue(true))
+        co_return false;
+    m_coach->close();
+    forget(Exit::Deleted);
+    co_return true;
+}
+
+QCoro::Task<> Session::setPref(QString key, QString value)
+{
+    if (key == langKey)
+        L::set(value);
+    Profile next = m_profile;
+    next.prefs.insert(key, value);
+    setProfile(next);
+    QJsonObject body;
+    body.insert(key, value);
+    co_await Api::post(u"webapi/prefs"_s, body);
+}
+
+void Session::saveOfflineProfile() const
+{
+    const OfflineProfile copy{sessionHash(), m_profile};
+    if (!AtomicFile::write(offlineProfileFile(), QJsonDocument(copy.toJson()).toJson(),
+                           AtomicFile::Access::OwnerOnly))
+        qCWarning(lcSession) << "the offline profile could not be saved";
+}
+
+bool Session::restoreOfflineProfile()
+{
+    const auto bytes = AtomicFile::read(offlineProfileFile());
+    if (!bytes)
+        return false;
+    try {
+        const OfflineProfile copy = OfflineProfile::fromJson(Decode::parse(*bytes));
+        if (copy.sessionHash != sessionHash())
+            return false;
+        setProfile(copy.profile);
+        applyLanguage(copy.profile.prefs);
+        return true;
+    } catch (const DecodeError &e) {
+        qCInfo(lcSession) << "ignoring an unreadable offline profile:" << e.description();
+        return false;
+    }
+}
+
+QCoro::Task<> Session::primeTabPages()
+{
+    // Static work only: the session may be gone before these answer.
+    const QStringList paths = {u"webapi/automations"_s, u"webapi/projects"_s,
+                               u"webapi/claude-accounts"_s,
+                               u"webapi/codex-accounts"_s};
+    for (const QString &path : paths) {
+        try {
+            co_await Api::page<QJsonValue>(path);
+        } catch (...) {
+        }
+    }
+}

@@ -1,0 +1,17 @@
+#include "testhome.h"
+
+TestHome::TestHome()
+    : m_previous(qgetenv("HALVENMARK_HOME"))
+{
+    qputenv("HALVENMARK_HOME", m_dir.path().toUtf8());
+    // Secrets go to the owner-only file, never to the desktop keychain of whoever runs the tests.
+    qputenv("HALVENMARK_SECRETS", "file");
+}
+
+TestHome::~TestHome()
+{
+    if (m_previous.isEmpty())
+        qunsetenv("HALVENMARK_HOME");
+    else
+        qputenv("HALVENMARK_HOME", m_previous);
+}
