@@ -16,6 +16,7 @@ using namespace Qt::StringLiterals;
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QCoroTask>
+#include <QTimer>
 
 #include <functional>
 #include <map>
@@ -113,11 +114,10 @@ int main(int argc, char **argv)
     }
 
     Session session(SecretStore::platform(u"Halvenmark"_s));
-    int status = Done;
-    QCoro::connect(found->second(in), &app, [&](int code) {
-        status = code;
-        app.quit();
+    // Started from inside the event loop: a command that finishes without waiting on
+    // anything must still be able to end the loop.
+    QTimer::singleShot(0, &app, [&] {
+        QCoro::connect(found->second(in), &app, [](int code) { QCoreApplication::exit(code); });
     });
-    app.exec();
-    return status;
+    return app.exec();
 }

@@ -17,7 +17,8 @@ QCoro::Task<int> get(Invocation in)
                           u"Использование: get PATH"_s));
         co_return Usage;
     }
-    if (!co_await SessionCommands::signedIn())
+    const bool signedIn = co_await SessionCommands::signedIn();
+    if (!signedIn)
         co_return SignedOut;
     Api::Page<QJsonValue> page;
     try {

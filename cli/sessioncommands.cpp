@@ -132,7 +132,7 @@ QCoro::Task<int> whoami(Invocation in)
     co_return Done;
 }
 
-QCoro::Task<int> logout(Invocation)
+QCoro::Task<int> logout([[maybe_unused]] Invocation in)
 {
     co_await session().boot();
     if (session().gate() == Session::Gate::Out)
@@ -142,11 +142,13 @@ QCoro::Task<int> logout(Invocation)
     co_return Done;
 }
 
-QCoro::Task<int> deleteAccount(Invocation)
+QCoro::Task<int> deleteAccount([[maybe_unused]] Invocation in)
 {
-    if (!co_await signedIn())
+    const bool ready = co_await signedIn();
+    if (!ready)
         co_return SignedOut;
-    if (co_await session().deleteAccount()) {
+    const bool deleted = co_await session().deleteAccount();
+    if (deleted) {
         Console::err(session().exitText());
         co_return Done;
     }
@@ -164,7 +166,8 @@ QCoro::Task<int> prefs(Invocation in)
                           u"Использование: prefs [set KEY VALUE]"_s));
         co_return Usage;
     }
-    if (!co_await signedIn())
+    const bool ready = co_await signedIn();
+    if (!ready)
         co_return SignedOut;
     if (setting) {
         try {

@@ -73,7 +73,9 @@ QCoro::Task<bool> KeychainSecretStore::write(QString key, QString value)
         auto *job = new QKeychain::WritePasswordJob(m_service);
         job->setKey(key);
         job->setTextData(value);
-        if (co_await run(job) == Outcome::Done)
+        // Never co_await inside a condition: GCC 12 miscompiles it.
+        const Outcome outcome = co_await run(job);
+        if (outcome == Outcome::Done)
             co_return true;
         giveUp(job->errorString());
     }

@@ -270,7 +270,8 @@ QCoro::Task<> Session::adopt(QString cookie)
 {
     m_cookie = cookie;
     m_coach->close();
-    if (!co_await m_secrets->write(QString::fromLatin1(cookieItem), cookie))
+    const bool saved = co_await m_secrets->write(QString::fromLatin1(cookieItem), cookie);
+    if (!saved)
         qCWarning(lcSession) << "the session cookie could not be saved; it lasts for this run only";
 }
 

@@ -1,5 +1,6 @@
 #include "l.h"
 
+#include "language.h"
 #include "platform/appdata.h"
 #include "ru.h"
 
@@ -26,16 +27,22 @@ QString deviceDefault()
     return languageOf(QLocale::system().uiLanguages());
 }
 
+QString stored()
+{
+    return AppData::setting(langKey).toString();
+}
+
 QString current()
 {
-    const QString stored = AppData::setting(langKey).toString();
-    return stored.isEmpty() ? deviceDefault() : stored;
+    const QString code = stored();
+    return code.isEmpty() ? deviceDefault() : code;
 }
 
 void set(const QString &code)
 {
     const bool ours = code == u"he" || code == u"en" || code == u"ru";
     AppData::setSetting(langKey, ours ? code : deviceDefault());
+    Language::settingStored();
 }
 
 QString t(const QString &he, const QString &en, const QString &ru)

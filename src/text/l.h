@@ -9,6 +9,8 @@ namespace L {
 
 // "he", "en" or "ru", read afresh from the "rb.lang" setting; the device language when unset.
 QString current();
+// The code stored under "rb.lang", empty when none is.
+QString stored();
 
 // The device's language among ours, from the system's preferred UI languages.
 QString deviceDefault();
@@ -16,6 +18,7 @@ QString deviceDefault();
 QString languageOf(const QStringList &preferred);
 
 // Stores code when it is one of ours; any other value stores the device language.
+// Live Language objects hear of it.
 void set(const QString &code);
 
 QString t(const QString &he, const QString &en, const QString &ru);

@@ -1,0 +1,186 @@
+// The terminal client as scripts see it: commands, JSON shapes and exit statuses.
+
+#include "support/service.h"
+#include "support/testhome.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTest>
+
+namespace {
+
+struct Run {
+    int status = -1;
+    QByteArray out;
+    QString err;
+
+    QJsonObject json() const { return QJsonDocument::fromJson(out).object(); }
+};
+
+} // namespace
+
+class CliTest : public QObject
+{
+    Q_OBJECT
+
+    Service service;
+    std::unique_ptr<TestHome> home;
+
+    Run cli(const QStringList &args, const QByteArray &input = {},
+            const QString &server = {})
+    {
+        QProcess process;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("HALVENMARK_HOME"), home->path());
+        env.insert(QStringLiteral("HALVENMARK_SECRETS"), QStringLiteral("file"));
+        env.insert(QStringLiteral("HALVENMARK_SERVER"),
+                   server.isEmpty() ? service.base().toString() : server);
+        env.insert(QStringLiteral("LANG"), QStringLiteral("C.UTF-8"));
+        process.setProcessEnvironment(env);
+        process.start(QStringLiteral(HALVENMARK_CLI), args);
+        process.write(input);
+        process.closeWriteChannel();
+        if (!process.waitForFinished(30'000))
+            process.kill();
+        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+                process.readAllStandardOutput(), QString::fromUtf8(process.readAllStandardError())};
+    }
+
+    void login() { QCOMPARE(cli({"login", "--user", "demo"}, "demo-password\n").status, 0); }
+
+private slots:
+    void initTestCase() { QVERIFY2(service.running(), "the reference service did not start"); }
+
+    void init()
+    {
+        home = std::make_unique<TestHome>();
+        service.reset();
+    }
+
+    void usage_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::newRow("nothing") << QStringList{};
+        QTest::newRow("unknown command") << QStringList{"fly"};
+        QTest::newRow("unknown option") << QStringList{"whoami", "--wings"};
+        QTest::newRow("login without a name") << QStringList{"login"};
+        QTest::newRow("login with both") << QStringList{"login", "--user", "a", "--token", "b"};
+        QTest::newRow("get without a path") << QStringList{"get"};
+        QTest::newRow("prefs set short") << QStringList{"prefs", "set", "lang"};
+    }
+
+    void usage()
+    {
+        QFETCH(QStringList, args);
+        const Run run = cli(args);
+        QCOMPARE(run.status, 2);
+        QVERIFY(!run.err.isEmpty());
+        QVERIFY(run.out.isEmpty());
+    }
+
+    void plainTextServerIsRefused()
+    {
+        const Run run = cli({"whoami"}, {}, QStringLiteral("http://example.com"));
+        QCOMPARE(run.status, 2);
+        QVERIFY2(run.err.contains(u"https"), qPrintable(run.err));
+    }
+
+    void signedOutWhoami()
+    {
+        const Run run = cli({"whoami", "--json"});
+        QCOMPARE(run.status, 3);
+        QCOMPARE(run.json().value(u"gate").toString(), QStringLiteral("out"));
+        QCOMPARE(run.json().value(u"exit").toString(), QStringLiteral("fresh"));
+        QCOMPARE(cli({"get", "webapi/tasks"}).status, 3);
+    }
+
+    void wrongPasswordIsRefused()
+    {
+        const Run run = cli({"login", "--user", "demo"}, "guess\n");
+        QCOMPARE(run.status, 1);
+        QVERIFY2(run.err.contains(u"Wrong user name or password."), qPrintable(run.err));
+    }
+
+    void signedInWhoami()
+    {
+        login();
+        const Run run = cli({"whoami", "--json"});
+        QCOMPARE(run.status, 0);
+        const QJsonObject me = run.json();
+        QCOMPARE(me.value(u"gate").toString(), QStringLiteral("ready"));
+        QCOMPARE(me.value(u"user").toString(), QStringLiteral("demo"));
+        QCOMPARE(me.value(u"role").toString(), QStringLiteral("user"));
+        QCOMPARE(me.value(u"pages").toArray().size(), 4);
+        QCOMPARE(cli({"whoami"}).status, 0);
+    }
+
+    void tokenLogin()
+    {
+        QCOMPARE(cli({"login", "--token", service.token(QStringLiteral("owner"))}).status, 0);
+        QCOMPARE(cli({"whoami", "--json"}).json().value(u"role").toString(), QStringLiteral("owner"));
+        QCOMPARE(cli({"login", "--token", "used-or-made-up"}).status, 1);
+    }
+
+    void pagesThroughTheCache()
+    {
+        login();
+        const Run first = cli({"get", "webapi/tasks"});
+        QCOMPARE(first.status, 0);
+        QVERIFY(QJsonDocument::fromJson(first.out).isArray());
+        const Run second = cli({"get", "webapi/tasks"});
+        QCOMPARE(second.status, 0);
+        QCOMPARE(second.out, first.out);
+        QVERIFY2(second.err.contains(u"304"), qPrintable(second.err));
+
+        service.fault({{"match", "*"}, {"drop", true}, {"times", -1}});
+        const Run offline = cli({"get", "webapi/tasks"});
+        QCOMPARE(offline.status, 0);
+        QCOMPARE(offline.out, first.out);
+        QCOMPARE(cli({"get", "webapi/automations?offset=20"}).status, 4);
+        const Run me = cli({"whoami", "--json"});
+        QCOMPARE(me.status, 0);
+        QCOMPARE(me.json().value(u"gate").toString(), QStringLiteral("offline"));
+    }
+
+    void serverRefusalIsOne()
+    {
+        login();
+        const Run run = cli({"get", "webapi/nothing-here"});
+        QCOMPARE(run.status, 1);
+        QVERIFY(!run.err.isEmpty());
+    }
+
+    void endedSessionIsThree()
+    {
+        login();
+        service.expire(QStringLiteral("demo"));
+        const Run run = cli({"whoami", "--json"});
+        QCOMPARE(run.status, 3);
+        QCOMPARE(run.json().value(u"exit").toString(), QStringLiteral("expired"));
+        QCOMPARE(cli({"whoami"}).status, 3); // and it stays signed out
+    }
+
+    void prefsAndLanguage()
+    {
+        login();
+        QCOMPARE(cli({"prefs", "set", "theme", "dark"}).status, 0);
+        const Run run = cli({"prefs", "--json"});
+        QCOMPARE(run.status, 0);
+        QCOMPARE(run.json().value(u"theme").toString(), QStringLiteral("dark"));
+    }
+
+    void logoutAndDelete()
+    {
+        login();
+        QCOMPARE(cli({"logout"}).status, 0);
+        QCOMPARE(cli({"whoami"}).status, 3);
+        login();
+        QCOMPARE(cli({"delete-account"}).status, 0);
+        QCOMPARE(cli({"login", "--user", "demo"}, "demo-password\n").status, 1);
+    }
+};
+
+QTEST_GUILESS_MAIN(CliTest)
+#include "clitest.moc"

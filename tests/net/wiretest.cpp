@@ -1,0 +1,205 @@
+// The transport's pure pieces: addresses, queries, error bodies, multipart, cookies.
+
+#include "net/api.h"
+#include "net/multipart.h"
+#include "net/serveraddress.h"
+#include "net/setcookie.h"
+
+#include <QTest>
+
+class WireTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        qputenv("HALVENMARK_SERVER", "https://example.test/base");
+        QCOMPARE(Api::base().toString(), QStringLiteral("https://example.test/base/"));
+    }
+
+    void url_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("leading slash dropped") << "/webapi/x" << "https://example.test/base/webapi/x";
+        QTest::newRow("plain") << "webapi/x" << "https://example.test/base/webapi/x";
+        QTest::newRow("raw query is encoded") << "webapi/search?q=a b"
+                                              << "https://example.test/base/webapi/search?q=a%20b";
+        QTest::newRow("encoded query kept") << "webapi/search?q=a%20b"
+                                            << "https://example.test/base/webapi/search?q=a%20b";
+        QTest::newRow("empty query dropped") << "webapi/x?" << "https://example.test/base/webapi/x";
+        QTest::newRow("percent alone is text") << "webapi/s?q=100%"
+                                               << "https://example.test/base/webapi/s?q=100%25";
+        QTest::newRow("hebrew query") << "webapi/s?q=שלום"
+                                      << "https://example.test/base/webapi/s?q=%D7%A9%D7%9C%D7%95%D7%9D";
+        QTest::newRow("only the first ? splits") << "webapi/s?a=1?b=2"
+                                                 << "https://example.test/base/webapi/s?a=1?b=2";
+        QTest::newRow("space in path") << "webapi/files/a b.txt"
+                                       << "https://example.test/base/webapi/files/a%20b.txt";
+        QTest::newRow("empty path is the base") << "" << "https://example.test/base/";
+    }
+
+    void url()
+    {
+        QFETCH(QString, path);
+        QFETCH(QString, expected);
+        QCOMPARE(Api::url(path).toString(QUrl::FullyEncoded), expected);
+    }
+
+    void isEncoded_data()
+    {
+        QTest::addColumn<QString>("query");
+        QTest::addColumn<bool>("encoded");
+        QTest::newRow("no percent") << "q=a" << false;
+        QTest::newRow("escape") << "q=a%20b" << true;
+        QTest::newRow("escape and space") << "q=a%20b c" << false;
+        QTest::newRow("broken escape") << "q=100%" << false;
+        QTest::newRow("bad hex") << "q=%zz" << false;
+        QTest::newRow("sub-delims") << "a=%41&b=!$'()*+,;=:@/?" << true;
+        QTest::newRow("non-ascii") << "q=%41ש" << false;
+    }
+
+    void isEncoded()
+    {
+        QFETCH(QString, query);
+        QFETCH(bool, encoded);
+        QCOMPARE(Api::isEncoded(query), encoded);
+    }
+
+    void serverAddress_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<bool>("valid");
+        QTest::newRow("https") << "https://app.example.com" << true;
+        QTest::newRow("loopback http") << "http://127.0.0.1:8080" << true;
+        QTest::newRow("localhost http") << "http://localhost:1" << true;
+        QTest::newRow("ipv6 loopback") << "http://[::1]:9000" << true;
+        QTest::newRow("remote http") << "http://app.example.com" << false;
+        QTest::newRow("private network http") << "http://192.168.1.2" << false;
+        QTest::newRow("other scheme") << "ftp://example.com" << false;
+        QTest::newRow("no host") << "https://" << false;
+        QTest::newRow("garbage") << "not an address" << false;
+    }
+
+    void serverAddress()
+    {
+        QFETCH(QString, text);
+        QFETCH(bool, valid);
+        const ServerAddress address = ServerAddress::parse(text);
+        QCOMPARE(address.valid(), valid);
+        QCOMPARE(address.error.isEmpty(), valid);
+        if (valid)
+            QVERIFY(address.url.path().endsWith(u'/'));
+    }
+
+    void userAgent()
+    {
+        QCOMPARE(Api::userAgent(), QStringLiteral("RelayboxApp/0.1.0.1 (Linux; native)"));
+    }
+
+    void failure_data()
+    {
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QString>("reason");
+        QTest::addColumn<QString>("code");
+        QTest::addColumn<QString>("description");
+        QTest::addColumn<bool>("unreachable");
+        QTest::newRow("error only") << 429 << QByteArray(R"({"error":"quota"})") << "quota" << "quota"
+                                    << "quota" << false;
+        QTest::newRow("detail wins") << 400 << QByteArray(R"({"error":"e","detail":"d"})") << "d"
+                                     << "e" << "d" << false;
+        QTest::newRow("html page") << 503 << QByteArray("<html><body>down</body></html>") << ""
+                                   << "" << "HTTP 503" << true;
+        QTest::newRow("json array") << 500 << QByteArray("[1]") << "" << "" << "HTTP 500" << false;
+        QTest::newRow("non-text values") << 502 << QByteArray(R"({"error":5,"detail":null})") << ""
+                                         << "" << "HTTP 502" << true;
+        QTest::newRow("cloudflare 520") << 520 << QByteArray() << "" << "" << "HTTP 520" << true;
+        QTest::newRow("524") << 524 << QByteArray() << "" << "" << "HTTP 524" << true;
+        QTest::newRow("525 is not down") << 525 << QByteArray() << "" << "" << "HTTP 525" << false;
+        QTest::newRow("no reply") << 0 << QByteArray() << "" << "" << "HTTP 0" << false;
+    }
+
+    void failure()
+    {
+        QFETCH(int, status);
+        QFETCH(QByteArray, body);
+        const Api::Failed failed = Api::failure(status, body);
+        QCOMPARE(failed.status, status);
+        QTEST(failed.reason, "reason");
+        QTEST(failed.code, "code");
+        QTEST(failed.description(), "description");
+        QTEST(failed.unreachable(), "unreachable");
+    }
+
+    void multipart()
+    {
+        const QByteArray body = Multipart::body(
+            QStringLiteral("rbp-B"), {{QStringLiteral("scope"), QStringLiteral("main")}},
+            {QStringLiteral("file"), QStringLiteral("a.txt"), QStringLiteral("text/plain"),
+             QByteArray("hi\r\n--rbp-")});
+        QCOMPARE(body, QByteArray("--rbp-B\r\n"
+                                  "Content-Disposition: form-data; name=\"scope\"\r\n\r\n"
+                                  "main\r\n"
+                                  "--rbp-B\r\n"
+                                  "Content-Disposition: form-data; name=\"file\"; filename=\"a.txt\"\r\n"
+                                  "Content-Type: text/plain\r\n\r\n"
+                                  "hi\r\n--rbp-\r\n"
+                                  "--rbp-B--\r\n"));
+        const QString boundary = Multipart::newBoundary();
+        QVERIFY(boundary.startsWith(u"rbp-"));
+        QCOMPARE(boundary.size(), 4 + 36);
+        QCOMPARE(boundary.mid(4), boundary.mid(4).toUpper());
+        QVERIFY(boundary != Multipart::newBoundary());
+    }
+
+    void sessionCookie_data()
+    {
+        QTest::addColumn<QList<QByteArray>>("headers");
+        QTest::addColumn<QString>("cookie");
+        QTest::addColumn<bool>("found");
+        QTest::newRow("attributes") << QList<QByteArray>{"rb_web_session=abc; Path=/; HttpOnly"}
+                                    << "abc" << true;
+        QTest::newRow("bare") << QList<QByteArray>{"rb_web_session=xyz"} << "xyz" << true;
+        QTest::newRow("among others, folded")
+            << QList<QByteArray>{"theme=dark; Path=/\nrb_web_session=k1; HttpOnly"} << "k1" << true;
+        QTest::newRow("another cookie only") << QList<QByteArray>{"other=1"} << "" << false;
+        QTest::newRow("no header") << QList<QByteArray>{} << "" << false;
+    }
+
+    void sessionCookie()
+    {
+        QFETCH(QList<QByteArray>, headers);
+        QFETCH(QString, cookie);
+        QFETCH(bool, found);
+        const auto value = SetCookie::sessionCookie(headers);
+        QCOMPARE(value.has_value(), found);
+        if (found)
+            QCOMPARE(*value, cookie);
+    }
+
+    void filename_data()
+    {
+        QTest::addColumn<QByteArray>("header");
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("name");
+        QTest::newRow("utf-8 form") << QByteArray("attachment; filename*=UTF-8''%D7%93%D7%95%D7%97.pdf")
+                                    << "webapi/files/x" << "דוח.pdf";
+        QTest::newRow("both forms") << QByteArray("attachment; filename=\"r.pdf\"; filename*=UTF-8''r%20b.pdf")
+                                    << "webapi/files/x" << "r b.pdf";
+        QTest::newRow("quoted") << QByteArray("attachment; filename=\"plain name.txt\"")
+                                << "webapi/files/x" << "plain name.txt";
+        QTest::newRow("no header") << QByteArray() << "webapi/files/notes%20v2.md?x=1" << "notes v2.md";
+    }
+
+    void filename()
+    {
+        QFETCH(QByteArray, header);
+        QFETCH(QString, path);
+        QTEST(Api::filenameFor(header, path), "name");
+    }
+};
+
+QTEST_GUILESS_MAIN(WireTest)
+#include "wiretest.moc"
