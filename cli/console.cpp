@@ -18,6 +18,13 @@ void out(const QString &line)
     std::fflush(stdout);
 }
 
+void write(const QString &text)
+{
+    const QByteArray bytes = text.toUtf8();
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout);
+    std::fflush(stdout);
+}
+
 void err(const QString &line)
 {
     const QByteArray bytes = line.toUtf8() + '\n';

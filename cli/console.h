@@ -7,6 +7,8 @@
 namespace Console {
 
 void out(const QString &line);
+// Text as it is, no line end.
+void write(const QString &text);
 void err(const QString &line);
 void json(const QJsonValue &value);
 

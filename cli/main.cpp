@@ -34,24 +34,54 @@ const std::map<QString, Command> &commands()
         {u"delete-account"_s, SessionCommands::deleteAccount},
         {u"prefs"_s, SessionCommands::prefs},
         {u"get"_s, PageCommands::get},
+        {u"watch"_s, PageCommands::watch},
+        {u"lang"_s, SessionCommands::lang},
     };
     return table;
 }
 
 QString summary()
 {
-    return QStringLiteral(
-        "Commands:\n"
+    return L::t(
+        u"פקודות:\n"
+        "  login --user NAME | --token TOKEN   כניסה (הסיסמה מהקלט)\n"
+        "  whoami [--json]                     מי מחובר\n"
+        "  get PATH                            דף מהשרת, דרך המטמון\n"
+        "  watch PATH [--every SECONDS]        דף על המסך, מתעדכן כשהוא משתנה\n"
+        "  lang [set he|en|ru]                 שפת הממשק\n"
+        "  prefs [set KEY VALUE]               העדפות בשרת\n"
+        "  logout                              יציאה\n"
+        "  delete-account                      מחיקת החשבון\n"
+        "\n"
+        "קוד יציאה: 0 הצלחה, 1 השרת סירב, 2 שימוש שגוי, 3 לא מחוברים,\n"
+        "4 אין חיבור לשרת ואין עותק שמור.\n"
+        "סביבה: HALVENMARK_SERVER (כתובת השרת), HALVENMARK_HOME (תיקיית הנתונים)."_s,
+        u"Commands:\n"
         "  login --user NAME | --token TOKEN   sign in (password from stdin)\n"
         "  whoami [--json]                     who is signed in\n"
         "  get PATH                            a server page, through the page cache\n"
+        "  watch PATH [--every SECONDS]        keep a page on screen, redrawn when it changes\n"
+        "  lang [set he|en|ru]                 the interface language\n"
         "  prefs [set KEY VALUE]               server-side preferences\n"
         "  logout                              sign out\n"
         "  delete-account                      delete the account\n"
         "\n"
         "Exit status: 0 done, 1 refused by the server, 2 usage, 3 not signed in,\n"
         "4 server unreachable and nothing saved to show.\n"
-        "Environment: HALVENMARK_SERVER (server address), HALVENMARK_HOME (data folder).");
+        "Environment: HALVENMARK_SERVER (server address), HALVENMARK_HOME (data folder)."_s,
+        u"Команды:\n"
+        "  login --user NAME | --token TOKEN   вход (пароль из стандартного ввода)\n"
+        "  whoami [--json]                     кто вошёл\n"
+        "  get PATH                            страница сервера через кэш\n"
+        "  watch PATH [--every SECONDS]        страница на экране, обновляется при изменении\n"
+        "  lang [set he|en|ru]                 язык интерфейса\n"
+        "  prefs [set KEY VALUE]               настройки на сервере\n"
+        "  logout                              выйти\n"
+        "  delete-account                      удалить аккаунт\n"
+        "\n"
+        "Код выхода: 0 готово, 1 сервер отказал, 2 ошибка вызова, 3 вход не выполнен,\n"
+        "4 сервер недоступен и сохранённой копии нет.\n"
+        "Окружение: HALVENMARK_SERVER (адрес сервера), HALVENMARK_HOME (папка данных)."_s);
 }
 
 } // namespace
@@ -64,7 +94,6 @@ int main(int argc, char **argv)
     QCoreApplication::setApplicationVersion(Api::userAgent());
 
     QCommandLineParser parser;
-    parser.setApplicationDescription(summary());
     parser.addHelpOption();
     parser.addVersionOption();
     const QCommandLineOption json(u"json"_s, u"Machine-readable output."_s);
@@ -72,13 +101,27 @@ int main(int argc, char **argv)
                                   u"NAME"_s);
     const QCommandLineOption token(u"token"_s,
                                    u"One-time sign-in token."_s, u"TOKEN"_s);
-    parser.addOptions({json, user, token});
+    const QCommandLineOption lang(u"lang"_s, u"Language for this run: he, en or ru."_s, u"CODE"_s);
+    const QCommandLineOption every(u"every"_s, u"Seconds between reloads (watch)."_s, u"SECONDS"_s);
+    parser.addOptions({json, user, token, lang, every});
     parser.addPositionalArgument(u"command"_s, u"What to do."_s);
 
     if (!parser.parse(QCoreApplication::arguments())) {
-        Console::err(parser.errorText());
+        const QStringList unknown = parser.unknownOptionNames();
+        Console::err(unknown.isEmpty()
+                         ? parser.errorText()
+                         : L::t(u"אפשרות לא מוכרת: %1"_s, u"Unknown option: %1"_s,
+                                u"Неизвестный параметр: %1"_s)
+                               .arg(unknown.join(u", "_s)));
         return Usage;
     }
+    if (parser.isSet(lang) && !L::pin(parser.value(lang))) {
+        Console::err(L::t(u"שפה לא מוכרת: %1 (he, en, ru)"_s, u"Unknown language: %1 (he, en, ru)"_s,
+                          u"Неизвестный язык: %1 (he, en, ru)"_s)
+                         .arg(parser.value(lang)));
+        return Usage;
+    }
+    parser.setApplicationDescription(summary());
     if (parser.isSet(u"help"_s)) {
         Console::out(parser.helpText());
         return Done;
@@ -99,6 +142,15 @@ int main(int argc, char **argv)
     in.json = parser.isSet(json);
     in.user = parser.value(user);
     in.token = parser.value(token);
+    if (parser.isSet(every)) {
+        bool number = false;
+        in.every = parser.value(every).toDouble(&number);
+        if (!number || in.every <= 0) {
+            Console::err(L::t(u"‎--every‎ צריך מספר שניות חיובי."_s, u"--every needs a positive number of seconds."_s,
+                              u"Для --every нужно положительное число секунд."_s));
+            return Usage;
+        }
+    }
 
     const auto found = commands().find(in.command);
     if (found == commands().end()) {

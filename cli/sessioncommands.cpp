@@ -4,6 +4,7 @@
 #include "outcome.h"
 #include "session/session.h"
 #include "text/l.h"
+#include "text/word.h"
 
 using namespace Qt::StringLiterals;
 
@@ -33,7 +34,7 @@ QString signedInAs(const Session &s)
 {
     return L::t(u"מחוברים בתור %1 (%2)"_s, u"Signed in as %1 (%2)"_s,
                 u"Вы вошли как %1 (%2)"_s)
-        .arg(s.label(), s.role());
+        .arg(s.label(), Word::of(s.role()));
 }
 
 } // namespace
@@ -183,6 +184,37 @@ QCoro::Task<int> prefs(Invocation in)
         for (auto it = prefs.begin(); it != prefs.end(); ++it)
             Console::out(it.key() + u" = "_s + it.value().toString());
     }
+    co_return Done;
+}
+
+QCoro::Task<int> lang(Invocation in)
+{
+    const bool setting = !in.args.isEmpty() && in.args.first() == u"set";
+    const QString code = setting && in.args.size() == 2 ? in.args.at(1) : QString();
+    const bool known = code == u"he" || code == u"en" || code == u"ru";
+    if (setting ? !known : !in.args.isEmpty()) {
+        Console::err(L::t(u"שימוש: lang [set he|en|ru]"_s, u"Usage: lang [set he|en|ru]"_s,
+                          u"Использование: lang [set he|en|ru]"_s));
+        co_return Usage;
+    }
+    if (!setting) {
+        Console::out(L::current());
+        co_return Done;
+    }
+    // The new language shows at once, even when this run was started with another.
+    L::pin(QString());
+    L::set(code);
+    co_await session().boot();
+    if (session().gate() != Session::Gate::Out) {
+        try {
+            co_await session().setPref(u"lang"_s, code);
+        } catch (...) {
+            Console::err(L::t(u"השפה נשמרה במכשיר הזה בלבד."_s, u"The language is kept on this device only."_s,
+                              u"Язык сохранён только на этом устройстве."_s));
+            co_return Outcome::report(std::current_exception());
+        }
+    }
+    Console::out(L::current());
     co_return Done;
 }
 

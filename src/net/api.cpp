@@ -215,6 +215,11 @@ void setIdentity(Identity *identity)
     currentIdentity = identity;
 }
 
+QString signedInUser()
+{
+    return sessionUser();
+}
+
 QHash<QString, double> &due()
 {
     static QHash<QString, double> table;

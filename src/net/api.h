@@ -43,6 +43,8 @@ bool isEncoded(const QString &query);
 
 // Who is signed in; the session registers itself. Without one, every cookie call is Unauthorized.
 void setIdentity(Identity *identity);
+// The signed-in user's name (keys the page cache); empty when nobody is.
+QString signedInUser();
 
 // Pages the server said it is rebuilding, with the seconds after which to ask again.
 QHash<QString, double> &due();

@@ -1,5 +1,7 @@
 #include "jsonrecord.h"
 
+#include "text/l.h"
+
 #include <QJsonDocument>
 #include <QJsonParseError>
 
@@ -14,11 +16,42 @@ DecodeError::DecodeError(QString key, QString expected, QString found)
 {
 }
 
+namespace {
+
+// The type words of a decoding error, in the current language.
+QString shown(const QString &english)
+{
+    struct Words {
+        const char16_t *en, *he, *ru;
+    };
+    static constexpr Words words[] = {
+        {u"an object", u"אובייקט", u"объект"},
+        {u"a string", u"מחרוזת", u"строка"},
+        {u"a number", u"מספר", u"число"},
+        {u"a whole number", u"מספר שלם", u"целое число"},
+        {u"true or false", u"אמת או שקר", u"да или нет"},
+        {u"a list", u"רשימה", u"список"},
+        {u"null", u"ערך ריק", u"пустое значение"},
+        {u"nothing", u"כלום", u"ничего"},
+    };
+    for (const Words &w : words) {
+        if (english == QStringView(w.en))
+            return L::t(QString::fromUtf16(w.he), english, QString::fromUtf16(w.ru));
+    }
+    return english;
+}
+
+} // namespace
+
 QString DecodeError::description() const
 {
     if (key.isEmpty())
-        return u"expected %1, found %2"_s.arg(expected, found);
-    return u"“%1” should be %2, found %3"_s.arg(key, expected, found);
+        return L::t(u"ציפינו ל%1, התקבל %2"_s, u"expected %1, found %2"_s,
+                    u"ожидалось: %1, получено: %2"_s)
+            .arg(shown(expected), shown(found));
+    return L::t(u"„%1” צריך להיות %2, התקבל %3"_s, u"“%1” should be %2, found %3"_s,
+                u"«%1» должно быть: %2, получено: %3"_s)
+        .arg(key, shown(expected), shown(found));
 }
 
 JsonRecord::JsonRecord(const QJsonValue &value, QString path)

@@ -19,7 +19,7 @@ struct DecodeError : std::exception {
     QString found;
 
     DecodeError(QString key, QString expected, QString found);
-    // A short English description for logs and the "unexpected shape" text.
+    // Which key and which type, in the current language: the tail of the "unexpected shape" text.
     QString description() const;
     const char *what() const noexcept override { return "DecodeError"; }
 };

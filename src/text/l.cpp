@@ -5,10 +5,19 @@
 #include "ru.h"
 
 #include <QLocale>
+#include <QReadWriteLock>
 
 namespace {
 const QString langKey = QStringLiteral("rb.lang");
+
+QReadWriteLock pinLock;
+QString pinned; // guarded by pinLock
+
+bool isOurs(const QString &code)
+{
+    return code == u"he" || code == u"en" || code == u"ru";
 }
+} // namespace
 
 namespace L {
 
@@ -34,14 +43,27 @@ QString stored()
 
 QString current()
 {
+    {
+        QReadLocker lock(&pinLock);
+        if (!pinned.isEmpty())
+            return pinned;
+    }
     const QString code = stored();
     return code.isEmpty() ? deviceDefault() : code;
 }
 
+bool pin(const QString &code)
+{
+    if (!code.isEmpty() && !isOurs(code))
+        return false;
+    QWriteLocker lock(&pinLock);
+    pinned = code;
+    return true;
+}
+
 void set(const QString &code)
 {
-    const bool ours = code == u"he" || code == u"en" || code == u"ru";
-    AppData::setSetting(langKey, ours ? code : deviceDefault());
+    AppData::setSetting(langKey, isOurs(code) ? code : deviceDefault());
     Language::settingStored();
 }
 

@@ -17,6 +17,10 @@ QString deviceDefault();
 // The same rule over a given list (first entry decides; "iw" is old Hebrew).
 QString languageOf(const QStringList &preferred);
 
+// For this process only, whatever is stored ("" lifts it): a terminal run in one language
+// (--lang) must not be switched by the profile it loads. False for a code that is not ours.
+bool pin(const QString &code);
+
 // Stores code when it is one of ours; any other value stores the device language.
 // Live Language objects hear of it.
 void set(const QString &code);

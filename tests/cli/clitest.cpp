@@ -180,6 +180,74 @@ private slots:
         QCOMPARE(cli({"delete-account"}).status, 0);
         QCOMPARE(cli({"login", "--user", "demo"}, "demo-password\n").status, 1);
     }
+
+    void everyLineInTheChosenLanguage_data()
+    {
+        QTest::addColumn<QString>("lang");
+        QTest::addColumn<QString>("first");
+        QTest::newRow("he") << "he" << "מחוברים בתור demo (משתמש)";
+        QTest::newRow("ru") << "ru" << "Вы вошли как demo (пользователь)";
+        QTest::newRow("en") << "en" << "Signed in as demo (user)";
+    }
+
+    void everyLineInTheChosenLanguage()
+    {
+        QFETCH(QString, lang);
+        QFETCH(QString, first);
+        login();
+        // The profile says Russian; the run's own language still wins.
+        QCOMPARE(cli({"prefs", "set", "lang", "ru"}).status, 0);
+        const Run run = cli({"--lang", lang, "whoami"});
+        QCOMPARE(run.status, 0);
+        const QStringList lines = QString::fromUtf8(run.out).split(u'\n', Qt::SkipEmptyParts);
+        QCOMPARE(lines.size(), 4);
+        QCOMPARE(lines.first(), first);
+        if (lang != u"en") {
+            // Past the label, no English words are left: only names and values.
+            for (const QString &line : lines.mid(1))
+                QVERIFY2(!line.contains(u"Pages") && !line.contains(u"E-mail") && !line.contains(u"Workspace"),
+                         qPrintable(line));
+        }
+        QCOMPARE(cli({"--lang", "fr", "whoami"}).status, 2);
+    }
+
+    void langSetReachesTheProfile()
+    {
+        login();
+        const Run set = cli({"lang", "set", "he"});
+        QCOMPARE(set.status, 0);
+        QCOMPARE(set.out.trimmed(), QByteArray("he"));
+        QCOMPARE(cli({"lang"}).out.trimmed(), QByteArray("he"));
+        QCOMPARE(cli({"prefs", "--json"}).json().value(u"lang").toString(), QStringLiteral("he"));
+        QCOMPARE(cli({"lang", "set", "fr"}).status, 2);
+        QCOMPARE(cli({"lang"}).out.trimmed(), QByteArray("he"));
+    }
+
+    void watchRedrawsWhenThePageChanges()
+    {
+        login();
+        service.setPage(QStringLiteral("webapi/counter"), QJsonObject{{"count", 1}});
+        QProcess process;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("HALVENMARK_HOME"), home->path());
+        env.insert(QStringLiteral("HALVENMARK_SECRETS"), QStringLiteral("file"));
+        env.insert(QStringLiteral("HALVENMARK_SERVER"), service.base().toString());
+        process.setProcessEnvironment(env);
+        process.start(QStringLiteral(HALVENMARK_CLI), {"watch", "webapi/counter", "--every", "0.2"});
+        auto nextLine = [&] {
+            while (!process.canReadLine())
+                if (!process.waitForReadyRead(10'000))
+                    return QJsonObject();
+            return QJsonDocument::fromJson(process.readLine()).object();
+        };
+        QCOMPARE(nextLine().value(u"count").toInt(), 1);
+        service.setPage(QStringLiteral("webapi/counter"), QJsonObject{{"count", 2}});
+        QCOMPARE(nextLine().value(u"count").toInt(), 2);
+        // The session ends on the server: the watch ends with it.
+        service.expire(QStringLiteral("demo"));
+        QVERIFY(process.waitForFinished(10'000));
+        QCOMPARE(process.exitCode(), 3);
+    }
 };
 
 QTEST_GUILESS_MAIN(CliTest)
