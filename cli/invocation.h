@@ -3,6 +3,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <optional>
+
 // One run of the terminal client, as parsed from its command line.
 struct Invocation {
     QString command;
@@ -11,4 +13,5 @@ struct Invocation {
     QString user;
     QString token;
     double every = 0;
+    std::optional<int> project; // --project N: that project's conversation
 };

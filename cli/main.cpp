@@ -1,5 +1,6 @@
 // halvenmark-cli: the terminal client.
 
+#include "chatcommands.h"
 #include "console.h"
 #include "invocation.h"
 #include "outcome.h"
@@ -10,6 +11,7 @@ using namespace Qt::StringLiterals;
 
 #include "net/api.h"
 #include "platform/secretstore.h"
+#include "chat/chatstore.h"
 #include "session/session.h"
 #include "text/l.h"
 
@@ -36,6 +38,7 @@ const std::map<QString, Command> &commands()
         {u"get"_s, PageCommands::get},
         {u"watch"_s, PageCommands::watch},
         {u"lang"_s, SessionCommands::lang},
+        {u"chat"_s, ChatCommands::chat},
     };
     return table;
 }
@@ -49,6 +52,8 @@ QString summary()
         "  get PATH                            דף מהשרת, דרך המטמון\n"
         "  watch PATH [--every SECONDS]        דף על המסך, מתעדכן כשהוא משתנה\n"
         "  lang [set he|en|ru]                 שפת הממשק\n"
+        "  chat log [--project N] [--json]     השיחה עם הסוכן\n"
+        "  chat follow [--project N]           עבודת הסוכן בזמן אמת\n"
         "  prefs [set KEY VALUE]               העדפות בשרת\n"
         "  logout                              יציאה\n"
         "  delete-account                      מחיקת החשבון\n"
@@ -62,6 +67,8 @@ QString summary()
         "  get PATH                            a server page, through the page cache\n"
         "  watch PATH [--every SECONDS]        keep a page on screen, redrawn when it changes\n"
         "  lang [set he|en|ru]                 the interface language\n"
+        "  chat log [--project N] [--json]     the conversation with the agent\n"
+        "  chat follow [--project N]           the agent's work, live\n"
         "  prefs [set KEY VALUE]               server-side preferences\n"
         "  logout                              sign out\n"
         "  delete-account                      delete the account\n"
@@ -75,6 +82,8 @@ QString summary()
         "  get PATH                            страница сервера через кэш\n"
         "  watch PATH [--every SECONDS]        страница на экране, обновляется при изменении\n"
         "  lang [set he|en|ru]                 язык интерфейса\n"
+        "  chat log [--project N] [--json]     разговор с агентом\n"
+        "  chat follow [--project N]           работа агента вживую\n"
         "  prefs [set KEY VALUE]               настройки на сервере\n"
         "  logout                              выйти\n"
         "  delete-account                      удалить аккаунт\n"
@@ -103,7 +112,8 @@ int main(int argc, char **argv)
                                    u"One-time sign-in token."_s, u"TOKEN"_s);
     const QCommandLineOption lang(u"lang"_s, u"Language for this run: he, en or ru."_s, u"CODE"_s);
     const QCommandLineOption every(u"every"_s, u"Seconds between reloads (watch)."_s, u"SECONDS"_s);
-    parser.addOptions({json, user, token, lang, every});
+    const QCommandLineOption project(u"project"_s, u"A project's conversation."_s, u"N"_s);
+    parser.addOptions({json, user, token, lang, every, project});
     parser.addPositionalArgument(u"command"_s, u"What to do."_s);
 
     if (!parser.parse(QCoreApplication::arguments())) {
@@ -142,6 +152,16 @@ int main(int argc, char **argv)
     in.json = parser.isSet(json);
     in.user = parser.value(user);
     in.token = parser.value(token);
+    if (parser.isSet(project)) {
+        bool number = false;
+        const int id = parser.value(project).toInt(&number);
+        if (!number || id < 1) {
+            Console::err(L::t(u"‎--project‎ צריך מספר פרויקט."_s, u"--project needs a project number."_s,
+                              u"Для --project нужен номер проекта."_s));
+            return Usage;
+        }
+        in.project = id;
+    }
     if (parser.isSet(every)) {
         bool number = false;
         in.every = parser.value(every).toDouble(&number);
@@ -166,6 +186,7 @@ int main(int argc, char **argv)
     }
 
     Session session(SecretStore::platform(u"Halvenmark"_s));
+    session.onForget([] { ChatStore::resetAll(); });
     // Started from inside the event loop: a command that finishes without waiting on
     // anything must still be able to end the loop.
     QTimer::singleShot(0, &app, [&] {

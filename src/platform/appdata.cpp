@@ -68,4 +68,15 @@ void removeSetting(const QString &key)
     });
 }
 
+void removeSettings(const QString &prefix)
+{
+    withSettings([&](QSettings &s) {
+        for (const QString &key : s.allKeys()) {
+            if (key.startsWith(prefix))
+                s.remove(key);
+        }
+        s.sync();
+    });
+}
+
 } // namespace AppData

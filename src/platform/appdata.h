@@ -17,5 +17,7 @@ QString path(const QString &name);
 QVariant setting(const QString &key, const QVariant &fallback = {});
 void setSetting(const QString &key, const QVariant &value);
 void removeSetting(const QString &key);
+// Every setting whose key starts with prefix.
+void removeSettings(const QString &prefix);
 
 } // namespace AppData

@@ -1,0 +1,140 @@
+#include "chatrowsmodel.h"
+
+#include <QSet>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Row ids name stored messages by seq; messages made here (seq 0) share that id, so the
+// model tells them apart by their local id.
+QString keyOf(const Row &row)
+{
+    if (const ChatMessage *m = row.message(); m && m->seq < 1)
+        return u"local:"_s + m->localID;
+    return row.id();
+}
+
+} // namespace
+
+int ChatRowsModel::rowCount(const QModelIndex &parent) const
+{
+    return parent.isValid() ? 0 : int(m_rows.size());
+}
+
+QHash<int, QByteArray> ChatRowsModel::roleNames() const
+{
+    return {
+        {IdRole, "rowId"},         {IsLaneRole, "isLane"},     {SeqRole, "seq"},
+        {RoleRole, "role"},        {TextRole, "text"},         {CreatedAtRole, "createdAt"},
+        {RunIdRole, "runId"},      {LabelRole, "label"},       {ToolsRole, "tools"},
+        {FinishedRole, "finished"}, {OutcomeRole, "outcome"},  {SourceRole, "source"},
+        {TaskNumberRole, "taskNumber"},
+    };
+}
+
+QVariant ChatRowsModel::data(const QModelIndex &index, int role) const
+{
+    if (!checkIndex(index, CheckIndexOption::IndexIsValid))
+        return {};
+    const Row &row = m_rows.at(index.row());
+    if (role == IdRole)
+        return row.id();
+    if (role == IsLaneRole)
+        return !row.isMessage();
+    if (const ChatMessage *m = row.message()) {
+        switch (role) {
+        case Qt::DisplayRole:
+        case TextRole: return m->text;
+        case SeqRole: return m->seq;
+        case RoleRole: return m->role;
+        case CreatedAtRole: return m->createdAt;
+        case RunIdRole: return m->runID.value_or(QString());
+        case SourceRole: return m->source.value_or(QString());
+        case TaskNumberRole: {
+            const auto n = m->taskNumber();
+            return n ? QVariant(*n) : QVariant();
+        }
+        default: return {};
+        }
+    }
+    const Lane *lane = row.lane();
+    switch (role) {
+    case Qt::DisplayRole:
+    case TextRole: return lane->text;
+    case LabelRole: return lane->label;
+    case RunIdRole: return lane->id;
+    case SeqRole: return lane->after;
+    case FinishedRole: return lane->finished;
+    case OutcomeRole: return lane->outcome.value_or(QString());
+    case ToolsRole: {
+        QVariantList tools;
+        for (const Activity &a : lane->tools)
+            tools.append(QVariantMap{{u"title"_s, a.title},
+                                     {u"detail"_s, a.usefulDetail()},
+                                     {u"status"_s, a.status}});
+        return tools;
+    }
+    default: return {};
+    }
+}
+
+void ChatRowsModel::update(const QList<Row> &next)
+{
+    QSet<QString> wanted;
+    wanted.reserve(next.size());
+    for (const Row &r : next)
+        wanted.insert(keyOf(r));
+    QSet<QString> present;
+    present.reserve(m_rows.size());
+    for (const Row &r : m_rows)
+        present.insert(keyOf(r));
+
+    qsizetype i = 0;
+    while (i < next.size()) {
+        const Row &want = next.at(i);
+        if (i < m_rows.size() && keyOf(m_rows.at(i)) == keyOf(want)) {
+            if (!(m_rows.at(i) == want)) {
+                m_rows[i] = want;
+                emit dataChanged(index(int(i)), index(int(i)));
+            }
+            ++i;
+            continue;
+        }
+        if (i < m_rows.size() && !wanted.contains(keyOf(m_rows.at(i)))) {
+            beginRemoveRows({}, int(i), int(i));
+            present.remove(keyOf(m_rows.at(i)));
+            m_rows.removeAt(i);
+            endRemoveRows();
+            continue;
+        }
+        if (!present.contains(keyOf(want))) {
+            beginInsertRows({}, int(i), int(i));
+            m_rows.insert(i, want);
+            present.insert(keyOf(want));
+            endInsertRows();
+            ++i;
+            continue;
+        }
+        // The row exists further down: move it up here (rare: a reordered message).
+        qsizetype from = i + 1;
+        while (keyOf(m_rows.at(from)) != keyOf(want))
+            ++from;
+        beginMoveRows({}, int(from), int(from), {}, int(i));
+        m_rows.move(from, i);
+        endMoveRows();
+    }
+    if (m_rows.size() > next.size()) {
+        beginRemoveRows({}, int(next.size()), int(m_rows.size() - 1));
+        m_rows.remove(next.size(), m_rows.size() - next.size());
+        endRemoveRows();
+    }
+}
+
+void ChatRowsModel::replace(int row, const Row &value)
+{
+    if (row < 0 || row >= m_rows.size())
+        return;
+    m_rows[row] = value;
+    emit dataChanged(index(row), index(row));
+}

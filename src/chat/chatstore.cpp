@@ -1,0 +1,817 @@
+#include "chatstore.h"
+
+#include "chat/chatbackoff.h"
+#include "chat/chatorder.h"
+#include "chat/chatrowsmodel.h"
+#include "chat/runrecord.h"
+#include "chat/transcript.h"
+#include "net/api.h"
+#include "net/failuretext.h"
+#include "platform/appdata.h"
+#include "platform/atomicfile.h"
+#include "platform/reachability.h"
+#include "platform/sleeper.h"
+#include "text/l.h"
+
+#include <QCoroSignal>
+#include <QCoroWebSocket>
+#include <QDir>
+#include <QJsonDocument>
+#include <QLoggingCategory>
+#include <QWebSocket>
+
+#include <algorithm>
+
+Q_LOGGING_CATEGORY(lcChat, "halvenmark.chat", QtWarningMsg)
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+QList<QPointer<ChatStore>> &liveStores()
+{
+    // Pointers only; main thread.
+    static QList<QPointer<ChatStore>> stores;
+    return stores;
+}
+
+struct DeleteLater {
+    void operator()(QObject *o) const
+    {
+        if (o)
+            o->deleteLater();
+    }
+};
+
+QString seqKey(qint64 seq)
+{
+    return u"seq:"_s + QString::number(seq);
+}
+
+double now()
+{
+    return double(QDateTime::currentMSecsSinceEpoch()) / 1000.0;
+}
+
+QString loadFailureText(const std::exception_ptr &error)
+{
+    try {
+        std::rethrow_exception(error);
+    } catch (const Api::Unauthorized &) {
+        return {};
+    } catch (const DecodeError &) {
+        return FailureText::of(error);
+    } catch (const Api::Failed &failed) {
+        return u"HTTP "_s + QString::number(failed.status);
+    } catch (...) {
+    }
+    return L::t(u"לא ניתן לטעון את השיחה."_s, u"Could not load the conversation."_s,
+                u"Не удалось загрузить разговор."_s);
+}
+
+QString laneLabel()
+{
+    return L::t(u"הסוכן"_s, u"Agent"_s, u"Агент"_s);
+}
+
+} // namespace
+
+QString ChatStore::workingLabel()
+{
+    return L::t(u"עובד על זה"_s, u"Working on it"_s, u"Работаю над этим"_s);
+}
+
+ChatStore::ChatStore(ChatScope scope, QString account, QString role, ChatDependencies deps,
+                     QObject *parent)
+    : QObject(parent)
+    , m_scope(std::move(scope))
+    , m_account(std::move(account))
+    , m_role(std::move(role))
+    , m_sleeper(deps.sleeper ? deps.sleeper : &Sleeper::real())
+    , m_reachability(deps.reachability ? deps.reachability : Reachability::platform(this))
+    , m_model(new ChatRowsModel(this))
+    , m_activitySave(this, 400ms, [this] { writeActivity(); }, m_sleeper)
+{
+    m_disk.setMaxThreadCount(1);
+    m_disk.setObjectName(u"chat.activity.disk"_s);
+    m_networkAvailable = m_reachability->available();
+    QObject::connect(m_reachability, &Reachability::availableChanged, this,
+                     &ChatStore::setNetworkAvailable);
+    liveStores().append(this);
+}
+
+ChatStore::~ChatStore()
+{
+    close();
+    flushDisk();
+    liveStores().removeAll(this);
+}
+
+void ChatStore::setConnected(bool connected)
+{
+    if (m_connected == connected)
+        return;
+    m_connected = connected;
+    emit connectedChanged();
+}
+
+void ChatStore::setLoading(bool loading)
+{
+    if (m_loading == loading)
+        return;
+    m_loading = loading;
+    emit loadingChanged();
+}
+
+void ChatStore::setFailure(const QString &failure)
+{
+    if (m_failure == failure)
+        return;
+    m_failure = failure;
+    emit failureChanged();
+}
+
+void ChatStore::setNetworkAvailable(bool available)
+{
+    if (m_networkAvailable == available)
+        return;
+    m_networkAvailable = available;
+    emit networkAvailableChanged();
+    // Back on the network: catch up on what the socket missed.
+    if (available && m_open)
+        refresh();
+}
+
+QString ChatStore::laneAnchorKey() const
+{
+    return u"chat.laneAnchors."_s + storageKey();
+}
+
+void ChatStore::reset()
+{
+    m_messages.clear();
+    m_lanes.clear();
+    m_history.clear();
+    m_seen.clear();
+    m_cursor = 0;
+    m_activityCursor = 0;
+    m_cachedSeq = 0;
+    m_unread = 0;
+    m_awaitingRun.clear();
+    m_anchors.clear();
+    const QVariantMap anchors = AppData::setting(laneAnchorKey()).toMap();
+    for (auto it = anchors.begin(); it != anchors.end(); ++it)
+        m_anchors.insert(it.key(), it.value().toLongLong());
+    setFailure(QString());
+    rebuild();
+    emit unreadChanged();
+}
+
+void ChatStore::open()
+{
+    if (m_open)
+        return;
+    reset();
+    m_open = true;
+    hydrate();
+    load();
+    connectSocket();
+    startPolling();
+}
+
+void ChatStore::close()
+{
+    if (!m_open)
+        return;
+    m_open = false;
+    ++m_session;
+    m_socketLoop = false;
+    m_pollLoop = false;
+    m_awaitingRun.clear();
+    if (m_socket)
+        QMetaObject::invokeMethod(m_socket, &QWebSocket::abort, Qt::QueuedConnection);
+    setConnected(false);
+}
+
+void ChatStore::hydrate()
+{
+    const QString dir = Transcript::folder();
+    if (dir.isEmpty())
+        return;
+    const bool owner = m_role == u"owner";
+    if (const auto bytes = AtomicFile::read(QDir(dir).filePath(Transcript::fileName(storageKey(), owner)))) {
+        if (auto contents = Transcript::decode(*bytes)) {
+            m_messages = std::move(contents->messages);
+            m_cachedSeq = contents->cachedSeq;
+            for (const ChatMessage &m : std::as_const(m_messages)) {
+                if (m.seq >= 1) {
+                    m_seen.insert(seqKey(m.seq));
+                    m_cursor = std::max(m_cursor, m.seq);
+                }
+            }
+            orderMessages(m_messages);
+        }
+    }
+    if (const auto bytes = AtomicFile::read(QDir(dir).filePath(Transcript::activityFileName(storageKey())))) {
+        for (Lane &lane : Transcript::decodeLanes(*bytes))
+            (lane.finished ? m_history : m_lanes).append(std::move(lane));
+    }
+    placeLanes();
+    rebuild();
+}
+
+QCoro::Task<> ChatStore::load()
+{
+    co_await fetch(true);
+}
+
+QCoro::Task<> ChatStore::refresh()
+{
+    if (m_refreshing) {
+        m_refreshPending = true;
+        co_return;
+    }
+    QPointer<ChatStore> self(this);
+    m_refreshing = true;
+    do {
+        m_refreshPending = false;
+        co_await fetch(false);
+    } while (self && m_refreshPending);
+    if (self)
+        m_refreshing = false;
+}
+
+QCoro::Task<> ChatStore::fetch(bool withActivity)
+{
+    QPointer<ChatStore> self(this);
+    setLoading(true);
+    for (;;) {
+        QString base = u"webapi/messages?since="_s + QString::number(m_cursor);
+        if (withActivity) {
+            base += u"&activity_since="_s + QString::number(m_activityCursor);
+        } else {
+            QStringList tasks;
+            for (const Lane &lane : std::as_const(m_lanes)) {
+                if (const auto n = lane.taskNumber())
+                    tasks.append(QString::number(*n));
+            }
+            if (!tasks.isEmpty())
+                base += u"&tasks="_s + tasks.join(u',');
+        }
+        std::exception_ptr failed;
+        MessagesFeed feed;
+        try {
+            const QByteArray body = co_await Api::fetch(m_scope.path(base));
+            feed = Decode::from<MessagesFeed>(body);
+        } catch (...) {
+            failed = std::current_exception();
+        }
+        if (!self)
+            co_return;
+        if (failed) {
+            m_failureUnreachable = FailureText::isUnreachable(failed);
+            if (const QString text = loadFailureText(failed); !text.isEmpty())
+                setFailure(text);
+            break;
+        }
+        if (feed.conversationID != m_scope.conversationID()) {
+            qCWarning(lcChat) << "ignoring messages of" << feed.conversationID << "for"
+                              << m_scope.conversationID();
+            break;
+        }
+        setFailure(QString());
+        m_failureUnreachable = false;
+        const qint64 before = m_cursor;
+        absorb(feed, m_messages.isEmpty());
+        absorbActivity(feed);
+        // The rest of a long history comes at once; a reply that moves nothing ends it.
+        const bool more = (feed.hasMore && m_cursor > before) || feed.activityHasMore;
+        if (!more)
+            break;
+        withActivity = withActivity || feed.activityHasMore;
+    }
+    setLoading(false);
+}
+
+void ChatStore::absorb(const MessagesFeed &feed, bool replacing)
+{
+    if (feed.conversationID != m_scope.conversationID())
+        return;
+    QHash<qint64, qsizetype> bySeq;
+    QList<qsizetype> locals; // messages made here from frames or polls, not yet stamped
+    for (qsizetype i = 0; i < m_messages.size(); ++i) {
+        if (m_messages.at(i).seq >= 1)
+            bySeq.insert(m_messages.at(i).seq, i);
+        else
+            locals.append(i);
+    }
+    QList<ChatMessage> added;
+    int newReplies = 0;
+    for (const ChatMessage &incoming : feed.messages) {
+        if (incoming.seq < 1 || m_seen.contains(seqKey(incoming.seq)))
+            continue;
+        m_seen.insert(seqKey(incoming.seq));
+        m_cursor = std::max(m_cursor, incoming.seq);
+        if (const auto at = bySeq.find(incoming.seq); at != bySeq.end()) {
+            m_messages[*at] = incoming;
+            continue;
+        }
+        // The stored copy of a reply or turn shown from a frame takes that copy's place.
+        const auto local = std::find_if(locals.begin(), locals.end(), [&](qsizetype i) {
+            const ChatMessage &m = m_messages.at(i);
+            return m.role == incoming.role
+                   && ((m.runID && m.runID == incoming.runID)
+                       || (m.clientRequestID && m.clientRequestID == incoming.clientRequestID));
+        });
+        if (local != locals.end()) {
+            m_messages[*local] = incoming;
+            bySeq.insert(incoming.seq, *local);
+            locals.erase(local);
+            continue;
+        }
+        bySeq.insert(incoming.seq, m_messages.size());
+        m_messages.append(incoming);
+        added.append(incoming);
+        if (!replacing && incoming.role == u"assistant")
+            ++newReplies;
+    }
+    if (feed.messages.isEmpty())
+        return;
+
+    // Turns of this device that the server now holds are settled, even when the reply of the
+    // send itself was lost; an answer still being made is followed by polling.
+    QSet<QString> answered;
+    for (const ChatMessage &m : std::as_const(m_messages)) {
+        if (m.role == u"assistant" && m.runID)
+            answered.insert(*m.runID);
+    }
+    for (const ChatMessage &m : feed.messages) {
+        if (m.role != u"user" && m.source != u"telegram")
+            continue;
+        if (m.clientRequestID)
+            acknowledge(*m.clientRequestID);
+        if (m.runID && !answered.contains(*m.runID) && !replacing) {
+            const bool finished = std::any_of(m_history.begin(), m_history.end(),
+                                              [&](const Lane &l) { return l.id == *m.runID; });
+            if (!finished) {
+                m_awaitingRun.insert(*m.runID);
+                poll(*m.runID);
+            }
+        }
+    }
+
+    orderMessages(m_messages);
+    placeLanes();
+    rebuild();
+    persist();
+    if (newReplies) {
+        m_unread += newReplies;
+        emit unreadChanged();
+    }
+    for (const ChatMessage &m : std::as_const(added))
+        emit messageAdded(m);
+}
+
+void ChatStore::absorbActivity(const MessagesFeed &feed)
+{
+    if (feed.activity.isEmpty())
+        return;
+    QSet<QString> touched;
+    for (const ActivityUpdate &update : feed.activity) {
+        if (update.seq >= 1 && update.seq <= m_activityCursor)
+            continue;
+        Lane &lane = laneFor(update.id);
+        if (!update.label.isEmpty())
+            lane.label = update.label;
+        if (!update.text.isEmpty())
+            lane.text = update.text;
+        if (update.after >= 1 && lane.after < 1)
+            lane.after = update.after;
+        if (update.attempt)
+            lane.attempt = update.attempt;
+        if (update.tool)
+            lane.recordTool(update.tool->name, update.tool->summary, update.tool->status);
+        if (update.finished) {
+            lane.finished = true;
+            lane.outcome = update.outcome.value_or(u"completed"_s);
+        }
+        lane.eventCursor = update.seq;
+        m_activityCursor = std::max(m_activityCursor, update.seq);
+        touched.insert(update.id);
+    }
+    if (feed.activityCursor)
+        m_activityCursor = std::max(m_activityCursor, *feed.activityCursor);
+    m_lanes = Lane::coalesced(m_lanes);
+    for (const QString &id : std::as_const(touched)) {
+        if (std::any_of(m_lanes.begin(), m_lanes.end(),
+                        [&](const Lane &l) { return l.id == id && l.finished; }))
+            archive(id);
+    }
+    placeLanes();
+    rebuild();
+    saveActivity();
+    for (const QString &id : std::as_const(touched))
+        emit laneChanged(laneFor(id));
+}
+
+Lane &ChatStore::laneFor(const QString &runID)
+{
+    for (Lane &lane : m_lanes) {
+        if (lane.id == runID)
+            return lane;
+    }
+    for (Lane &lane : m_history) {
+        if (lane.id == runID)
+            return lane;
+    }
+    Lane lane;
+    lane.id = runID;
+    lane.label = laneLabel();
+    lane.text = workingLabel();
+    lane.after = m_anchors.value(runID, 0);
+    m_lanes.append(lane);
+    return m_lanes.last();
+}
+
+void ChatStore::upsert(const QString &runID, const QString &label, const QString &text,
+                       std::optional<int> attempt)
+{
+    const qsizetype lanesBefore = m_lanes.size() + m_history.size();
+    Lane &lane = laneFor(runID);
+    if (!label.isEmpty())
+        lane.label = label;
+    if (!text.isEmpty())
+        lane.text = text;
+    if (attempt)
+        lane.attempt = attempt;
+    const Lane copy = lane;
+    if (m_lanes.size() + m_history.size() != lanesBefore)
+        rebuild();
+    else
+        rebuildLane(copy);
+    saveActivity();
+    emit laneChanged(copy);
+}
+
+void ChatStore::rebuildLane(const Lane &lane)
+{
+    // A streamed lane changes one row; only a move or a new lane needs the whole list.
+    const qsizetype at = m_laneRows.value(lane.id, -1);
+    if (at < 0 || m_rows.at(at).lane()->after != lane.after) {
+        rebuild();
+        return;
+    }
+    m_rows[at] = Row::lane(lane);
+    m_model->replace(int(at), m_rows.at(at));
+}
+
+void ChatStore::rebuild()
+{
+    QList<Lane> all = m_history;
+    all.append(m_lanes);
+    m_rows = buildRows(m_messages, all);
+    m_laneRows.clear();
+    for (qsizetype i = 0; i < m_rows.size(); ++i) {
+        if (const Lane *lane = m_rows.at(i).lane())
+            m_laneRows.insert(lane->id, i);
+    }
+    m_model->update(m_rows);
+}
+
+void ChatStore::placeLanes()
+{
+    QHash<QString, qint64> turnOf; // run id → seq of the user message that started it
+    for (const ChatMessage &m : std::as_const(m_messages)) {
+        if (m.role == u"user" && m.runID && m.seq >= 1)
+            turnOf.insert(*m.runID, m.seq);
+    }
+    bool moved = false;
+    auto place = [&](Lane &lane) {
+        if (lane.after < 1)
+            lane.after = turnOf.value(lane.id, m_anchors.value(lane.id, 0));
+        if (lane.after >= 1 && m_anchors.value(lane.id, 0) != lane.after) {
+            m_anchors.insert(lane.id, lane.after);
+            moved = true;
+        }
+    };
+    std::for_each(m_lanes.begin(), m_lanes.end(), place);
+    std::for_each(m_history.begin(), m_history.end(), place);
+    if (!moved)
+        return;
+    QVariantMap anchors;
+    for (auto it = m_anchors.begin(); it != m_anchors.end(); ++it)
+        anchors.insert(it.key(), it.value());
+    AppData::setSetting(laneAnchorKey(), anchors);
+}
+
+void ChatStore::finishActivity(const QString &runID, const QString &outcome)
+{
+    Lane &lane = laneFor(runID);
+    lane.finished = true;
+    lane.outcome = outcome;
+    const Lane copy = lane;
+    archive(runID);
+    rebuild();
+    saveActivity();
+    emit laneChanged(copy);
+}
+
+void ChatStore::archive(const QString &runID)
+{
+    for (qsizetype i = 0; i < m_lanes.size(); ++i) {
+        if (m_lanes.at(i).id == runID && m_lanes.at(i).finished) {
+            m_history.append(m_lanes.takeAt(i));
+            return;
+        }
+    }
+}
+
+void ChatStore::appendReply(const QString &runID, const QString &text,
+                            std::optional<double> createdAt, const QString &voiceURL)
+{
+    // Whichever comes first (frame, poll or fetch) shows the reply; the others find it there.
+    for (const ChatMessage &m : std::as_const(m_messages)) {
+        if (m.role == u"assistant" && m.runID == runID)
+            return;
+    }
+    ChatMessage reply = ChatMessage::make(u"assistant"_s, text, createdAt.value_or(now()));
+    reply.runID = runID;
+    if (!voiceURL.isEmpty())
+        reply.voiceFile = QUrl(voiceURL).fileName();
+    append(std::move(reply));
+    ++m_unread;
+    emit unreadChanged();
+}
+
+void ChatStore::append(ChatMessage message)
+{
+    const ChatMessage copy = message;
+    m_messages.append(std::move(message));
+    // Nearly always already in place; a stable sort keeps it cheap and exact.
+    if (m_messages.size() > 1 && m_messages.at(m_messages.size() - 2).createdAt > copy.createdAt)
+        orderMessages(m_messages);
+    rebuild();
+    persist();
+    emit messageAdded(copy);
+}
+
+void ChatStore::handle(const ChatFrame &frame)
+{
+    if (frame.conversationID != m_scope.conversationID())
+        return;
+    const QString &type = frame.type;
+    if (type == u"run_started") {
+        if (frame.userSeq >= 1 && !frame.clientRequestID.isEmpty())
+            stamp(frame.userSeq, frame.clientRequestID);
+        const qsizetype before = m_lanes.size() + m_history.size();
+        Lane &lane = laneFor(frame.runID);
+        if (m_lanes.size() + m_history.size() != before) {
+            lane.label = laneLabel();
+            lane.text = workingLabel();
+        }
+        if (frame.userSeq >= 1)
+            lane.after = frame.userSeq;
+        const Lane copy = lane;
+        placeLanes();
+        rebuild();
+        saveActivity();
+        emit laneChanged(copy);
+        m_awaitingRun.insert(frame.runID);
+        poll(frame.runID);
+    } else if (type == u"delta") {
+        upsert(frame.runID, frame.label, frame.text, frame.attempt);
+    } else if (type == u"tool") {
+        Lane &lane = laneFor(frame.runID);
+        lane.recordTool(frame.name, frame.summary, frame.status);
+        const Lane copy = lane;
+        if (copy.after < 1)
+            placeLanes();
+        rebuildLane(copy);
+        saveActivity();
+        emit laneChanged(copy);
+    } else if (type == u"final") {
+        finishActivity(frame.runID, frame.outcome.isEmpty() ? u"completed"_s : frame.outcome);
+        m_awaitingRun.remove(frame.runID);
+        if (!frame.text.isEmpty())
+            appendReply(frame.runID, frame.text, frame.createdAt, frame.voiceURL);
+    } else if (type == u"error") {
+        finishActivity(frame.runID, u"error"_s);
+        m_awaitingRun.remove(frame.runID);
+        appendReply(frame.runID,
+                    frame.error.isEmpty() ? L::t(u"משהו נכשל."_s, u"Something failed."_s,
+                                                 u"Что-то пошло не так."_s)
+                                          : frame.error,
+                    std::nullopt, QString());
+    } else if (type == u"tg_live" || type == u"tg_message") {
+        refresh();
+    }
+}
+
+void ChatStore::onSocketText(const QString &text)
+{
+    const QJsonDocument doc = QJsonDocument::fromJson(text.toUtf8());
+    if (!doc.isObject())
+        return;
+    try {
+        handle(ChatFrame::fromJson(doc.object()));
+    } catch (const DecodeError &e) {
+        qCDebug(lcChat) << "ignoring a frame:" << e.description();
+    }
+}
+
+void ChatStore::connectSocket()
+{
+    if (m_socketLoop || !m_open)
+        return;
+    m_socketLoop = true;
+    socketLoop(this);
+}
+
+QCoro::Task<> ChatStore::socketLoop(QPointer<ChatStore> store)
+{
+    const int session = store->m_session;
+    Sleeper *sleeper = store->m_sleeper;
+    auto current = [&] { return store && store->m_open && store->m_session == session; };
+    while (current()) {
+        // Deleted later, never from inside one of its own signals.
+        std::unique_ptr<QWebSocket, DeleteLater> socket;
+        QNetworkRequest request;
+        try {
+            Api::PendingSocket pending = Api::socket(store->m_scope.path(u"webapi/ws"_s));
+            socket.reset(pending.socket.release());
+            request = pending.request;
+        } catch (const Api::Unauthorized &) {
+            break; // signed out: the session takes it from here
+        }
+        QObject::connect(socket.get(), &QWebSocket::textMessageReceived, store,
+                         &ChatStore::onSocketText);
+        store->m_socket = socket.get();
+        const bool opened = co_await qCoro(socket.get()).open(request, 15s);
+        if (!current())
+            break;
+        if (opened) {
+            store->m_retries = 0;
+            store->setConnected(true);
+            while (current() && socket->state() == QAbstractSocket::ConnectedState)
+                co_await qCoro(socket.get(), &QWebSocket::disconnected, 1s);
+            if (!store)
+                co_return;
+            store->setConnected(false);
+            if (!current())
+                break;
+        }
+        ++store->m_retries;
+        const auto wait = ChatBackoff::delay(store->m_retries);
+        qCDebug(lcChat) << "chat socket down; trying again in" << wait.count() << "ms";
+        co_await sleeper->sleep(wait);
+    }
+    if (store && store->m_session == session)
+        store->m_socketLoop = false;
+}
+
+void ChatStore::startPolling()
+{
+    if (m_pollLoop || !m_open)
+        return;
+    m_pollLoop = true;
+    pollLoop(this);
+}
+
+QCoro::Task<> ChatStore::pollLoop(QPointer<ChatStore> store)
+{
+    const int session = store->m_session;
+    Sleeper *sleeper = store->m_sleeper;
+    for (;;) {
+        co_await sleeper->sleep(12s);
+        if (!store || !store->m_open || store->m_session != session)
+            co_return;
+        co_await store->refresh();
+    }
+}
+
+void ChatStore::poll(const QString &runID)
+{
+    if (runID.isEmpty() || m_polling.contains(runID) || !m_awaitingRun.contains(runID))
+        return;
+    m_polling.insert(runID);
+    followRun(this, runID);
+}
+
+QCoro::Task<> ChatStore::followRun(QPointer<ChatStore> store, QString runID)
+{
+    Sleeper *sleeper = store->m_sleeper;
+    auto awaited = [&] { return store && store->m_open && store->m_awaitingRun.contains(runID); };
+    while (awaited()) {
+        co_await sleeper->sleep(2s);
+        if (!awaited())
+            break;
+        std::optional<RunRecord> run;
+        try {
+            const auto body = co_await Api::raw(u"webapi/runs/"_s + runID, "GET"_ba, 25s);
+            if (body)
+                run = RunRecord::fromJson(*body);
+        } catch (const std::exception &e) {
+            qCDebug(lcChat) << "run poll failed, trying again:" << e.what();
+        }
+        if (!awaited() || !run)
+            continue;
+        if (!run->done) {
+            store->upsert(runID, run->label, run->text, run->attempt);
+            continue;
+        }
+        store->m_awaitingRun.remove(runID);
+        store->finishActivity(runID, run->outcome.isEmpty() ? u"complete"_s : run->outcome);
+        QString text = run->text;
+        if (text.isEmpty() && (!run->error.isEmpty() || run->status == u"error"))
+            text = run->error.isEmpty() ? L::t(u"משהו נכשל."_s, u"Something failed."_s,
+                                               u"Что-то пошло не так."_s)
+                                        : run->error;
+        if (!text.isEmpty())
+            store->appendReply(runID, text, run->createdAt, run->voiceURL);
+        break;
+    }
+    if (store)
+        store->m_polling.remove(runID);
+}
+
+void ChatStore::markRead()
+{
+    if (m_unread == 0)
+        return;
+    m_unread = 0;
+    emit unreadChanged();
+}
+
+void ChatStore::stamp(qint64 seq, const QString &requestID)
+{
+    // Until the outbox holds turns, the only thing a stamp moves is a lane's anchor.
+    for (Lane &lane : m_lanes) {
+        if (lane.after < 1 && lane.id == requestID)
+            lane.after = seq;
+    }
+}
+
+void ChatStore::acknowledge(const QString &requestID)
+{
+    m_seen.insert(u"req:"_s + requestID);
+}
+
+void ChatStore::persist()
+{
+    const QString dir = Transcript::folder();
+    if (dir.isEmpty())
+        return;
+    for (const ChatMessage &m : std::as_const(m_messages))
+        m_cachedSeq = std::max(m_cachedSeq, m.seq);
+    const QString file = QDir(dir).filePath(Transcript::fileName(storageKey(), m_role == u"owner"));
+    // The list is shared, not copied, until this thread changes it again.
+    Transcript::Contents contents{m_messages, m_cachedSeq};
+    m_disk.start([file, contents = std::move(contents)] {
+        if (!AtomicFile::write(file, Transcript::encode(contents)))
+            qCWarning(lcChat) << "could not write the transcript" << file;
+    });
+}
+
+void ChatStore::saveActivity()
+{
+    m_activitySave.schedule();
+}
+
+void ChatStore::writeActivity()
+{
+    const QString dir = Transcript::folder();
+    if (dir.isEmpty())
+        return;
+    QList<Lane> all = m_history;
+    all.append(m_lanes);
+    const QString file = QDir(dir).filePath(Transcript::activityFileName(storageKey()));
+    m_disk.start([file, all = std::move(all)] {
+        if (!AtomicFile::write(file, Transcript::encodeLanes(all)))
+            qCWarning(lcChat) << "could not write the lanes" << file;
+    });
+}
+
+void ChatStore::flushDisk()
+{
+    m_activitySave.flush();
+    m_disk.waitForDone();
+}
+
+void ChatStore::resetAll()
+{
+    for (const QPointer<ChatStore> &store : liveStores()) {
+        if (!store)
+            continue;
+        store->close();
+        store->flushDisk();
+        store->reset();
+    }
+    for (const QString &folder : {u"transcript"_s, u"chat-outbox"_s, u"background-chat"_s}) {
+        const QString path = AppData::path(folder);
+        if (!path.isEmpty())
+            QDir(path).removeRecursively();
+    }
+    AppData::removeSettings(u"chat.laneAnchors."_s);
+    AppData::removeSettings(u"chat.projects."_s);
+}

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "chat/chatmessage.h"
+#include "chat/lane.h"
+
+#include <QList>
+#include <QString>
+
+#include <optional>
+
+// The conversation as kept on disk, so it shows at once on the next start: the transcript
+// (ordered messages) and the lanes of agent work, in the "transcript" folder.
+namespace Transcript {
+
+inline constexpr int version = 1;
+
+QString folder();
+// "chat-<key>[-voice-separated-v1]-feed-v<version>.json"; the marker only for owners.
+QString fileName(const QString &storageKey, bool owner);
+QString activityFileName(const QString &storageKey);
+
+struct Contents {
+    QList<ChatMessage> messages;
+    qint64 cachedSeq = 0;
+};
+
+QByteArray encode(const Contents &contents);
+// Nothing for a file that is not ours or does not parse; messages that do not decode are dropped.
+std::optional<Contents> decode(const QByteArray &bytes);
+
+QByteArray encodeLanes(const QList<Lane> &lanes);
+QList<Lane> decodeLanes(const QByteArray &bytes);
+
+} // namespace Transcript
