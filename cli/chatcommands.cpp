@@ -93,11 +93,11 @@ private:
     void onLane(const Lane &lane)
     {
         Seen &seen = m_seen[lane.id];
-        if (lane.label != seen.label || lane.text != seen.text) {
-            seen.label = lane.label;
+        if (lane.heading() != seen.label || lane.text != seen.text) {
+            seen.label = lane.heading();
             seen.text = lane.text;
             const QString last = lane.text.section(u'\n', -1, -1, QString::SectionSkipEmpty);
-            Console::out(u"▸ "_s + lane.label + u": "_s + last.left(160));
+            Console::out(u"▸ "_s + lane.heading() + (last.isEmpty() ? QString() : u": "_s + last.left(160)));
         }
         for (const Activity &step : lane.tools) {
             if (seen.tools.value(step.id) == step.status)
@@ -109,7 +109,7 @@ private:
         }
         if (lane.finished && !seen.finished) {
             seen.finished = true;
-            Console::out(u"✓ "_s + lane.label + u" ("_s + lane.outcome.value_or(u"completed"_s) + u")"_s);
+            Console::out(u"✓ "_s + lane.heading() + u" ("_s + lane.outcome.value_or(u"completed"_s) + u")"_s);
         }
     }
 

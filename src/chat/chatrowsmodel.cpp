@@ -62,7 +62,7 @@ QVariant ChatRowsModel::data(const QModelIndex &index, int role) const
     switch (role) {
     case Qt::DisplayRole:
     case TextRole: return lane->text;
-    case LabelRole: return lane->label;
+    case LabelRole: return lane->heading();
     case RunIdRole: return lane->id;
     case SeqRole: return lane->after;
     case FinishedRole: return lane->finished;

@@ -70,17 +70,7 @@ QString loadFailureText(const std::exception_ptr &error)
                 u"Не удалось загрузить разговор."_s);
 }
 
-QString laneLabel()
-{
-    return L::t(u"הסוכן"_s, u"Agent"_s, u"Агент"_s);
-}
-
 } // namespace
-
-QString ChatStore::workingLabel()
-{
-    return L::t(u"עובד על זה"_s, u"Working on it"_s, u"Работаю над этим"_s);
-}
 
 ChatStore::ChatStore(ChatScope scope, QString account, QString role, ChatDependencies deps,
                      QObject *parent)
@@ -381,22 +371,7 @@ void ChatStore::absorbActivity(const MessagesFeed &feed)
     for (const ActivityUpdate &update : feed.activity) {
         if (update.seq >= 1 && update.seq <= m_activityCursor)
             continue;
-        Lane &lane = laneFor(update.id);
-        if (!update.label.isEmpty())
-            lane.label = update.label;
-        if (!update.text.isEmpty())
-            lane.text = update.text;
-        if (update.after >= 1 && lane.after < 1)
-            lane.after = update.after;
-        if (update.attempt)
-            lane.attempt = update.attempt;
-        if (update.tool)
-            lane.recordTool(update.tool->name, update.tool->summary, update.tool->status);
-        if (update.finished) {
-            lane.finished = true;
-            lane.outcome = update.outcome.value_or(u"completed"_s);
-        }
-        lane.eventCursor = update.seq;
+        laneFor(update.id).replay(update);
         m_activityCursor = std::max(m_activityCursor, update.seq);
         touched.insert(update.id);
     }
@@ -425,10 +400,9 @@ Lane &ChatStore::laneFor(const QString &runID)
         if (lane.id == runID)
             return lane;
     }
+    // No label or text yet: the card shows Lane::heading() until the run says something.
     Lane lane;
     lane.id = runID;
-    lane.label = laneLabel();
-    lane.text = workingLabel();
     lane.after = m_anchors.value(runID, 0);
     m_lanes.append(lane);
     return m_lanes.last();
@@ -528,7 +502,7 @@ void ChatStore::archive(const QString &runID)
 }
 
 void ChatStore::appendReply(const QString &runID, const QString &text,
-                            std::optional<double> createdAt, const QString &voiceURL)
+                            std::optional<double> createdAt, const QString &voiceFile)
 {
     // Whichever comes first (frame, poll or fetch) shows the reply; the others find it there.
     for (const ChatMessage &m : std::as_const(m_messages)) {
@@ -537,8 +511,8 @@ void ChatStore::appendReply(const QString &runID, const QString &text,
     }
     ChatMessage reply = ChatMessage::make(u"assistant"_s, text, createdAt.value_or(now()));
     reply.runID = runID;
-    if (!voiceURL.isEmpty())
-        reply.voiceFile = QUrl(voiceURL).fileName();
+    if (!voiceFile.isEmpty())
+        reply.voiceFile = voiceFile;
     append(std::move(reply));
     ++m_unread;
     emit unreadChanged();
@@ -564,12 +538,7 @@ void ChatStore::handle(const ChatFrame &frame)
     if (type == u"run_started") {
         if (frame.userSeq >= 1 && !frame.clientRequestID.isEmpty())
             stamp(frame.userSeq, frame.clientRequestID);
-        const qsizetype before = m_lanes.size() + m_history.size();
         Lane &lane = laneFor(frame.runID);
-        if (m_lanes.size() + m_history.size() != before) {
-            lane.label = laneLabel();
-            lane.text = workingLabel();
-        }
         if (frame.userSeq >= 1)
             lane.after = frame.userSeq;
         const Lane copy = lane;
@@ -591,10 +560,10 @@ void ChatStore::handle(const ChatFrame &frame)
         saveActivity();
         emit laneChanged(copy);
     } else if (type == u"final") {
-        finishActivity(frame.runID, frame.outcome.isEmpty() ? u"completed"_s : frame.outcome);
+        finishActivity(frame.runID, frame.finalOutcome());
         m_awaitingRun.remove(frame.runID);
         if (!frame.text.isEmpty())
-            appendReply(frame.runID, frame.text, frame.createdAt, frame.voiceURL);
+            appendReply(frame.runID, frame.text, frame.createdAt, frame.voiceFile().value_or(QString()));
     } else if (type == u"error") {
         finishActivity(frame.runID, u"error"_s);
         m_awaitingRun.remove(frame.runID);
@@ -728,7 +697,7 @@ QCoro::Task<> ChatStore::followRun(QPointer<ChatStore> store, QString runID)
                                                u"Что-то пошло не так."_s)
                                         : run->error;
         if (!text.isEmpty())
-            store->appendReply(runID, text, run->createdAt, run->voiceURL);
+            store->appendReply(runID, text, run->createdAt, run->voiceFile().value_or(QString()));
         break;
     }
     if (store)

@@ -55,9 +55,6 @@ class ChatStore : public QObject
     Q_PROPERTY(qint64 revealSeq READ revealSeq NOTIFY ticksChanged)
 
 public:
-    // The label a lane has until the server names it.
-    static QString workingLabel();
-
     ChatStore(ChatScope scope, QString account, QString role, ChatDependencies deps = {},
               QObject *parent = nullptr);
     ~ChatStore() override;
@@ -142,7 +139,7 @@ private:
     void finishActivity(const QString &runID, const QString &outcome);
     void archive(const QString &runID);
     void appendReply(const QString &runID, const QString &text, std::optional<double> createdAt,
-                     const QString &voiceURL);
+                     const QString &voiceFile);
     void append(ChatMessage message);
     void placeLanes();
     void rebuild();
