@@ -5,6 +5,8 @@ import json
 
 from aiohttp import web
 
+import chatcontrol
+import checks
 from state import Fault, Page, State, User
 from wire import Reject, dumps, parse_object, reply, text_or_empty
 
@@ -19,15 +21,7 @@ def _bad(detail: str) -> Reject:
 
 
 def _get(body: dict, key: str, kinds, default=None, required=False):
-    if key not in body or (body[key] is None and not required):
-        if required:
-            raise _bad(f"{key} is required.")
-        return default
-    value = body[key]
-    # bool is an int in Python; a flag is never a count and a count never a flag.
-    if isinstance(value, bool) != (kinds is bool) or not isinstance(value, kinds):
-        raise _bad(f"{key} has the wrong type.")
-    return value
+    return checks.take(body, key, kinds, default, required, "bad_control")
 
 
 def fault_reply(fault: Fault) -> web.Response:
@@ -70,11 +64,18 @@ def _fault(state: State, body: dict) -> web.Response:
         body=None if raw is None else raw.encode("utf-8"),
         content_type=_get(body, "content_type", str),
         headers={str(k): v if isinstance(v, str) else json.dumps(v) for k, v in headers.items()},
-        delay=float(delay), drop=_get(body, "drop", bool, False), times=_get(body, "times", int, 1))
+        delay=float(delay), drop=_get(body, "drop", bool, False), after=_get(body, "after", str),
+        drop_mid_body=_get(body, "drop_mid_body", bool, False), times=_get(body, "times", int, 1))
     if fault.times == 0 or fault.times < -1:
         raise _bad("times must be positive, or -1 for ever.")
-    if fault.status is None and not fault.drop and not fault.delay:
-        raise _bad("A fault needs a status, a delay or drop.")
+    if fault.after not in (None, "drop"):
+        raise _bad('after can only be "drop".')
+    endings = [fault.status is not None or fault.drop, fault.after is not None,
+               fault.drop_mid_body]
+    if sum(endings) > 1:
+        raise _bad("Choose one of status or drop, after, and drop_mid_body.")
+    if not any(endings) and not fault.delay:
+        raise _bad("A fault needs a status, a delay, drop, after or drop_mid_body.")
     state.faults.append(fault)
     return reply({"ok": True, "faults": len(state.faults)})
 
@@ -176,4 +177,7 @@ async def handle(request: web.Request, state: State) -> web.Response:
     if (method, action) == ("GET", "sessions"):
         return reply({"sessions": [{"user": user, "cookie": cookie}
                                    for cookie, user in state.sessions.items()]})
+    chat = await chatcontrol.handle(method, action, body, request.query, state)
+    if chat is not None:
+        return chat
     raise Reject(404, "not_found", f"No control action {method} {action}.")

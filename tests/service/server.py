@@ -14,11 +14,11 @@ import sys
 import threading
 import traceback
 
-from aiohttp import WSCloseCode, web
+from aiohttp import web
 
 import control
 import webapi
-from state import State
+from state import Fault, State
 from wire import Reject, header_dict, reply
 
 log = logging.getLogger("service")
@@ -43,10 +43,13 @@ def _drop(request: web.Request) -> web.Response:
     return Dropped()
 
 
-async def _answer(request: web.Request, state: State) -> web.StreamResponse:
-    query_string = request.raw_path.partition("?")[2]
-    target = request.path[1:] + ("?" + query_string if query_string else "")
-    fault = state.take_fault(request.method, target)
+async def _read_part(request: web.Request) -> bytes:
+    """Some of the body, never all of it when there is more than a byte."""
+    length = request.content_length or 2
+    return await request.content.read(max(1, length // 2))
+
+
+async def _answer(request: web.Request, state: State, fault: Fault | None) -> web.StreamResponse:
     if fault is not None:
         if fault.delay:
             await asyncio.sleep(fault.delay)
@@ -83,21 +86,31 @@ async def dispatch(request: web.Request) -> web.StreamResponse:
     entry = _record(request)
     state.remember(entry)
     request["log_entry"] = entry
+    query_string = request.raw_path.partition("?")[2]
+    fault = state.take_fault(request.method,
+                             request.path[1:] + ("?" + query_string if query_string else ""))
     try:
-        entry["body"] = await request.read()
-        response = await _answer(request, state)
+        if fault is not None and fault.drop_mid_body:
+            entry["body"] = await _read_part(request)
+            if fault.delay:
+                await asyncio.sleep(fault.delay)
+            response = _drop(request)
+        else:
+            entry["body"] = await request.read()
+            response = await _answer(request, state, fault)
     except asyncio.CancelledError:
         entry["status"] = 0  # the client went away before the answer
         raise
     except Exception as error:
         response = _failure(request, error)
+    if fault is not None and fault.after == "drop" and not isinstance(response, Dropped):
+        response = _drop(request)  # served in full, but the client never hears of it
     entry["status"] = 0 if isinstance(response, Dropped) else response.status
     return response
 
 
 async def _close_sockets(app: web.Application) -> None:
-    for ws in list(app["state"].sockets):
-        await ws.close(code=WSCloseCode.GOING_AWAY, message=b"Server shutting down")
+    await app["state"].hub.close_all()
 
 
 def make_app() -> web.Application:

@@ -1,9 +1,12 @@
-"""The service's memory: users, sessions, sign-in tokens, prefs, pages, faults and the log."""
+"""The service's memory: users, sessions, sign-in tokens, prefs, pages, chats, faults and the
+log."""
 
 import secrets
 from dataclasses import dataclass, field
 
 import seed
+from chat import Account, AgentSettings, FeedSettings
+from hub import Hub
 from wire import dumps
 
 
@@ -44,6 +47,8 @@ class Fault:
     headers: dict[str, str] = field(default_factory=dict)
     delay: float = 0.0
     drop: bool = False
+    after: str | None = None  # "drop": serve the request, then close instead of replying
+    drop_mid_body: bool = False  # close after reading part of the body; nothing is served
     times: int = 1  # -1 = forever
 
     def matches(self, method: str, target: str) -> bool:
@@ -56,10 +61,17 @@ class State:
     LOG_LIMIT = 10000  # a demo may run for days; tests reset long before this
 
     def __init__(self):
-        self.sockets: set = set()  # open web sockets, closed on shut-down; survive reset
+        self.hub = Hub()  # open chat sockets, closed on shut-down; they survive a reset
+        self.accounts: dict[str, Account] = {}
         self.reset()
 
     def reset(self) -> None:
+        for account in self.accounts.values():
+            account.stop_agents()
+        self.accounts = {}
+        self.agent = AgentSettings()
+        self.feed = FeedSettings()
+        self.hub.rules.clear()
         self.users: dict[str, User] = {}
         for name, password, role, email, pages, voice, ws_id, ws_name in seed.USERS:
             self.users[name] = User(name, password, role, email, list(pages), voice, ws_id,
@@ -107,8 +119,17 @@ class State:
         name = self.tokens.pop(token, None)
         return self.users.get(name) if name is not None else None
 
+    def account(self, user: str) -> Account:
+        """The user's chat, made on first use."""
+        if user not in self.accounts:
+            self.accounts[user] = Account()
+        return self.accounts[user]
+
     def delete_user(self, user: str) -> None:
         self.users.pop(user, None)
+        gone = self.accounts.pop(user, None)
+        if gone is not None:
+            gone.stop_agents()
         self.end_sessions(user)
         self.tokens = {t: name for t, name in self.tokens.items() if name != user}
         self.prefs.pop(user, None)

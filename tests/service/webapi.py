@@ -1,16 +1,17 @@
 """The service's own endpoints under /webapi/."""
 
-import hashlib
 import json
+import re
 import urllib.parse
 from dataclasses import dataclass
 
 from aiohttp import WSMsgType, web
 
-import formdata
+import chat
+import chatapi
 from state import State, User
-from wire import (COOKIE_NAME, Reject, digest, dumps, header_dict, json_body, media_type,
-                  reply, seconds_text, session_cookie, text_or_empty, unauthorized)
+from wire import (COOKIE_NAME, Reject, digest, dumps, header_dict, json_body, reply,
+                  seconds_text, session_cookie, text_or_empty, unauthorized)
 
 MAX_WS_MESSAGE = 8 * 1024 * 1024
 MAX_BIG_REPLY = 64 * 1024 * 1024
@@ -23,6 +24,7 @@ class Call:
     path: str  # below "webapi/", decoded, no query
     user: User | None = None
     cookie: str | None = None
+    match: re.Match | None = None  # for a route with a variable part
 
 
 def _signed_in(call: Call, user: User, body: dict) -> web.Response:
@@ -102,22 +104,6 @@ async def echo(call: Call) -> web.Response:
     })
 
 
-async def upload(call: Call) -> web.Response:
-    kind, params = media_type(call.request)
-    if kind != "multipart/form-data":
-        raise Reject(415, "unsupported_media_type")
-    data = await call.request.read()
-    try:
-        part, fields = formdata.upload(formdata.parse(data, params.get("boundary")))
-    except formdata.Malformed as error:
-        raise Reject(400, "bad_multipart", str(error)) from None
-    return reply({
-        "ok": True, "part": part.name, "filename": part.filename, "mime": part.content_type,
-        "size": len(part.data), "sha256": hashlib.sha256(part.data).hexdigest(),
-        "fields": fields,
-    })
-
-
 async def contact(call: Call) -> web.Response:
     return reply({"ok": True, "received": await json_body(call.request)})
 
@@ -127,32 +113,36 @@ async def status(call: Call) -> web.Response:
 
 
 async def socket(call: Call) -> web.StreamResponse:
-    """The signed-in socket: a greeting, then an echo of every message."""
+    """The chat socket: a greeting, then every frame of every conversation of the user."""
     request = call.request
+    chat.from_query(request.query)  # a malformed conversation is refused before the upgrade
     ws = web.WebSocketResponse(max_msg_size=MAX_WS_MESSAGE + 1, autoping=True)
     if not ws.can_prepare(request).ok:
         raise Reject(400, "not_websocket", "This address only speaks WebSocket.")
     await ws.prepare(request)
     if "log_entry" in request:  # the socket may stay open for the whole test
         request["log_entry"]["status"] = 101
-    call.state.sockets.add(ws)
+    hub = call.state.hub
     try:
+        # Harmless to a chat client, which skips frame types it does not know.
         await ws.send_str(dumps({"type": "hello", "user": call.user.name}).decode())
+        hub.add(ws, call.user.name, request)
         async for message in ws:
             if message.type == WSMsgType.TEXT:
-                await ws.send_str(_socket_answer(message.data))
-            elif message.type == WSMsgType.BINARY:
-                await ws.send_bytes(message.data)
+                answer = _socket_answer(message.data)
+                if answer is not None:
+                    await ws.send_str(answer)
     finally:
-        call.state.sockets.discard(ws)
+        hub.remove(ws)
     return ws
 
 
-def _socket_answer(text: str) -> str:
+def _socket_answer(text: str) -> str | None:
+    """Only {"type":"big","size":N} is answered (the transport's large-message test)."""
     try:
         value = json.loads(text)
     except ValueError:
-        value = None
+        return None
     if isinstance(value, dict) and value.get("type") == "big":
         size = value.get("size")
         frame = len(dumps({"data": "", "type": "big"}))
@@ -161,7 +151,7 @@ def _socket_answer(text: str) -> str:
                           "detail": f"size must be an integer from {frame} to {MAX_BIG_REPLY}."
                           }).decode()
         return dumps({"data": "x" * (size - frame), "type": "big"}).decode()
-    return dumps({"type": "echo", "text": text}).decode()
+    return None
 
 
 async def page(call: Call) -> web.Response:
@@ -195,14 +185,32 @@ ROUTES = {
     "auth/delete-account": (False, {"POST": delete_account}),
     "me": (False, {"GET": me}),
     "prefs": (False, {"GET": prefs, "POST": prefs}),
-    "upload": (False, {"POST": upload}),
+    "upload": (False, {"POST": chatapi.upload}),
     "ws": (False, {"GET": socket}),
+    "messages": (False, {"GET": chatapi.messages}),
+    "chat": (False, {"POST": chatapi.send}),
+    "router/feedback": (False, {"POST": chatapi.feedback}),
 }
+# Paths with a variable part, all for signed-in users.
+PATTERNS = [
+    (re.compile(r"runs/([^/]+)"), {"GET": chatapi.run}),
+    (re.compile(r"tasks/p-([1-9][0-9]{0,17})/stop"), {"POST": chatapi.stop_task}),
+]
+
+
+def _route(call: Call) -> tuple[bool, dict | None]:
+    if call.path in ROUTES:
+        return ROUTES[call.path]
+    for pattern, methods in PATTERNS:
+        call.match = pattern.fullmatch(call.path)
+        if call.match:
+            return False, methods
+    return False, None
 
 
 async def respond(request: web.Request, state: State) -> web.StreamResponse:
     call = Call(request, state, request.path[len("/webapi/"):])
-    is_open, methods = ROUTES.get(call.path, (False, None))
+    is_open, methods = _route(call)
     if not is_open:
         call.cookie = session_cookie(request)
         call.user = state.user_of(call.cookie)
