@@ -336,6 +336,9 @@ void ChatStore::absorb(const MessagesFeed &feed, bool replacing)
         if (m.role == u"assistant" && m.runID)
             answered.insert(*m.runID);
     }
+    // A stored reply ends the wait for its run, however it came.
+    for (const QString &run : std::as_const(answered))
+        m_awaitingRun.remove(run);
     for (const ChatMessage &m : feed.messages) {
         if (m.role != u"user" && m.source != u"telegram")
             continue;

@@ -55,6 +55,7 @@ private slots:
 
     void init()
     {
+        home.reset(); // the old home ends first, so the new one stays in force
         home = std::make_unique<TestHome>();
         service.reset();
     }

@@ -10,6 +10,9 @@ TestHome::TestHome()
 
 TestHome::~TestHome()
 {
+    // Only undo our own setting: a newer home made before this one ended stays in force.
+    if (qgetenv("HALVENMARK_HOME") != m_dir.path().toUtf8())
+        return;
     if (m_previous.isEmpty())
         qunsetenv("HALVENMARK_HOME");
     else

@@ -1,0 +1,237 @@
+// The chat store against the reference service: loading, the live socket, polling when the
+// socket loses frames, and reconnecting.
+
+#include "chat/chatstore.h"
+#include "net/api.h"
+#include "net/identity.h"
+#include "support/fakereachability.h"
+#include "support/fakesleeper.h"
+#include "support/service.h"
+#include "support/sync.h"
+#include "support/testhome.h"
+
+#include <QJsonArray>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+class Demo : public Identity
+{
+public:
+    QString value;
+    QString cookie() const override { return value; }
+    QString user() const override { return QStringLiteral("demo"); }
+    void rejected() override {}
+};
+
+int assistantReplies(const ChatStore &store)
+{
+    int n = 0;
+    for (const ChatMessage &m : store.messages())
+        n += m.role == u"assistant";
+    return n;
+}
+
+} // namespace
+
+class ChatLiveTest : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<TestHome> home;
+    Service service;
+    Demo identity;
+    FakeSleeper sleeper;
+    FakeReachability reachability;
+
+    std::unique_ptr<ChatStore> newStore(const ChatScope &scope = ChatScope::main())
+    {
+        return std::make_unique<ChatStore>(scope, QStringLiteral("demo"), QStringLiteral("user"),
+                                           ChatDependencies{&sleeper, &reachability});
+    }
+
+    QJsonObject post(const QString &text, const QString &conversation = QStringLiteral("main"))
+    {
+        return service.control("POST", QStringLiteral("chat"),
+                               {{"user", "demo"}, {"conversation_id", conversation}, {"text", text}});
+    }
+
+    QJsonArray stored(const QString &conversation = QStringLiteral("main"))
+    {
+        return service.control("GET", QStringLiteral("messages?user=demo&conversation_id=") + conversation)
+            .value(u"messages")
+            .toArray();
+    }
+
+    // Lets fake time pass until the condition holds (each round ends every sleep under way).
+    template<class F>
+    bool passTimeUntil(F done, int rounds = 40)
+    {
+        for (int i = 0; i < rounds && !done(); ++i) {
+            sleeper.advance();
+            QTest::qWait(30);
+        }
+        return done();
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY2(service.running(), "the reference service did not start");
+        qputenv("HALVENMARK_SERVER", service.base().toString().toUtf8());
+        Api::setIdentity(&identity);
+    }
+
+    void init()
+    {
+        home.reset();
+        home = std::make_unique<TestHome>();
+        service.reset();
+        service.control("POST", QStringLiteral("agent"), {{"mode", "normal"}, {"step_delay", 0.01}});
+        identity.value = Sync::run(Api::login(QStringLiteral("demo"), QStringLiteral("demo-password"))).cookie;
+        sleeper.requested.clear();
+    }
+
+    void loadsTheConversationInPages()
+    {
+        service.control("POST", QStringLiteral("agent"), {{"mode", "silent"}});
+        for (int i = 0; i < 5; ++i)
+            post(QStringLiteral("turn %1").arg(i));
+        service.control("POST", QStringLiteral("feed"), {{"page_size", 2}});
+        auto chat = newStore();
+        Sync::run(chat->load());
+        QCOMPARE(chat->messages().size(), 5);
+        QCOMPARE(chat->cursor(), 5);
+        QCOMPARE(chat->failure(), QString());
+        // Another conversation's messages stay there.
+        post(QStringLiteral("project talk"), QStringLiteral("project:4"));
+        Sync::run(chat->load());
+        QCOMPARE(chat->messages().size(), 5);
+        auto project = newStore(ChatScope::project(4));
+        Sync::run(project->load());
+        QCOMPARE(project->messages().size(), 1);
+    }
+
+    void loadFailuresInWords_data()
+    {
+        QTest::addColumn<QJsonObject>("fault");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("server error") << QJsonObject{{"status", 500}} << "HTTP 500";
+        QTest::newRow("down") << QJsonObject{{"status", 503}} << "HTTP 503";
+        QTest::newRow("no answer") << QJsonObject{{"drop", true}} << "Could not load the conversation.";
+        QTest::newRow("odd shape") << QJsonObject{{"status", 200}, {"body", R"({"messages":"none"})"}}
+                                   << "The server answered in an unexpected shape: ";
+    }
+
+    void loadFailuresInWords()
+    {
+        QFETCH(QJsonObject, fault);
+        QFETCH(QString, text);
+        fault.insert(QStringLiteral("match"), QStringLiteral("webapi/messages"));
+        fault.insert(QStringLiteral("times"), -1);
+        service.fault(fault);
+        auto chat = newStore();
+        Sync::run(chat->load());
+        QVERIFY2(chat->failure().startsWith(text), qPrintable(chat->failure()));
+        QVERIFY(!chat->loading());
+    }
+
+    void followsTheAgentLive()
+    {
+        auto chat = newStore();
+        chat->open();
+        QTRY_VERIFY(chat->connected());
+        QSignalSpy lanes(chat.get(), &ChatStore::laneChanged);
+        post(QStringLiteral("When is the bus?"));
+        QTRY_COMPARE(assistantReplies(*chat), 1);
+        QVERIFY(lanes.count() >= 3);
+        QCOMPARE(chat->activityHistory().size(), 1);
+        QVERIFY(!chat->activityHistory().first().tools.isEmpty());
+        // The fetched copy later takes the frame's copy's place: still one reply, now with its seq.
+        Sync::run(chat->refresh());
+        QCOMPARE(assistantReplies(*chat), 1);
+        QCOMPARE(chat->messages().last().seq, 2);
+        QCOMPARE(chat->messages().first().seq, 1);
+    }
+
+    void pollingCatchesUpWhenFramesAreLost()
+    {
+        service.control("POST", QStringLiteral("socket"), {{"drop_frames", QJsonArray{"delta", "tool", "final"}}, {"times", -1}});
+        auto chat = newStore();
+        chat->open();
+        QTRY_VERIFY(chat->connected());
+        post(QStringLiteral("Are you there?"));
+        QTRY_COMPARE(chat->awaitingRuns().size(), 1); // run_started still arrives
+        QVERIFY(passTimeUntil([&] { return assistantReplies(*chat) == 1; }));
+        QCOMPARE(chat->activityHistory().size(), 1);
+        QVERIFY(chat->awaitingRuns().isEmpty());
+        QVERIFY(sleeper.requested.contains(std::chrono::milliseconds(2s)));
+    }
+
+    void everyFrameLostStillEndsWithTheReply()
+    {
+        // No socket frame at all: the 12 s poller finds the turn, then the run is polled.
+        service.control("POST", QStringLiteral("socket"),
+                        {{"drop_frames", QJsonArray{"run_started", "delta", "tool", "final"}}, {"times", -1}});
+        auto chat = newStore();
+        chat->open();
+        QTRY_VERIFY(chat->connected());
+        QTRY_VERIFY(!chat->loading());
+        post(QStringLiteral("Hello?"));
+        QVERIFY(passTimeUntil([&] { return assistantReplies(*chat) == 1; }));
+        QVERIFY(sleeper.requested.contains(std::chrono::milliseconds(12s)));
+        QCOMPARE(stored().size(), 2);
+    }
+
+    void reconnectsWithBackoff()
+    {
+        auto chat = newStore();
+        chat->open();
+        QTRY_VERIFY(chat->connected());
+        sleeper.requested.clear();
+        service.control("POST", QStringLiteral("socket"), {{"user", "demo"}, {"action", "drop"}});
+        QTRY_VERIFY(!chat->connected());
+        QTRY_VERIFY(sleeper.requested.contains(std::chrono::milliseconds(1600)));
+        // While the wait lasts nothing reconnects; when it ends the socket is back.
+        QTest::qWait(100);
+        QVERIFY(!chat->connected());
+        QVERIFY(passTimeUntil([&] { return chat->connected(); }, 5));
+        // A live socket brings the reply again.
+        post(QStringLiteral("Still there?"));
+        QTRY_COMPARE(assistantReplies(*chat), 1);
+    }
+
+    void telegramMessagesArriveByRefresh()
+    {
+        auto chat = newStore();
+        chat->open();
+        QTRY_VERIFY(chat->connected());
+        QTRY_VERIFY(!chat->loading());
+        service.control("POST", QStringLiteral("message"),
+                        {{"user", "demo"}, {"conversation_id", "main"}, {"role", "user"},
+                         {"text", "from the phone"}, {"source", "telegram"}, {"tg_message_id", "77"}});
+        QTRY_COMPARE(chat->messages().size(), 1);
+        QCOMPARE(chat->messages().first().source, std::optional<QString>("telegram"));
+    }
+
+    void networkReturnRefreshes()
+    {
+        auto chat = newStore();
+        chat->open();
+        QTRY_VERIFY(!chat->loading());
+        reachability.set(false);
+        QVERIFY(!chat->networkAvailable());
+        service.control("POST", QStringLiteral("agent"), {{"mode", "silent"}});
+        post(QStringLiteral("queued while away"));
+        service.clearLog();
+        reachability.set(true);
+        QTRY_COMPARE(chat->messages().size(), 1);
+        QVERIFY(chat->networkAvailable());
+    }
+};
+
+QTEST_GUILESS_MAIN(ChatLiveTest)
+#include "chatlivetest.moc"

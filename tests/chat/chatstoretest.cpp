@@ -1,0 +1,324 @@
+// The chat store on its own: frames, absorbing, ordering, rows and the files it keeps.
+// No server: frames and feeds are handed to it as the socket and fetches would.
+
+#include "chat/chatbackoff.h"
+#include "chat/chatrowsmodel.h"
+#include "chat/chatstore.h"
+#include "chat/transcript.h"
+#include "platform/appdata.h"
+#include "support/fakereachability.h"
+#include "support/fakesleeper.h"
+#include "support/testhome.h"
+
+#include <QAbstractItemModelTester>
+#include <QDir>
+#include <QJsonArray>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+ChatFrame frame(QJsonObject fields)
+{
+    return ChatFrame::fromJson(fields);
+}
+
+QJsonObject message(qint64 seq, const QString &role, const QString &text, double at,
+                    const QJsonObject &extra = {})
+{
+    QJsonObject m = extra;
+    m.insert(QStringLiteral("seq"), seq);
+    m.insert(QStringLiteral("role"), role);
+    m.insert(QStringLiteral("text"), text);
+    m.insert(QStringLiteral("created_at"), at);
+    return m;
+}
+
+MessagesFeed feedOf(const QJsonArray &messages, const QString &conversation = QStringLiteral("main"))
+{
+    return MessagesFeed::fromJson(QJsonObject{{"ok", true},
+                                              {"conversation_id", conversation},
+                                              {"messages", messages},
+                                              {"cursor", 0}});
+}
+
+QStringList rowIds(const ChatStore &store)
+{
+    QStringList ids;
+    for (const Row &row : store.builtRows())
+        ids.append(row.id());
+    return ids;
+}
+
+} // namespace
+
+class ChatStoreTest : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<TestHome> home;
+    FakeSleeper sleeper;
+    FakeReachability reachability;
+
+    std::unique_ptr<ChatStore> newStore(const ChatScope &scope = ChatScope::main())
+    {
+        return std::make_unique<ChatStore>(scope, QStringLiteral("demo"), QStringLiteral("user"),
+                                           ChatDependencies{&sleeper, &reachability});
+    }
+
+private slots:
+    void init() { home.reset(); // the old home ends first, so the new one stays in force
+        home = std::make_unique<TestHome>(); }
+
+    void backoff_data()
+    {
+        QTest::addColumn<int>("failures");
+        QTest::addColumn<int>("ms");
+        QTest::newRow("1st") << 1 << 1600;
+        QTest::newRow("2nd") << 2 << 2560;
+        QTest::newRow("3rd") << 3 << 4096;
+        QTest::newRow("4th") << 4 << 6554;
+        QTest::newRow("5th") << 5 << 10486;
+        QTest::newRow("6th") << 6 << 16777;
+        QTest::newRow("7th is capped") << 7 << 20000;
+        QTest::newRow("8th") << 8 << 20000;
+        QTest::newRow("exponent stops at 8") << 40 << 20000;
+    }
+
+    void backoff()
+    {
+        QFETCH(int, failures);
+        QFETCH(int, ms);
+        QCOMPARE(ChatBackoff::delay(failures).count(), ms);
+    }
+
+    void framesOfAnotherConversationAreIgnored_data()
+    {
+        QTest::addColumn<QString>("store");
+        QTest::addColumn<QString>("frame");
+        QTest::newRow("project frame, main store") << "main" << "project:3";
+        QTest::newRow("main frame, project store") << "project:3" << "main";
+        QTest::newRow("other project") << "project:3" << "project:4";
+    }
+
+    void framesOfAnotherConversationAreIgnored()
+    {
+        QFETCH(QString, store);
+        QFETCH(QString, frame);
+        auto chat = newStore(*ChatScope::fromConversationID(store));
+        for (const char *type : {"run_started", "delta", "tool", "final", "error"})
+            chat->handle(::frame({{"type", type}, {"conversation_id", frame}, {"run_id", "run_x"},
+                                  {"user_seq", 3}, {"text", "hi"}, {"name", "search"}}));
+        QVERIFY(chat->lanes().isEmpty());
+        QVERIFY(chat->activityHistory().isEmpty());
+        QVERIFY(chat->messages().isEmpty());
+        // And the frame's own conversation takes it.
+        chat->handle(::frame({{"type", "delta"}, {"conversation_id", store}, {"run_id", "run_x"},
+                              {"text", "hi"}}));
+        QCOMPARE(chat->lanes().size(), 1);
+    }
+
+    void runStartedAnchorsOnlyWithAUserSeq()
+    {
+        auto chat = newStore();
+        chat->handle(frame({{"type", "run_started"}, {"run_id", "run_a"}, {"user_seq", 0},
+                            {"client_request_id", "turn-1"}}));
+        QCOMPARE(chat->lanes().size(), 1);
+        QCOMPARE(chat->lanes().first().after, 0);
+        QVERIFY(chat->awaitingRuns().contains(QStringLiteral("run_a")));
+
+        chat->handle(frame({{"type", "run_started"}, {"run_id", "run_b"}, {"user_seq", 4}}));
+        QCOMPARE(chat->lanes().last().after, 4);
+    }
+
+    void laneFollowsItsRun()
+    {
+        auto chat = newStore();
+        chat->absorb(feedOf({message(1, "user", "question", 100, {{"run_id", "run_a"}})}), true);
+        QSignalSpy lanes(chat.get(), &ChatStore::laneChanged);
+        chat->handle(frame({{"type", "run_started"}, {"run_id", "run_a"}, {"user_seq", 1}}));
+        chat->handle(frame({{"type", "delta"}, {"run_id", "run_a"}, {"label", "Researcher"},
+                            {"text", "Reading"}, {"attempt", 2}}));
+        chat->handle(frame({{"type", "tool"}, {"run_id", "run_a"}, {"name", "search"},
+                            {"summary", "bus times"}, {"status", "started"}}));
+        chat->handle(frame({{"type", "tool"}, {"run_id", "run_a"}, {"name", "search"},
+                            {"summary", "bus times"}, {"status", "completed"}}));
+        QCOMPARE(lanes.count(), 4);
+        const Lane lane = chat->lanes().first();
+        QCOMPARE(lane.label, QStringLiteral("Researcher"));
+        QCOMPARE(lane.attempt, std::optional<int>(2));
+        QCOMPARE(lane.tools.size(), 1);
+        QCOMPARE(lane.tools.first().status, QStringLiteral("completed"));
+        QCOMPARE(rowIds(*chat), (QStringList{"seq:1", "lane:run_a"}));
+
+        chat->handle(frame({{"type", "final"}, {"run_id", "run_a"}, {"text", "**Done**"}, {"created_at", 101.5}}));
+        QVERIFY(chat->lanes().isEmpty());
+        QCOMPARE(chat->activityHistory().first().outcome, std::optional<QString>("completed"));
+        QVERIFY(!chat->awaitingRuns().contains(QStringLiteral("run_a")));
+        QCOMPARE(rowIds(*chat).mid(0, 2), (QStringList{"seq:1", "lane:run_a"}));
+        QCOMPARE(chat->messages().last().text, QStringLiteral("**Done**"));
+        QCOMPARE(chat->messages().last().createdAt, 101.5);
+    }
+
+    void errorFrameSaysSomething_data()
+    {
+        QTest::addColumn<QJsonObject>("frame");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("with text") << QJsonObject{{"error", "quota exceeded"}} << "quota exceeded";
+        QTest::newRow("without") << QJsonObject{} << "Something failed.";
+    }
+
+    void errorFrameSaysSomething()
+    {
+        QFETCH(QJsonObject, frame);
+        frame.insert(QStringLiteral("type"), QStringLiteral("error"));
+        frame.insert(QStringLiteral("run_id"), QStringLiteral("run_e"));
+        auto chat = newStore();
+        chat->handle(::frame(frame));
+        QCOMPARE(chat->messages().size(), 1);
+        QTEST(chat->messages().first().text, "text");
+        QCOMPARE(chat->activityHistory().first().outcome, std::optional<QString>("error"));
+    }
+
+    void aReplyIsShownOnce()
+    {
+        auto chat = newStore();
+        chat->absorb(feedOf({message(1, "user", "q", 100, {{"run_id", "run_a"}})}), true);
+        const QJsonObject final{{"type", "final"}, {"run_id", "run_a"}, {"text", "answer"}};
+        chat->handle(frame(final));
+        chat->handle(frame(final)); // the socket repeated itself
+        QCOMPARE(chat->messages().size(), 2);
+        QCOMPARE(chat->messages().last().seq, 0);
+
+        // The stored copy arrives by fetch: it takes the local one's place, with its seq.
+        QSignalSpy added(chat.get(), &ChatStore::messageAdded);
+        chat->absorb(feedOf({message(2, "assistant", "answer", 100.2, {{"run_id", "run_a"}})}), false);
+        QCOMPARE(chat->messages().size(), 2);
+        QCOMPARE(chat->messages().last().seq, 2);
+        QCOMPARE(added.count(), 0);
+        QCOMPARE(chat->cursor(), 2);
+    }
+
+    void aMessageArrivingTwiceIsStoredOnce()
+    {
+        auto chat = newStore();
+        const MessagesFeed feed = feedOf({message(1, "user", "q", 100), message(2, "assistant", "a", 101)});
+        chat->absorb(feed, false);
+        chat->absorb(feed, false);
+        QCOMPARE(chat->messages().size(), 2);
+        QCOMPARE(chat->unread(), 1);
+        chat->markRead();
+        QCOMPARE(chat->unread(), 0);
+        // A first load fills the transcript without calling it news.
+        auto fresh = newStore();
+        fresh->absorb(feed, true);
+        QCOMPARE(fresh->unread(), 0);
+    }
+
+    void feedsOfAnotherConversationAreIgnored()
+    {
+        auto chat = newStore(ChatScope::project(7));
+        chat->absorb(feedOf({message(1, "user", "q", 100)}), false);
+        QVERIFY(chat->messages().isEmpty());
+        chat->absorb(feedOf({message(1, "user", "q", 100)}, QStringLiteral("project:7")), false);
+        QCOMPARE(chat->messages().size(), 1);
+    }
+
+    void orderingWithinTheStore()
+    {
+        auto chat = newStore();
+        chat->absorb(feedOf({message(3, "user", "c", 50), message(1, "user", "a", 50, {{"tg_message_id", "12"}}),
+                             message(2, "user", "b", 50, {{"tg_message_id", "9"}}), message(4, "user", "d", 10)}),
+                     false);
+        QStringList texts;
+        for (const ChatMessage &m : chat->messages())
+            texts.append(m.text);
+        QCOMPARE(texts.first(), QStringLiteral("d"));
+        QVERIFY(texts.indexOf(QStringLiteral("b")) < texts.indexOf(QStringLiteral("a")));
+    }
+
+    void transcriptShowsBeforeTheNetwork()
+    {
+        {
+            auto chat = newStore(ChatScope::project(2));
+            chat->absorb(feedOf({message(1, "user", "שלום", 100), message(2, "assistant", "hello", 101)},
+                                QStringLiteral("project:2")),
+                         true);
+            chat->flushDisk();
+        }
+        const QString file = QDir(Transcript::folder()).filePath(Transcript::fileName(QStringLiteral("demo-project-2"), false));
+        QVERIFY2(QFile::exists(file), qPrintable(file));
+        auto again = newStore(ChatScope::project(2));
+        again->hydrate();
+        QCOMPARE(again->messages().size(), 2);
+        QCOMPARE(again->messages().first().text, QStringLiteral("שלום"));
+        QCOMPARE(again->cursor(), 2);
+        QCOMPARE(again->rows()->rowCount(), 2);
+        // The main conversation's transcript is another file.
+        auto main = newStore();
+        main->hydrate();
+        QVERIFY(main->messages().isEmpty());
+    }
+
+    void lanesStayUnderTheirMessageAcrossRestarts()
+    {
+        {
+            auto chat = newStore();
+            chat->absorb(feedOf({message(1, "user", "first", 100), message(2, "assistant", "ok", 101),
+                                 message(3, "user", "second", 102)}),
+                         true);
+            chat->handle(frame({{"type", "run_started"}, {"run_id", "run_a"}, {"user_seq", 1}}));
+            chat->handle(frame({{"type", "final"}, {"run_id", "run_a"}}));
+            chat->handle(frame({{"type", "run_started"}, {"run_id", "run_b"}, {"user_seq", 3}}));
+            chat->handle(frame({{"type", "delta"}, {"run_id", "run_b"}, {"text", "thinking"}}));
+            chat->flushDisk();
+        }
+        auto again = newStore();
+        again->hydrate();
+        QCOMPARE(rowIds(*again), (QStringList{"seq:1", "lane:run_a", "seq:2", "seq:3", "lane:run_b"}));
+        QCOMPARE(again->lanes().first().text, QStringLiteral("thinking"));
+        QVERIFY(AppData::setting(QStringLiteral("chat.laneAnchors.demo")).toMap().contains(QStringLiteral("run_b")));
+    }
+
+    void rowsChangeInPlace()
+    {
+        auto chat = newStore();
+        QAbstractItemModelTester tester(chat->rows(), QAbstractItemModelTester::FailureReportingMode::QtTest);
+        chat->absorb(feedOf({message(1, "user", "q", 100)}), true);
+        chat->handle(frame({{"type", "run_started"}, {"run_id", "run_a"}, {"user_seq", 1}}));
+        QSignalSpy inserted(chat->rows(), &QAbstractItemModel::rowsInserted);
+        QSignalSpy reset(chat->rows(), &QAbstractItemModel::modelReset);
+        QSignalSpy changed(chat->rows(), &QAbstractItemModel::dataChanged);
+        for (int i = 0; i < 50; ++i)
+            chat->handle(frame({{"type", "delta"}, {"run_id", "run_a"}, {"text", QString::number(i)}}));
+        QCOMPARE(inserted.count(), 0);
+        QCOMPARE(reset.count(), 0);
+        QCOMPARE(changed.count(), 50);
+        QCOMPARE(chat->rows()->data(chat->rows()->index(1), ChatRowsModel::TextRole).toString(), QStringLiteral("49"));
+        // A reply arrives: one row more, at the end.
+        chat->handle(frame({{"type", "final"}, {"run_id", "run_a"}, {"text", "done"}}));
+        QCOMPARE(inserted.count(), 1);
+        QCOMPARE(chat->rows()->rowCount(), 3);
+    }
+
+    void resetAllForgetsEverything()
+    {
+        auto chat = newStore();
+        chat->absorb(feedOf({message(1, "user", "q", 100, {{"run_id", "run_a"}})}), true);
+        chat->handle(frame({{"type", "run_started"}, {"run_id", "run_a"}, {"user_seq", 1}}));
+        chat->flushDisk();
+        QVERIFY(!QDir(Transcript::folder()).isEmpty());
+        ChatStore::resetAll();
+        QVERIFY(chat->messages().isEmpty());
+        QVERIFY(chat->lanes().isEmpty());
+        QCOMPARE(chat->rows()->rowCount(), 0);
+        QVERIFY(!QDir(AppData::path(QStringLiteral("transcript"))).exists()
+                || QDir(AppData::path(QStringLiteral("transcript"))).isEmpty());
+        QVERIFY(!AppData::setting(QStringLiteral("chat.laneAnchors.demo")).isValid());
+    }
+};
+
+QTEST_GUILESS_MAIN(ChatStoreTest)
+#include "chatstoretest.moc"
