@@ -109,11 +109,19 @@ void ChatRowsModel::update(const QList<Row> &next)
             continue;
         }
         if (!present.contains(keyOf(want))) {
-            beginInsertRows({}, int(i), int(i));
-            m_rows.insert(i, want);
-            present.insert(keyOf(want));
+            // New rows come in runs (a first load, a page of history): one insertion per run.
+            qsizetype end = i + 1;
+            while (end < next.size() && !present.contains(keyOf(next.at(end)))
+                   && (i >= m_rows.size() || keyOf(m_rows.at(i)) != keyOf(next.at(end))))
+                ++end;
+            beginInsertRows({}, int(i), int(end - 1));
+            m_rows.insert(i, end - i, want);
+            for (qsizetype k = i; k < end; ++k) {
+                m_rows[k] = next.at(k);
+                present.insert(keyOf(next.at(k)));
+            }
             endInsertRows();
-            ++i;
+            i = end;
             continue;
         }
         // The row exists further down: move it up here (rare: a reordered message).
