@@ -4,14 +4,22 @@
 #include "outcome.h"
 #include "sessioncommands.h"
 
+#include "chat/chatbackgroundtransfer.h"
+#include "chat/chatoutbox.h"
 #include "chat/chatrowsmodel.h"
+#include "chatprompt.h"
 #include "chat/chatstore.h"
 #include "session/session.h"
 #include "text/l.h"
 
 #include <QCoroSignal>
+#include <QCoroTimer>
 #include <QDateTime>
+#include <QElapsedTimer>
 #include <QJsonArray>
+
+#include <cstdio>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -35,9 +43,12 @@ QString line(const ChatMessage &m)
 
 void usage()
 {
-    Console::err(L::t(u"שימוש: chat log [--project N] [--json] | chat follow [--project N]"_s,
-                      u"Usage: chat log [--project N] [--json] | chat follow [--project N]"_s,
-                      u"Использование: chat log [--project N] [--json] | chat follow [--project N]"_s));
+    const QString forms = u"chat [--project N]\n"
+                          "  chat log [--project N] [--json]\n"
+                          "  chat follow [--project N]\n"
+                          "  chat send TEXT [--file PATH]... [--project N] [--reply-to SEQ] [--wait SECONDS]\n"
+                          "  chat outbox [--json] | chat drain | chat retry ID | chat stop N"_s;
+    Console::err(L::t(u"שימוש: "_s, u"Usage: "_s, u"Использование: "_s) + forms);
 }
 
 std::unique_ptr<ChatStore> storeFor(const Invocation &in)
@@ -45,6 +56,33 @@ std::unique_ptr<ChatStore> storeFor(const Invocation &in)
     const Session *session = Session::shared();
     const ChatScope scope = in.project ? ChatScope::project(*in.project) : ChatScope::main();
     return std::make_unique<ChatStore>(scope, session->user(), session->role());
+}
+
+// "/stop 12" typed as a message.
+std::optional<int> stopOf(const QString &text)
+{
+    const QStringList words = text.trimmed().split(u' ', Qt::SkipEmptyParts);
+    bool number = false;
+    const int n = words.size() == 2 && words.first() == u"/stop" ? words.at(1).toInt(&number) : 0;
+    return number && n > 0 ? std::optional(n) : std::nullopt;
+}
+
+QCoro::Task<int> stopTask(ChatStore &store, int task)
+{
+    const bool stopped = co_await store.cancelTask(task);
+    if (!stopped) {
+        Console::err(L::t(u"לא ניתן לעצור את משימה %1."_s, u"Could not stop task %1."_s,
+                          u"Не удалось остановить задачу %1."_s)
+                         .arg(task));
+        co_return Refused;
+    }
+    Console::err(L::t(u"משימה %1 נעצרה."_s, u"Task %1 stopped."_s, u"Задача %1 остановлена."_s).arg(task));
+    co_return Done;
+}
+
+QString rendered(const QString &text)
+{
+    return text;
 }
 
 QCoro::Task<int> log(Invocation in)
@@ -132,6 +170,201 @@ QCoro::Task<int> follow(Invocation in)
     co_return Outcome::notSignedIn();
 }
 
+QString keptText()
+{
+    return L::t(u"אין חיבור לשרת: ההודעה נשמרה בתיבת היוצאים ותישלח כשהחיבור יחזור."_s,
+                u"Cannot reach the server: the message is kept in the outbox and goes out when it is back."_s,
+                u"Нет связи с сервером: сообщение сохранено в исходящих и уйдёт, когда связь вернётся."_s);
+}
+
+// Upload progress as a bar on a terminal; nothing into a pipe.
+void showProgress()
+{
+    auto *transfers = ChatBackgroundTransfer::shared();
+    if (!transfers || isatty(STDERR_FILENO) != 1)
+        return;
+    QObject::connect(transfers, &ChatBackgroundTransfer::progress, transfers,
+                     [](const QString &key, qint64 sent, qint64 total) {
+                         if (total < 32768 || !key.contains(u":upload:"))
+                             return;
+                         const int percent = int(100 * sent / std::max<qint64>(total, 1));
+                         const int filled = percent * 30 / 100;
+                         const QString bar = QString(filled, u'#') + QString(30 - filled, u' ');
+                         std::fprintf(stderr, "\r[%s] %3d%%%s", qPrintable(bar), percent,
+                                      sent >= total ? "\n" : "");
+                         std::fflush(stderr);
+                     });
+}
+
+// The exit status of a turn after its delivery: gone from the outbox means accepted.
+int outcomeOf(const ChatStore &store, const QString &turnID)
+{
+    for (const OutboxTurn &turn : store.outbox().state().turns) {
+        if (turn.id != turnID)
+            continue;
+        if (ChatCourier::isOfflineError(turn.error) || turn.error.isEmpty()) {
+            Console::err(keptText());
+            return Unreachable;
+        }
+        Console::err(turn.error);
+        return Refused;
+    }
+    return Done;
+}
+
+QCoro::Task<int> sendTurn(Invocation in)
+{
+    const QString text = in.args.mid(1).join(u' ');
+    if (text.trimmed().isEmpty() && in.files.isEmpty()) {
+        usage();
+        co_return Usage;
+    }
+    auto store = storeFor(in);
+    store->prepare();
+    for (const QString &path : in.files) {
+        if (!store->attachFile(path)) {
+            Console::err(store->sendError() + u" ("_s + path + u")"_s);
+            co_return Refused;
+        }
+    }
+    if (in.replyTo) {
+        auto target = std::find_if(store->messages().begin(), store->messages().end(),
+                                   [&](const ChatMessage &m) { return m.seq == *in.replyTo; });
+        if (target == store->messages().end()) {
+            co_await store->load();
+            target = std::find_if(store->messages().begin(), store->messages().end(),
+                                  [&](const ChatMessage &m) { return m.seq == *in.replyTo; });
+        }
+        if (target == store->messages().end()) {
+            Console::err(L::t(u"אין הודעה מספר %1 בשיחה."_s, u"There is no message %1 in the conversation."_s,
+                              u"В разговоре нет сообщения %1."_s)
+                             .arg(*in.replyTo));
+            co_return Refused;
+        }
+        store->setReplyTo(*target);
+    }
+    if (const auto stop = stopOf(text)) {
+        co_return co_await stopTask(*store, *stop);
+    }
+    QString runID;
+    QObject::connect(store.get(), &ChatStore::settled, store.get(),
+                     [&runID](const QString &, qint64, const QString &run) { runID = run; });
+    showProgress();
+    const QString turnID = store->send(text, false, false);
+    if (turnID.isEmpty()) {
+        Console::err(store->sendError());
+        co_return Refused;
+    }
+    co_await store->drain();
+    store->flushDisk();
+    const int status = outcomeOf(*store, turnID);
+    if (status != Done || in.wait <= 0 || runID.isEmpty())
+        co_return status;
+
+    // --wait: follow the run until its reply is here.
+    store->goLive();
+    auto replied = [&] {
+        return std::any_of(store->messages().begin(), store->messages().end(), [&](const ChatMessage &m) {
+            return m.role == u"assistant" && m.runID == runID;
+        });
+    };
+    QElapsedTimer waited;
+    waited.start();
+    // Looked at a few times a second; QCoro 0.8's signal-with-timeout wait can touch its timer
+    // after it is gone, so plain sleeps it is.
+    while (!replied() && waited.elapsed() < qint64(in.wait * 1000))
+        co_await QCoro::sleepFor(std::chrono::milliseconds(100));
+    for (const ChatMessage &m : store->messages()) {
+        if (m.role == u"assistant" && m.runID == runID) {
+            Console::out(rendered(m.text));
+            co_return Done;
+        }
+    }
+    Console::err(L::t(u"אין עדיין תשובה; היא תופיע ב־chat log."_s, u"No reply yet; it will show in chat log."_s,
+                      u"Ответа пока нет; он появится в chat log."_s));
+    co_return Done;
+}
+
+QCoro::Task<int> outbox(Invocation in)
+{
+    auto store = storeFor(in);
+    store->prepare();
+    const QList<OutboxTurn> turns = store->outbox().state().turns;
+    if (in.json) {
+        QJsonArray out;
+        for (const OutboxTurn &turn : turns) {
+            QJsonArray files;
+            for (const OutboxFile &file : turn.files)
+                files.append(file.name);
+            out.append(QJsonObject{{u"id"_s, turn.id}, {u"text"_s, turn.text}, {u"files"_s, files},
+                                   {u"error"_s, turn.error}});
+        }
+        Console::json(out);
+    } else {
+        for (const OutboxTurn &turn : turns) {
+            QString line = turn.id + u"  "_s + turn.text;
+            for (const OutboxFile &file : turn.files)
+                line += u"  📎 "_s + file.name;
+            Console::out(line);
+            if (!turn.error.isEmpty())
+                Console::out(u"    ⚠ "_s + turn.error);
+        }
+    }
+    co_return Done;
+}
+
+QCoro::Task<int> drainAll(Invocation in)
+{
+    auto store = storeFor(in);
+    store->prepare();
+    showProgress();
+    const ChatStore::DrainSummary summary = co_await store->drain();
+    store->flushDisk();
+    Console::err(L::t(u"נשלחו %1, ממתינות לרשת %2, ממתינות לניסיון חוזר %3."_s,
+                      u"Sent %1, kept for the network %2, waiting for Retry %3."_s,
+                      u"Отправлено %1, ждут сети %2, ждут повтора %3."_s)
+                     .arg(summary.settled)
+                     .arg(summary.offline)
+                     .arg(summary.refused));
+    co_return summary.offline > 0 ? Unreachable : Done;
+}
+
+QCoro::Task<int> retryTurn(Invocation in)
+{
+    if (in.args.size() != 2) {
+        usage();
+        co_return Usage;
+    }
+    auto store = storeFor(in);
+    store->prepare();
+    const QString id = in.args.at(1);
+    const bool known = std::any_of(store->outbox().state().turns.begin(), store->outbox().state().turns.end(),
+                                   [&](const OutboxTurn &t) { return t.id == id; });
+    if (!known) {
+        Console::err(L::t(u"אין בתיבת היוצאים הודעה %1."_s, u"No turn %1 in the outbox."_s,
+                          u"В исходящих нет сообщения %1."_s)
+                         .arg(id));
+        co_return Refused;
+    }
+    showProgress();
+    co_await store->retry(id);
+    store->flushDisk();
+    co_return outcomeOf(*store, id);
+}
+
+QCoro::Task<int> stop(Invocation in)
+{
+    bool number = false;
+    const int task = in.args.size() == 2 ? in.args.at(1).toInt(&number) : 0;
+    if (!number || task < 1) {
+        usage();
+        co_return Usage;
+    }
+    auto store = storeFor(in);
+    store->prepare();
+    co_return co_await stopTask(*store, task);
+}
+
 } // namespace
 
 namespace ChatCommands {
@@ -139,16 +372,31 @@ namespace ChatCommands {
 QCoro::Task<int> chat(Invocation in)
 {
     const QString sub = in.args.isEmpty() ? QString() : in.args.first();
-    if (in.args.size() != 1 || (sub != u"log" && sub != u"follow")) {
+    static const QStringList known = {u"log"_s, u"follow"_s, u"send"_s, u"outbox"_s, u"drain"_s,
+                                      u"retry"_s, u"stop"_s};
+    const bool single = sub == u"log" || sub == u"follow" || sub == u"outbox" || sub == u"drain";
+    if (!sub.isEmpty() && (!known.contains(sub) || (single && in.args.size() != 1))) {
         usage();
         co_return Usage;
     }
     const bool ready = co_await SessionCommands::signedIn();
     if (!ready)
         co_return SignedOut;
+    if (sub.isEmpty())
+        co_return co_await ChatPrompt::run(in.project ? ChatScope::project(*in.project) : ChatScope::main());
     if (sub == u"log")
         co_return co_await log(in);
-    co_return co_await follow(in);
+    if (sub == u"follow")
+        co_return co_await follow(in);
+    if (sub == u"send")
+        co_return co_await sendTurn(in);
+    if (sub == u"outbox")
+        co_return co_await outbox(in);
+    if (sub == u"drain")
+        co_return co_await drainAll(in);
+    if (sub == u"retry")
+        co_return co_await retryTurn(in);
+    co_return co_await stop(in);
 }
 
 } // namespace ChatCommands

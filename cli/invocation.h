@@ -14,4 +14,7 @@ struct Invocation {
     QString token;
     double every = 0;
     std::optional<int> project; // --project N: that project's conversation
+    QStringList files;           // --file PATH, repeatable
+    std::optional<qint64> replyTo; // --reply-to SEQ
+    double wait = 0;             // --wait SECONDS
 };

@@ -11,6 +11,7 @@ using namespace Qt::StringLiterals;
 
 #include "net/api.h"
 #include "platform/secretstore.h"
+#include "chat/chatbackgroundtransfer.h"
 #include "chat/chatstore.h"
 #include "session/session.h"
 #include "text/l.h"
@@ -54,6 +55,11 @@ QString summary()
         "  lang [set he|en|ru]                 שפת הממשק\n"
         "  chat log [--project N] [--json]     השיחה עם הסוכן\n"
         "  chat follow [--project N]           עבודת הסוכן בזמן אמת\n"
+        "  chat send TEXT [--file PATH]... [--reply-to SEQ] [--wait SECONDS]\n"
+        "                                      שליחת הודעה (נשמרת קודם במכשיר)\n"
+        "  chat outbox [--json] | chat drain   הודעות שממתינות לשליחה; שליחתן\n"
+        "  chat retry ID | chat stop N         ניסיון חוזר; עצירת משימה\n"
+        "  chat                                שיחה אינטראקטיבית\n"
         "  prefs [set KEY VALUE]               העדפות בשרת\n"
         "  logout                              יציאה\n"
         "  delete-account                      מחיקת החשבון\n"
@@ -69,6 +75,11 @@ QString summary()
         "  lang [set he|en|ru]                 the interface language\n"
         "  chat log [--project N] [--json]     the conversation with the agent\n"
         "  chat follow [--project N]           the agent's work, live\n"
+        "  chat send TEXT [--file PATH]... [--reply-to SEQ] [--wait SECONDS]\n"
+        "                                      send a turn (kept on this device first)\n"
+        "  chat outbox [--json] | chat drain   turns waiting to go out; send them\n"
+        "  chat retry ID | chat stop N         try a turn again; stop a task\n"
+        "  chat                                an interactive conversation\n"
         "  prefs [set KEY VALUE]               server-side preferences\n"
         "  logout                              sign out\n"
         "  delete-account                      delete the account\n"
@@ -84,6 +95,11 @@ QString summary()
         "  lang [set he|en|ru]                 язык интерфейса\n"
         "  chat log [--project N] [--json]     разговор с агентом\n"
         "  chat follow [--project N]           работа агента вживую\n"
+        "  chat send TEXT [--file PATH]... [--reply-to SEQ] [--wait SECONDS]\n"
+        "                                      отправить сообщение (сначала сохраняется здесь)\n"
+        "  chat outbox [--json] | chat drain   ждущие отправки; отправить их\n"
+        "  chat retry ID | chat stop N         повторить; остановить задачу\n"
+        "  chat                                интерактивный разговор\n"
         "  prefs [set KEY VALUE]               настройки на сервере\n"
         "  logout                              выйти\n"
         "  delete-account                      удалить аккаунт\n"
@@ -113,7 +129,10 @@ int main(int argc, char **argv)
     const QCommandLineOption lang(u"lang"_s, u"Language for this run: he, en or ru."_s, u"CODE"_s);
     const QCommandLineOption every(u"every"_s, u"Seconds between reloads (watch)."_s, u"SECONDS"_s);
     const QCommandLineOption project(u"project"_s, u"A project's conversation."_s, u"N"_s);
-    parser.addOptions({json, user, token, lang, every, project});
+    const QCommandLineOption file(u"file"_s, u"A file to send (repeatable)."_s, u"PATH"_s);
+    const QCommandLineOption replyTo(u"reply-to"_s, u"The message (seq) a turn answers."_s, u"SEQ"_s);
+    const QCommandLineOption wait(u"wait"_s, u"Seconds to wait for the agent's reply."_s, u"SECONDS"_s);
+    parser.addOptions({json, user, token, lang, every, project, file, replyTo, wait});
     parser.addPositionalArgument(u"command"_s, u"What to do."_s);
 
     if (!parser.parse(QCoreApplication::arguments())) {
@@ -162,6 +181,26 @@ int main(int argc, char **argv)
         }
         in.project = id;
     }
+    in.files = parser.values(file);
+    if (parser.isSet(replyTo)) {
+        bool number = false;
+        const qint64 seq = parser.value(replyTo).toLongLong(&number);
+        if (!number || seq < 1) {
+            Console::err(L::t(u"‎--reply-to‎ צריך מספר הודעה."_s, u"--reply-to needs a message number."_s,
+                              u"Для --reply-to нужен номер сообщения."_s));
+            return Usage;
+        }
+        in.replyTo = seq;
+    }
+    if (parser.isSet(wait)) {
+        bool number = false;
+        in.wait = parser.value(wait).toDouble(&number);
+        if (!number || in.wait <= 0) {
+            Console::err(L::t(u"‎--wait‎ צריך מספר שניות חיובי."_s, u"--wait needs a positive number of seconds."_s,
+                              u"Для --wait нужно положительное число секунд."_s));
+            return Usage;
+        }
+    }
     if (parser.isSet(every)) {
         bool number = false;
         in.every = parser.value(every).toDouble(&number);
@@ -187,6 +226,7 @@ int main(int argc, char **argv)
 
     Session session(SecretStore::platform(u"Halvenmark"_s));
     session.onForget([] { ChatStore::resetAll(); });
+    ChatBackgroundTransfer transfers;
     // Started from inside the event loop: a command that finishes without waiting on
     // anything must still be able to end the loop.
     QTimer::singleShot(0, &app, [&] {

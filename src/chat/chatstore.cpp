@@ -2,6 +2,7 @@
 
 #include "chat/chatbackoff.h"
 #include "chat/chatorder.h"
+#include "chat/chatoutbox.h"
 #include "chat/chatrowsmodel.h"
 #include "chat/runrecord.h"
 #include "chat/transcript.h"
@@ -35,14 +36,6 @@ QList<QPointer<ChatStore>> &liveStores()
     static QList<QPointer<ChatStore>> stores;
     return stores;
 }
-
-struct DeleteLater {
-    void operator()(QObject *o) const
-    {
-        if (o)
-            o->deleteLater();
-    }
-};
 
 QString seqKey(qint64 seq)
 {
@@ -81,6 +74,9 @@ ChatStore::ChatStore(ChatScope scope, QString account, QString role, ChatDepende
     , m_sleeper(deps.sleeper ? deps.sleeper : &Sleeper::real())
     , m_reachability(deps.reachability ? deps.reachability : Reachability::platform(this))
     , m_model(new ChatRowsModel(this))
+    , m_outbox(std::make_unique<ChatOutbox>(m_scope.storageKey(m_account)))
+    , m_courier(m_scope, m_scope.storageKey(m_account), m_sleeper)
+    , m_composerSave(this, 500ms, [this] { saveComposer(); }, m_sleeper)
     , m_activitySave(this, 400ms, [this] { writeActivity(); }, m_sleeper)
 {
     m_disk.setMaxThreadCount(1);
@@ -93,6 +89,8 @@ ChatStore::ChatStore(ChatScope scope, QString account, QString role, ChatDepende
 
 ChatStore::~ChatStore()
 {
+    if (m_composerSave.pending())
+        saveComposer();
     close();
     flushDisk();
     liveStores().removeAll(this);
@@ -128,9 +126,12 @@ void ChatStore::setNetworkAvailable(bool available)
         return;
     m_networkAvailable = available;
     emit networkAvailableChanged();
-    // Back on the network: catch up on what the socket missed.
-    if (available && m_open)
+    // Back on the network: catch up on what the socket missed, and send what waited.
+    if (available && m_open) {
         refresh();
+        drain();
+    }
+    restorePending();
 }
 
 QString ChatStore::laneAnchorKey() const
@@ -162,12 +163,39 @@ void ChatStore::open()
 {
     if (m_open)
         return;
+    prepare();
+    goLive();
+}
+
+void ChatStore::prepare()
+{
     reset();
-    m_open = true;
+    if (const auto project = m_scope.projectID()) {
+        // Remembered so that a later start can settle this conversation's transfers too.
+        QVariantMap known = AppData::setting(u"chat.projects."_s + m_account).toMap();
+        if (!known.contains(QString::number(*project))) {
+            known.insert(QString::number(*project), true);
+            AppData::setSetting(u"chat.projects."_s + m_account, known);
+        }
+    }
+    m_outbox->load();
     hydrate();
+    restorePending();
+    m_composer = m_outbox->state().composerText.value_or(QString());
+    m_replyTo = m_outbox->state().replyTo;
+    emit composerChanged();
+    resumeBackgroundTransfers();
+}
+
+void ChatStore::goLive()
+{
+    if (m_open)
+        return;
+    m_open = true;
     load();
     connectSocket();
     startPolling();
+    drain();
 }
 
 void ChatStore::close()
@@ -339,11 +367,10 @@ void ChatStore::absorb(const MessagesFeed &feed, bool replacing)
     // A stored reply ends the wait for its run, however it came.
     for (const QString &run : std::as_const(answered))
         m_awaitingRun.remove(run);
+    reconcile(feed);
     for (const ChatMessage &m : feed.messages) {
         if (m.role != u"user" && m.source != u"telegram")
             continue;
-        if (m.clientRequestID)
-            acknowledge(*m.clientRequestID);
         if (m.runID && !answered.contains(*m.runID) && !replacing) {
             const bool finished = std::any_of(m_history.begin(), m_history.end(),
                                               [&](const Lane &l) { return l.id == *m.runID; });
@@ -580,132 +607,7 @@ void ChatStore::handle(const ChatFrame &frame)
     }
 }
 
-void ChatStore::onSocketText(const QString &text)
-{
-    const QJsonDocument doc = QJsonDocument::fromJson(text.toUtf8());
-    if (!doc.isObject())
-        return;
-    try {
-        handle(ChatFrame::fromJson(doc.object()));
-    } catch (const DecodeError &e) {
-        qCDebug(lcChat) << "ignoring a frame:" << e.description();
-    }
-}
 
-void ChatStore::connectSocket()
-{
-    if (m_socketLoop || !m_open)
-        return;
-    m_socketLoop = true;
-    socketLoop(this);
-}
-
-QCoro::Task<> ChatStore::socketLoop(QPointer<ChatStore> store)
-{
-    const int session = store->m_session;
-    Sleeper *sleeper = store->m_sleeper;
-    auto current = [&] { return store && store->m_open && store->m_session == session; };
-    while (current()) {
-        // Deleted later, never from inside one of its own signals.
-        std::unique_ptr<QWebSocket, DeleteLater> socket;
-        QNetworkRequest request;
-        try {
-            Api::PendingSocket pending = Api::socket(store->m_scope.path(u"webapi/ws"_s));
-            socket.reset(pending.socket.release());
-            request = pending.request;
-        } catch (const Api::Unauthorized &) {
-            break; // signed out: the session takes it from here
-        }
-        QObject::connect(socket.get(), &QWebSocket::textMessageReceived, store,
-                         &ChatStore::onSocketText);
-        store->m_socket = socket.get();
-        const bool opened = co_await qCoro(socket.get()).open(request, 15s);
-        if (!current())
-            break;
-        if (opened) {
-            store->m_retries = 0;
-            store->setConnected(true);
-            while (current() && socket->state() == QAbstractSocket::ConnectedState)
-                co_await qCoro(socket.get(), &QWebSocket::disconnected, 1s);
-            if (!store)
-                co_return;
-            store->setConnected(false);
-            if (!current())
-                break;
-        }
-        ++store->m_retries;
-        const auto wait = ChatBackoff::delay(store->m_retries);
-        qCDebug(lcChat) << "chat socket down; trying again in" << wait.count() << "ms";
-        co_await sleeper->sleep(wait);
-    }
-    if (store && store->m_session == session)
-        store->m_socketLoop = false;
-}
-
-void ChatStore::startPolling()
-{
-    if (m_pollLoop || !m_open)
-        return;
-    m_pollLoop = true;
-    pollLoop(this);
-}
-
-QCoro::Task<> ChatStore::pollLoop(QPointer<ChatStore> store)
-{
-    const int session = store->m_session;
-    Sleeper *sleeper = store->m_sleeper;
-    for (;;) {
-        co_await sleeper->sleep(12s);
-        if (!store || !store->m_open || store->m_session != session)
-            co_return;
-        co_await store->refresh();
-    }
-}
-
-void ChatStore::poll(const QString &runID)
-{
-    if (runID.isEmpty() || m_polling.contains(runID) || !m_awaitingRun.contains(runID))
-        return;
-    m_polling.insert(runID);
-    followRun(this, runID);
-}
-
-QCoro::Task<> ChatStore::followRun(QPointer<ChatStore> store, QString runID)
-{
-    Sleeper *sleeper = store->m_sleeper;
-    auto awaited = [&] { return store && store->m_open && store->m_awaitingRun.contains(runID); };
-    while (awaited()) {
-        co_await sleeper->sleep(2s);
-        if (!awaited())
-            break;
-        std::optional<RunRecord> run;
-        try {
-            const auto body = co_await Api::raw(u"webapi/runs/"_s + runID, "GET"_ba, 25s);
-            if (body)
-                run = RunRecord::fromJson(*body);
-        } catch (const std::exception &e) {
-            qCDebug(lcChat) << "run poll failed, trying again:" << e.what();
-        }
-        if (!awaited() || !run)
-            continue;
-        if (!run->done) {
-            store->upsert(runID, run->label, run->text, run->attempt);
-            continue;
-        }
-        store->m_awaitingRun.remove(runID);
-        store->finishActivity(runID, run->outcome.isEmpty() ? u"complete"_s : run->outcome);
-        QString text = run->text;
-        if (text.isEmpty() && (!run->error.isEmpty() || run->status == u"error"))
-            text = run->error.isEmpty() ? L::t(u"משהו נכשל."_s, u"Something failed."_s,
-                                               u"Что-то пошло не так."_s)
-                                        : run->error;
-        if (!text.isEmpty())
-            store->appendReply(runID, text, run->createdAt, run->voiceFile().value_or(QString()));
-        break;
-    }
-    if (store)
-        store->m_polling.remove(runID);
-}
 
 void ChatStore::markRead()
 {
@@ -713,20 +615,6 @@ void ChatStore::markRead()
         return;
     m_unread = 0;
     emit unreadChanged();
-}
-
-void ChatStore::stamp(qint64 seq, const QString &requestID)
-{
-    // Until the outbox holds turns, the only thing a stamp moves is a lane's anchor.
-    for (Lane &lane : m_lanes) {
-        if (lane.after < 1 && lane.id == requestID)
-            lane.after = seq;
-    }
-}
-
-void ChatStore::acknowledge(const QString &requestID)
-{
-    m_seen.insert(u"req:"_s + requestID);
 }
 
 void ChatStore::persist()

@@ -2,9 +2,12 @@
 
 #include "chat/chatframe.h"
 #include "chat/chatmessage.h"
+#include "chat/chatcourier.h"
 #include "chat/chatscope.h"
+#include "chat/composerattachment.h"
 #include "chat/lane.h"
 #include "chat/messagesfeed.h"
+#include "chat/pendingturn.h"
 #include "chat/row.h"
 #include "platform/debouncer.h"
 
@@ -17,6 +20,7 @@
 
 #include <memory>
 
+class ChatOutbox;
 class ChatRowsModel;
 class QWebSocket;
 class Reachability;
@@ -53,6 +57,18 @@ class ChatStore : public QObject
     Q_PROPERTY(int jumpTick READ jumpTick NOTIFY ticksChanged)
     Q_PROPERTY(int focusTick READ focusTick NOTIFY ticksChanged)
     Q_PROPERTY(qint64 revealSeq READ revealSeq NOTIFY ticksChanged)
+    // Turns still in the outbox, as the screen draws them after the last row.
+    Q_PROPERTY(QVariantList pendingTurns READ pendingTurnsForQml NOTIFY pendingChanged)
+    Q_PROPERTY(int queuedCount READ queuedCount NOTIFY pendingChanged)
+    // The composer: its text (saved half a second after the last change), its reply target
+    // and its attachments.
+    Q_PROPERTY(QString composerText READ composerText WRITE setComposerText NOTIFY composerChanged)
+    Q_PROPERTY(QVariantMap replyTo READ replyToForQml NOTIFY composerChanged)
+    Q_PROPERTY(QVariantList attachments READ attachmentsForQml NOTIFY composerChanged)
+    // The last sending failure; "" when none.
+    Q_PROPERTY(QString sendError READ sendError NOTIFY sendErrorChanged)
+    // Task numbers whose stop is under way.
+    Q_PROPERTY(QVariantList cancellingTasks READ cancellingForQml NOTIFY cancellingChanged)
 
 public:
     ChatStore(ChatScope scope, QString account, QString role, ChatDependencies deps = {},
@@ -81,8 +97,13 @@ public:
     qint64 revealSeq() const { return m_revealSeq; }
     const QSet<QString> &awaitingRuns() const { return m_awaitingRun; }
 
-    // Brings the store up: the transcript from disk, then the server, the socket and the poller.
+    // Brings the store up: prepare(), then goLive().
     void open();
+    // What is on this device: the outbox, the transcript and lanes, the composer; turns whose
+    // answer a background transfer kept are settled. No network.
+    void prepare();
+    // The server: a load, the socket, the poller, and a drain of the outbox.
+    void goLive();
     // Ends the socket, the poller and every poll; state stays for a later open().
     void close();
     bool isOpen() const { return m_open; }
@@ -102,9 +123,55 @@ public:
     void absorbActivity(const MessagesFeed &feed);
     void markRead();
 
-    // Seams for sending: a pending turn took a seq; a turn's stored message arrived.
+    // ---- Sending (chatstoresend.cpp) ----
+    // What one drain did: turns accepted, turns kept for the network, turns waiting for Retry.
+    struct DrainSummary {
+        int settled = 0;
+        int offline = 0;
+        int refused = 0;
+    };
+
+    // Makes a turn of the text and the composer's attachments and reply target, writes it to
+    // the outbox (on disk before anything else), then delivers. "/stop N" stops task N
+    // instead. Returns the turn id; empty when nothing was made (sendError says why).
+    // With deliver false the turn only waits in the outbox (a caller drains it itself).
+    QString send(const QString &text, bool fromVoice = false, bool deliver = true);
+    // Delivers every waiting turn in order; stops at the first one the network keeps.
+    QCoro::Task<DrainSummary> drain();
+    PendingTurn pending(const OutboxTurn &turn) const;
+    const QList<PendingTurn> &pendingTurns() const { return m_pending; }
+    void restorePending();
+    // Deliver one failed turn again: retry keeps its transfers' names, resend starts anew.
+    QCoro::Task<Delivery> retry(QString turnID);
+    QCoro::Task<Delivery> resend(QString turnID);
+    // A pending turn got its seq; a turn's stored message arrived (the turn is done).
     void stamp(qint64 seq, const QString &requestID);
     void acknowledge(const QString &requestID);
+    void reconcile(const MessagesFeed &feed);
+    void discardDeadReply(const QString &turnID);
+    // Settles, without sending, every turn whose answer a background transfer kept.
+    void resumeBackgroundTransfers();
+    // The same for the main conversation and every project conversation stored for an account.
+    static void resumeAllBackgroundTransfers(const QString &account);
+
+    QString composerText() const { return m_composer; }
+    void setComposerText(const QString &text);
+    void saveComposer();
+    std::optional<ChatMessage> replyToMessage() const { return m_replyTo; }
+    void setReplyTo(const std::optional<ChatMessage> &message);
+    // The next turn answers task `number`.
+    void continueTask(int number, const QString &text);
+    QCoro::Task<bool> cancelTask(int number);
+    QCoro::Task<bool> voteRoute(qint64 seq, QString want, QString level, QString note);
+    // Copies a file into the outbox as a composer attachment. False (and sendError) when the
+    // device would not take it.
+    bool attach(const QString &name, const QString &mime, const QByteArray &data);
+    bool attachFile(const QString &path, const QString &name = {}, const QString &mime = {});
+    void removeAttachment(const QString &id);
+    const QList<ComposerAttachment> &composerAttachments() const { return m_attachments; }
+    const ChatOutbox &outbox() const { return *m_outbox; }
+    QString sendError() const { return m_sendError; }
+    int queuedCount() const { return int(m_pending.size()); }
 
     // Runs a pending debounced activity save now and waits for every disk write.
     void flushDisk();
@@ -124,8 +191,25 @@ signals:
     void laneChanged(const Lane &lane);
     // A message was added to the transcript (by fetch, frame or poll).
     void messageAdded(const ChatMessage &message);
+    void pendingChanged();
+    void composerChanged();
+    void sendErrorChanged();
+    void cancellingChanged();
+    // One delivery attempt ended.
+    void delivered(const QString &turnID, Delivery delivery, const QString &error);
+    // The server took a turn: its message's seq and the run that answers it.
+    void settled(const QString &turnID, qint64 userSeq, const QString &runID);
 
 private:
+    QVariantList pendingTurnsForQml() const;
+    QVariantMap replyToForQml() const;
+    QVariantList attachmentsForQml() const;
+    QVariantList cancellingForQml() const;
+    QCoro::Task<Delivery> deliverTurn(QString turnID);
+    void settle(const QString &turnID, qint64 userSeq, const QString &runID);
+    void forgetTurn(const OutboxTurn &turn, bool keepFiles);
+    void setSendError(const QString &error);
+    std::optional<OutboxTurn> turnOf(const QString &turnID) const;
     QCoro::Task<> fetch(bool withActivity);
     static QCoro::Task<> socketLoop(QPointer<ChatStore> store);
     static QCoro::Task<> pollLoop(QPointer<ChatStore> store);
@@ -194,6 +278,20 @@ private:
     QSet<QString> m_polling;
     QSet<QString> m_awaitingRun;
 
+    std::unique_ptr<ChatOutbox> m_outbox;
+    ChatCourier m_courier;
+    QList<PendingTurn> m_pending;
+    QSet<QString> m_inFlight;
+    QHash<QString, qint64> m_stamped; // turn id → its seq, once the server named it
+    bool m_draining = false;
+    bool m_drainAgain = false;
+    QString m_composer;
+    std::optional<ChatMessage> m_replyTo;
+    QList<ComposerAttachment> m_attachments;
+    QString m_sendError;
+    QSet<int> m_cancelling;
+
+    Debouncer m_composerSave;
     Debouncer m_activitySave;
     QThreadPool m_disk; // "chat.activity.disk": one writer, in order
 };

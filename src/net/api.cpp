@@ -1,5 +1,6 @@
 #include "api.h"
 
+#include "backgroundsender.h"
 #include "buildinfo.h"
 #include "identity.h"
 #include "networkmanager.h"
@@ -32,6 +33,7 @@ const QByteArray haveHeader = "X-RB-Have"_ba;
 const QByteArray cookiePrefix = "rb_web_session="_ba;
 
 Identity *currentIdentity = nullptr;
+BackgroundSender *backgroundSender = nullptr;
 
 const ServerAddress &address()
 {
@@ -250,12 +252,18 @@ Request authorized(const QString &path, const QByteArray &method, std::optional<
     return r;
 }
 
+void setBackgroundSender(BackgroundSender *sender)
+{
+    backgroundSender = sender;
+}
+
 QCoro::Task<Reply> exchange(Request request, QString backgroundID)
 {
-    // This platform has no suspended-app transfers of its own; a background send runs on the
-    // shared manager like any other until the background-transfer manager takes it over.
-    Q_UNUSED(backgroundID)
-    Reply reply = co_await transmit(request);
+    Reply reply;
+    if (backgroundSender && !backgroundID.isEmpty())
+        reply = co_await backgroundSender->perform(request, backgroundID);
+    else
+        reply = co_await transmit(request);
     if (reply.status == 401) {
         staleSessionCheck(request.request);
         throw Unauthorized();

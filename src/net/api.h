@@ -18,6 +18,7 @@
 #include <memory>
 #include <optional>
 
+class BackgroundSender;
 class Identity;
 class QWebSocket;
 
@@ -72,6 +73,9 @@ struct Options {
 // The authenticated request for a path: Unauthorized at once when there is no cookie.
 Request authorized(const QString &path, const QByteArray &method,
                    std::optional<QJsonObject> body = std::nullopt, const QString &cookie = {});
+
+// Carries every request that has a background id; without one those go out like any other.
+void setBackgroundSender(BackgroundSender *sender);
 
 // Sends and judges: 401 → stale-session check, then Unauthorized; 304 to a conditional
 // request → empty data; 2xx → the reply; anything else → Failed.

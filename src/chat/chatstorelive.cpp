@@ -1,0 +1,162 @@
+// The live half of the chat store: the chat socket with its back-off, the periodic
+// refresh and the polling of runs whose frames may have been lost.
+
+#include "chatstore.h"
+
+#include "chat/chatbackoff.h"
+#include "chat/runrecord.h"
+#include "net/api.h"
+#include "platform/sleeper.h"
+#include "text/l.h"
+
+#include <QCoroTimer>
+#include <QCoroWebSocket>
+#include <QJsonDocument>
+#include <QLoggingCategory>
+#include <QWebSocket>
+
+Q_DECLARE_LOGGING_CATEGORY(lcChat)
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+struct DeleteLater {
+    void operator()(QObject *o) const
+    {
+        if (o)
+            o->deleteLater();
+    }
+};
+
+} // namespace
+
+void ChatStore::onSocketText(const QString &text)
+{
+    const QJsonDocument doc = QJsonDocument::fromJson(text.toUtf8());
+    if (!doc.isObject())
+        return;
+    try {
+        handle(ChatFrame::fromJson(doc.object()));
+    } catch (const DecodeError &e) {
+        qCDebug(lcChat) << "ignoring a frame:" << e.description();
+    }
+}
+
+void ChatStore::connectSocket()
+{
+    if (m_socketLoop || !m_open)
+        return;
+    m_socketLoop = true;
+    socketLoop(this);
+}
+
+QCoro::Task<> ChatStore::socketLoop(QPointer<ChatStore> store)
+{
+    const int session = store->m_session;
+    Sleeper *sleeper = store->m_sleeper;
+    auto current = [&] { return store && store->m_open && store->m_session == session; };
+    while (current()) {
+        // Deleted later, never from inside one of its own signals.
+        std::unique_ptr<QWebSocket, DeleteLater> socket;
+        QNetworkRequest request;
+        try {
+            Api::PendingSocket pending = Api::socket(store->m_scope.path(u"webapi/ws"_s));
+            socket.reset(pending.socket.release());
+            request = pending.request;
+        } catch (const Api::Unauthorized &) {
+            break; // signed out: the session takes it from here
+        }
+        QObject::connect(socket.get(), &QWebSocket::textMessageReceived, store,
+                         &ChatStore::onSocketText);
+        store->m_socket = socket.get();
+        const bool opened = co_await qCoro(socket.get()).open(request, 15s);
+        if (!current())
+            break;
+        if (opened) {
+            store->m_retries = 0;
+            store->setConnected(true);
+            // Looked at four times a second rather than awaiting the signal with a time-out,
+            // whose QCoro 0.8 timer can outlive the wait.
+            while (current() && socket->state() == QAbstractSocket::ConnectedState)
+                co_await QCoro::sleepFor(250ms);
+            if (!store)
+                co_return;
+            store->setConnected(false);
+            if (!current())
+                break;
+        }
+        ++store->m_retries;
+        const auto wait = ChatBackoff::delay(store->m_retries);
+        qCDebug(lcChat) << "chat socket down; trying again in" << wait.count() << "ms";
+        co_await sleeper->sleep(wait);
+    }
+    if (store && store->m_session == session)
+        store->m_socketLoop = false;
+}
+
+void ChatStore::startPolling()
+{
+    if (m_pollLoop || !m_open)
+        return;
+    m_pollLoop = true;
+    pollLoop(this);
+}
+
+QCoro::Task<> ChatStore::pollLoop(QPointer<ChatStore> store)
+{
+    const int session = store->m_session;
+    Sleeper *sleeper = store->m_sleeper;
+    for (;;) {
+        co_await sleeper->sleep(12s);
+        if (!store || !store->m_open || store->m_session != session)
+            co_return;
+        co_await store->refresh();
+    }
+}
+
+void ChatStore::poll(const QString &runID)
+{
+    if (runID.isEmpty() || m_polling.contains(runID) || !m_awaitingRun.contains(runID))
+        return;
+    m_polling.insert(runID);
+    followRun(this, runID);
+}
+
+QCoro::Task<> ChatStore::followRun(QPointer<ChatStore> store, QString runID)
+{
+    Sleeper *sleeper = store->m_sleeper;
+    auto awaited = [&] { return store && store->m_open && store->m_awaitingRun.contains(runID); };
+    while (awaited()) {
+        co_await sleeper->sleep(2s);
+        if (!awaited())
+            break;
+        std::optional<RunRecord> run;
+        try {
+            const auto body = co_await Api::raw(u"webapi/runs/"_s + runID, "GET"_ba, 25s);
+            if (body)
+                run = RunRecord::fromJson(*body);
+        } catch (const std::exception &e) {
+            qCDebug(lcChat) << "run poll failed, trying again:" << e.what();
+        }
+        if (!awaited() || !run)
+            continue;
+        if (!run->done) {
+            store->upsert(runID, run->label, run->text, run->attempt);
+            continue;
+        }
+        store->m_awaitingRun.remove(runID);
+        store->finishActivity(runID, run->outcome.isEmpty() ? u"complete"_s : run->outcome);
+        QString text = run->text;
+        if (text.isEmpty() && (!run->error.isEmpty() || run->status == u"error"))
+            text = run->error.isEmpty() ? L::t(u"משהו נכשל."_s, u"Something failed."_s,
+                                               u"Что-то пошло не так."_s)
+                                        : run->error;
+        if (!text.isEmpty())
+            store->appendReply(runID, text, run->createdAt, run->voiceFile().value_or(QString()));
+        break;
+    }
+    if (store)
+        store->m_polling.remove(runID);
+}

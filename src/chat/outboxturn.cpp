@@ -1,0 +1,108 @@
+#include "outboxturn.h"
+
+#include "chat/chatjson.h"
+
+#include <QJsonArray>
+#include <QLoggingCategory>
+
+#include <cmath>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+Q_LOGGING_CATEGORY(lcOutbox, "halvenmark.chat.outbox", QtWarningMsg)
+
+// A part of a turn that cannot be read: logged and left out.
+template<class F>
+auto salvage(const QString &turnID, const QString &what, F &&read) -> decltype(read())
+{
+    try {
+        return read();
+    } catch (const DecodeError &e) {
+        qCWarning(lcOutbox).noquote() << "outbox turn" << turnID << "lost its" << what << "("
+                                      << e.key << "should be" << e.expected << "found"
+                                      << e.found << ")";
+        return std::nullopt;
+    }
+}
+
+} // namespace
+
+bool OutboxTurn::carriesBytes() const
+{
+    return !files.isEmpty() || voiceNote.has_value();
+}
+
+OutboxTurn OutboxTurn::fromJson(const QJsonValue &value)
+{
+    using namespace ChatJson;
+    const JsonRecord r(value);
+    OutboxTurn t;
+    t.id = r.string(u"id"_s);
+    t.text = r.string(u"text"_s);
+    t.fromVoice = r.boolean(u"fromVoice"_s);
+    t.voiceReply = r.boolean(u"voiceReply"_s);
+    t.replyID = r.string(u"replyID"_s);
+    t.replyText = r.string(u"replyText"_s);
+    t.replyRole = r.string(u"replyRole"_s);
+    t.created = r.number(u"created"_s);
+    t.error = r.string(u"error"_s);
+    if (r.has(u"voicePeak"_s))
+        t.voicePeak = float(r.number(u"voicePeak"_s));
+    t.afterSeq = optionalInteger(r, u"afterSeq"_s);
+    t.typed = optionalString(r, u"typed"_s);
+
+    const QJsonArray files = salvage(t.id, u"files"_s, [&] {
+        return std::optional(r.array(u"files"_s));
+    }).value_or(QJsonArray());
+    for (qsizetype i = 0; i < files.size(); ++i) {
+        const auto file = salvage(t.id, u"file %1"_s.arg(i), [&] {
+            return std::optional(OutboxFile::fromJson(files.at(i)));
+        });
+        if (file)
+            t.files.append(*file);
+    }
+    if (r.has(u"voiceNote"_s)) {
+        t.voiceNote = salvage(t.id, u"voice note"_s, [&] {
+            return std::optional(OutboxFile::fromJson(r.object().value(u"voiceNote")));
+        });
+    }
+    if (r.has(u"geo"_s)) {
+        t.geo = salvage(t.id, u"location"_s, [&] {
+            return std::optional(Decode::from<QJsonObject>(r.object().value(u"geo")));
+        });
+    }
+    return t;
+}
+
+QJsonObject OutboxTurn::toJson() const
+{
+    QJsonArray fileList;
+    for (const OutboxFile &f : files)
+        fileList.append(f.toJson());
+    QJsonObject o{
+        {u"id"_s, id},
+        {u"text"_s, text},
+        {u"fromVoice"_s, fromVoice},
+        {u"voiceReply"_s, voiceReply},
+        {u"replyID"_s, replyID},
+        {u"replyText"_s, replyText},
+        {u"replyRole"_s, replyRole},
+        {u"created"_s, created},
+        {u"files"_s, fileList},
+        {u"error"_s, error},
+    };
+    if (geo)
+        o.insert(u"geo"_s, *geo);
+    if (voiceNote)
+        o.insert(u"voiceNote"_s, voiceNote->toJson());
+    // JSON has no NaN; a peak that is not a number is no peak.
+    if (voicePeak && std::isfinite(*voicePeak))
+        o.insert(u"voicePeak"_s, double(*voicePeak));
+    if (afterSeq)
+        o.insert(u"afterSeq"_s, *afterSeq);
+    if (typed)
+        o.insert(u"typed"_s, *typed);
+    return o;
+}
