@@ -68,8 +68,10 @@ def _fault(state: State, body: dict) -> web.Response:
         drop_mid_body=_get(body, "drop_mid_body", bool, False), times=_get(body, "times", int, 1))
     if fault.times == 0 or fault.times < -1:
         raise _bad("times must be positive, or -1 for ever.")
-    if fault.after not in (None, "drop"):
-        raise _bad('after can only be "drop".')
+    if fault.after not in (None, "drop", "hold"):
+        raise _bad('after can only be "drop" or "hold".')
+    if fault.after == "hold" and not fault.delay:
+        raise _bad('after "hold" needs a delay: how long the answer is held.')
     endings = [fault.status is not None or fault.drop, fault.after is not None,
                fault.drop_mid_body]
     if sum(endings) > 1:

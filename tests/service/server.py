@@ -51,7 +51,7 @@ async def _read_part(request: web.Request) -> bytes:
 
 async def _answer(request: web.Request, state: State, fault: Fault | None) -> web.StreamResponse:
     if fault is not None:
-        if fault.delay:
+        if fault.delay and fault.after != "hold":
             await asyncio.sleep(fault.delay)
         if fault.drop:
             return _drop(request)
@@ -105,6 +105,8 @@ async def dispatch(request: web.Request) -> web.StreamResponse:
         response = _failure(request, error)
     if fault is not None and fault.after == "drop" and not isinstance(response, Dropped):
         response = _drop(request)  # served in full, but the client never hears of it
+    if fault is not None and fault.after == "hold":
+        await asyncio.sleep(fault.delay)  # served in full; the answer waits
     entry["status"] = 0 if isinstance(response, Dropped) else response.status
     return response
 

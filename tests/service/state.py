@@ -47,7 +47,8 @@ class Fault:
     headers: dict[str, str] = field(default_factory=dict)
     delay: float = 0.0
     drop: bool = False
-    after: str | None = None  # "drop": serve the request, then close instead of replying
+    after: str | None = None  # "drop": serve, then close instead of replying; "hold": serve,
+    #                           then wait `delay` seconds before replying
     drop_mid_body: bool = False  # close after reading part of the body; nothing is served
     times: int = 1  # -1 = forever
 

@@ -1,0 +1,269 @@
+// Sending against the reference service: nothing the user sends is lost, and each turn
+// reaches the server exactly once, whatever fails on the way.
+
+#include "chat/chatbackgroundtransfer.h"
+#include "chat/chatoutbox.h"
+#include "chat/chatstore.h"
+#include "net/api.h"
+#include "net/identity.h"
+#include "support/fakereachability.h"
+#include "support/fakesleeper.h"
+#include "support/service.h"
+#include "support/sync.h"
+#include "support/testhome.h"
+
+#include <QJsonArray>
+#include <QTest>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+class Demo : public Identity
+{
+public:
+    QString value;
+    QString cookie() const override { return value; }
+    QString user() const override { return QStringLiteral("demo"); }
+    void rejected() override {}
+};
+
+} // namespace
+
+class ChatSendTest : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<TestHome> home;
+    Service service;
+    Demo identity;
+    FakeSleeper sleeper;
+    FakeReachability reachability;
+    std::unique_ptr<ChatBackgroundTransfer> transfers;
+
+    std::unique_ptr<ChatStore> newStore()
+    {
+        auto store = std::make_unique<ChatStore>(ChatScope::main(), QStringLiteral("demo"), QStringLiteral("user"),
+                                                 ChatDependencies{&sleeper, &reachability});
+        store->prepare();
+        return store;
+    }
+
+    QJsonArray stored()
+    {
+        return service.control("GET", QStringLiteral("messages?user=demo&conversation_id=main"))
+            .value(u"messages")
+            .toArray();
+    }
+
+    int requests(const QString &path)
+    {
+        int n = 0;
+        for (const QJsonValue &entry : service.log())
+            n += entry[u"path"].toString() == path;
+        return n;
+    }
+
+    // Runs a drain to its end, letting fake time pass for its pauses.
+    ChatStore::DrainSummary drain(ChatStore &store)
+    {
+        auto task = store.drain();
+        bool done = false;
+        ChatStore::DrainSummary summary;
+        auto wait = [&]() -> QCoro::Task<> {
+            summary = co_await task;
+            done = true;
+        };
+        auto running = wait();
+        for (int i = 0; i < 400 && !done; ++i) {
+            sleeper.advance();
+            QTest::qWait(10);
+        }
+        return summary;
+    }
+
+    OutboxState onDisk()
+    {
+        ChatOutbox outbox(QStringLiteral("demo"));
+        outbox.load();
+        return outbox.state();
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY2(service.running(), "the reference service did not start");
+        qputenv("HALVENMARK_SERVER", service.base().toString().toUtf8());
+        Api::setIdentity(&identity);
+    }
+
+    void init()
+    {
+        transfers.reset();
+        home.reset();
+        home = std::make_unique<TestHome>();
+        transfers = std::make_unique<ChatBackgroundTransfer>(&sleeper);
+        service.reset();
+        service.control("POST", QStringLiteral("agent"), {{"mode", "silent"}});
+        identity.value = Sync::run(Api::login(QStringLiteral("demo"), QStringLiteral("demo-password"))).cookie;
+        service.clearLog();
+    }
+
+    void aTurnMadeOfflineGoesOutWhenTheServerReturns()
+    {
+        service.fault({{"match", "*"}, {"drop", true}, {"times", -1}});
+        auto store = newStore();
+        const QString id = store->send(QStringLiteral("hello from the train"), false, false);
+        QVERIFY(!id.isEmpty());
+        // On disk before any network work.
+        QCOMPARE(onDisk().turns.size(), 1);
+        QCOMPARE(onDisk().turns.first().text, QStringLiteral("hello from the train"));
+
+        const auto offline = drain(*store);
+        QCOMPARE(offline.offline, 1);
+        QCOMPARE(store->pendingTurns().size(), 1);
+        QCOMPARE(store->pendingTurns().first().error, ChatCourier::savedForRetry());
+        QCOMPARE(stored().size(), 0);
+
+        service.control("DELETE", QStringLiteral("faults"));
+        auto later = newStore(); // a later start finds it and sends it
+        QCOMPARE(later->pendingTurns().size(), 1);
+        const auto sent = drain(*later);
+        QCOMPARE(sent.settled, 1);
+        QVERIFY(later->pendingTurns().isEmpty());
+        QVERIFY(onDisk().turns.isEmpty());
+        QCOMPARE(stored().size(), 1);
+        QCOMPARE(stored().first()[u"client_request_id"].toString(), id);
+    }
+
+    void aLostReplyIsSettledByTheFetchNotSentTwice()
+    {
+        service.fault({{"match", "webapi/chat"}, {"after", "drop"}, {"times", -1}});
+        auto store = newStore();
+        const QString id = store->send(QStringLiteral("did you get this?"), false, false);
+        QCOMPARE(drain(*store).offline, 1);
+        QCOMPARE(stored().size(), 1); // the server has it; the reply never came back
+        service.control("DELETE", QStringLiteral("faults"));
+
+        Sync::run(store->load());
+        QVERIFY(store->pendingTurns().isEmpty());
+        QVERIFY(onDisk().turns.isEmpty());
+        const int posts = requests(QStringLiteral("webapi/chat"));
+        drain(*store);
+        QCOMPARE(requests(QStringLiteral("webapi/chat")), posts);
+        QCOMPARE(stored().size(), 1);
+        Q_UNUSED(id)
+    }
+
+    void aRefusedTurnWaitsForRetryWithoutBlockingTheRest()
+    {
+        service.fault({{"match", "webapi/chat"}, {"status", 400}, {"body", R"({"error":"bad","detail":"Nope."})"}});
+        auto store = newStore();
+        const QString first = store->send(QStringLiteral("first"), false, false);
+        const QString second = store->send(QStringLiteral("second"), false, false);
+        const auto summary = drain(*store);
+        QCOMPARE(summary.refused, 1);
+        QCOMPARE(summary.settled, 1);
+        QCOMPARE(store->pendingTurns().size(), 1);
+        QCOMPARE(store->pendingTurns().first().id, first);
+        QCOMPARE(store->pendingTurns().first().error, QStringLiteral("Nope."));
+
+        const int posts = requests(QStringLiteral("webapi/chat"));
+        drain(*store);
+        QCOMPARE(requests(QStringLiteral("webapi/chat")), posts); // not sent again by a drain
+        QCOMPARE(Sync::run(store->retry(first)), Delivery::Settled);
+        QVERIFY(store->pendingTurns().isEmpty());
+        QCOMPARE(stored().size(), 2);
+        Q_UNUSED(second)
+    }
+
+    void acceptanceWithoutIdsIsNotSettled()
+    {
+        service.fault({{"match", "webapi/chat"}, {"status", 200}, {"body", R"({"ok":true})"}});
+        auto store = newStore();
+        store->send(QStringLiteral("hm"), false, false);
+        QCOMPARE(drain(*store).refused, 1);
+        QCOMPARE(store->pendingTurns().first().error, ChatCourier::notConfirmed());
+    }
+
+    void stopSendsNothing()
+    {
+        const QJsonObject started = service.control("POST", QStringLiteral("chat"),
+                                                    {{"user", "demo"}, {"text", "long job"}});
+        QVERIFY(started.value(u"ok").toBool());
+        auto store = newStore();
+        service.clearLog();
+        QVERIFY(store->send(QStringLiteral("/stop 1")).isEmpty());
+        QTRY_COMPARE(requests(QStringLiteral("webapi/tasks/p-1/stop")), 1);
+        QCOMPARE(requests(QStringLiteral("webapi/chat")), 0);
+        QVERIFY(onDisk().turns.isEmpty());
+    }
+
+    void aReplyToAVanishedTaskComesBackToTheComposer()
+    {
+        auto store = newStore();
+        store->continueTask(99, QStringLiteral("the old task"));
+        const QString id = store->send(QStringLiteral("and one more thing"), false, false);
+        drain(*store);
+        QVERIFY(store->pendingTurns().isEmpty());
+        QCOMPARE(store->composerText(), QStringLiteral("and one more thing"));
+        QCOMPARE(store->banner(), QStringLiteral("The task you replied to is no longer available"));
+        QCOMPARE(onDisk().composerText, std::optional<QString>("and one more thing"));
+        QCOMPARE(stored().size(), 0);
+        Q_UNUSED(id)
+    }
+
+    void filesGoFirstThenTheText()
+    {
+        auto store = newStore();
+        QVERIFY(store->attach(QStringLiteral("notes.txt"), QStringLiteral("text/plain"), QByteArray(40'000, 'x')));
+        const QString fileID = store->composerAttachments().first().fileID;
+        QVERIFY(QFile::exists(store->outbox().dataPath(fileID)));
+        store->send(QStringLiteral("see the file"), false, false);
+        QCOMPARE(drain(*store).settled, 1);
+        const QJsonArray messages = stored();
+        QCOMPARE(messages.size(), 1);
+        QCOMPARE(messages.first()[u"attachments"].toArray().first()[u"name"].toString(), QStringLiteral("notes.txt"));
+        QVERIFY(!QFile::exists(store->outbox().dataPath(fileID)));
+
+        QVERIFY(!store->attachFile(QStringLiteral("/no/such/file")));
+        QCOMPARE(store->sendError(), QStringLiteral("Could not save the file on this device."));
+    }
+
+    void composerIsSavedHalfASecondAfterTheLastChange()
+    {
+        auto store = newStore();
+        sleeper.requested.clear();
+        store->setComposerText(QStringLiteral("dra"));
+        store->setComposerText(QStringLiteral("draft"));
+        QCOMPARE(onDisk().composerText, std::nullopt);
+        QCOMPARE(sleeper.requested.last(), std::chrono::milliseconds(500ms));
+        sleeper.advance();
+        QTRY_COMPARE(onDisk().composerText, std::optional<QString>("draft"));
+        auto again = newStore();
+        QCOMPARE(again->composerText(), QStringLiteral("draft"));
+    }
+
+    void aKeptAnswerSettlesWithoutSending()
+    {
+        auto store = newStore();
+        const QString id = store->send(QStringLiteral("answered before the crash"), false, false);
+        store.reset();
+        transfers->keep(ChatBackgroundTransfer::key(QStringLiteral("demo"), QStringLiteral("chat"), id), 200,
+                        R"({"ok":true,"user_seq":7,"run_id":"run_kept"})");
+        auto next = newStore();
+        QVERIFY(next->pendingTurns().isEmpty());
+        QVERIFY(onDisk().turns.isEmpty());
+        QCOMPARE(requests(QStringLiteral("webapi/chat")), 0);
+    }
+
+    void voteNotSaved()
+    {
+        auto store = newStore();
+        QVERIFY(!Sync::run(store->voteRoute(424242, QStringLiteral("deep"), QStringLiteral("high"), QString())));
+        QCOMPARE(store->banner(), QStringLiteral("Vote not saved"));
+    }
+};
+
+QTEST_GUILESS_MAIN(ChatSendTest)
+#include "chatsendtest.moc"

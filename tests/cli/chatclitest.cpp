@@ -1,0 +1,192 @@
+// The terminal client's chat commands as scripts drive them, and a real client process
+// killed at each step of a send: after the next start the server holds the turn exactly once.
+
+#include "support/service.h"
+#include "support/testhome.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTest>
+
+namespace {
+
+struct Run {
+    int status = -1;
+    QByteArray out;
+    QString err;
+};
+
+} // namespace
+
+class ChatCliTest : public QObject
+{
+    Q_OBJECT
+
+    Service service;
+    std::unique_ptr<TestHome> home;
+
+    QProcessEnvironment environment(const QByteArray &pauseAt = {})
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("HALVENMARK_HOME"), home->path());
+        env.insert(QStringLiteral("HALVENMARK_SECRETS"), QStringLiteral("file"));
+        env.insert(QStringLiteral("HALVENMARK_SERVER"), service.base().toString());
+        if (!pauseAt.isEmpty())
+            env.insert(QStringLiteral("HALVENMARK_PAUSE_AT"), QString::fromLatin1(pauseAt));
+        return env;
+    }
+
+    Run cli(const QStringList &args, const QByteArray &input = {})
+    {
+        QProcess process;
+        process.setProcessEnvironment(environment());
+        process.start(QStringLiteral(HALVENMARK_CLI), args);
+        process.write(input);
+        process.closeWriteChannel();
+        if (!process.waitForFinished(60'000))
+            process.kill();
+        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+                process.readAllStandardOutput(), QString::fromUtf8(process.readAllStandardError())};
+    }
+
+    QJsonArray stored()
+    {
+        return service.control("GET", QStringLiteral("messages?user=demo&conversation_id=main"))
+            .value(u"messages")
+            .toArray();
+    }
+
+    QJsonArray outbox() { return QJsonDocument::fromJson(cli({"chat", "outbox", "--json"}).out).array(); }
+
+private slots:
+    void initTestCase() { QVERIFY2(service.running(), "the reference service did not start"); }
+
+    void init()
+    {
+        home.reset();
+        home = std::make_unique<TestHome>();
+        service.reset();
+        service.control("POST", QStringLiteral("agent"), {{"step_delay", 0.01}});
+        QCOMPARE(cli({"login", "--user", "demo"}, "demo-password\n").status, 0);
+    }
+
+    void sendAndWaitForTheReply()
+    {
+        const Run run = cli({"chat", "send", "When is the bus?", "--wait", "20"});
+        QCOMPARE(run.status, 0);
+        QVERIFY2(run.out.contains("bus times"), run.out.constData());
+        QCOMPARE(stored().size(), 2);
+        const Run log = cli({"chat", "log", "--json"});
+        QCOMPARE(log.status, 0);
+        const QJsonArray messages = QJsonDocument::fromJson(log.out).array();
+        QCOMPARE(messages.size(), 2);
+        QCOMPARE(messages.first()[u"role"].toString(), QStringLiteral("user"));
+        QVERIFY(messages.first().toObject().contains(u"created_at"));
+    }
+
+    void keptWhileTheServerIsDownThenDrained()
+    {
+        service.fault({{"match", "*"}, {"drop", true}, {"times", -1}});
+        const Run kept = cli({"chat", "send", "offline turn"});
+        QCOMPARE(kept.status, 4);
+        QCOMPARE(outbox().size(), 1);
+        QCOMPARE(outbox().first()[u"text"].toString(), QStringLiteral("offline turn"));
+        QCOMPARE(cli({"chat", "drain"}).status, 4);
+        service.control("DELETE", QStringLiteral("faults"));
+        QCOMPARE(cli({"chat", "drain"}).status, 0);
+        QCOMPARE(outbox().size(), 0);
+        QCOMPARE(stored().first()[u"text"].toString(), QStringLiteral("offline turn"));
+        QCOMPARE(stored().first()[u"seq"].toInt(), 1);
+    }
+
+    void refusedTurnsWaitForRetry()
+    {
+        service.fault({{"match", "webapi/chat"}, {"status", 403}, {"body", R"({"error":"no","detail":"Not allowed."})"}});
+        const Run refused = cli({"chat", "send", "please"});
+        QCOMPARE(refused.status, 1);
+        QVERIFY2(refused.err.contains(u"Not allowed."), qPrintable(refused.err));
+        const QString id = outbox().first()[u"id"].toString();
+        QCOMPARE(outbox().first()[u"error"].toString(), QStringLiteral("Not allowed."));
+        QCOMPARE(cli({"chat", "drain"}).status, 0); // nothing it could deliver failed
+        QCOMPARE(cli({"chat", "retry", id}).status, 0);
+        QCOMPARE(outbox().size(), 0);
+        QCOMPARE(cli({"chat", "retry", "no-such-turn"}).status, 1);
+    }
+
+    void filesAndBadFiles()
+    {
+        const QString path = home->path() + QStringLiteral("/report.txt");
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(QByteArray(50'000, 'r'));
+        file.close();
+        QCOMPARE(cli({"chat", "send", "the report", "--file", path}).status, 0);
+        QCOMPARE(stored().first()[u"attachments"].toArray().size(), 1);
+        QCOMPARE(cli({"chat", "send", "x", "--file", "/no/such/file"}).status, 1);
+        QCOMPARE(outbox().size(), 0);
+    }
+
+    void stopATask()
+    {
+        service.control("POST", QStringLiteral("agent"), {{"mode", "silent"}});
+        QCOMPARE(cli({"chat", "send", "a long job"}).status, 0);
+        QCOMPARE(cli({"chat", "stop", "1"}).status, 0);
+        QCOMPARE(cli({"chat", "stop", "x"}).status, 2);
+        const QJsonObject tasks = service.control("GET", QStringLiteral("messages?user=demo&conversation_id=main"))
+                                      .value(u"tasks")
+                                      .toObject();
+        QVERIFY2(QJsonDocument(tasks).toJson().contains("stopped"), QJsonDocument(tasks).toJson().constData());
+    }
+
+    void killedMidSend_data()
+    {
+        QTest::addColumn<QByteArray>("pauseAt");
+        QTest::addColumn<QJsonObject>("fault");
+        QTest::addColumn<int>("storedBeforeRestart");
+        QTest::newRow("after request.body is written") << QByteArray("body-written") << QJsonObject() << 0;
+        QTest::newRow("after the server stored the message")
+            << QByteArray() << QJsonObject{{"match", "webapi/chat"}, {"after", "hold"}, {"delay", 30}} << 1;
+        QTest::newRow("after receipt.json is written") << QByteArray("receipt-written") << QJsonObject() << 1;
+    }
+
+    void killedMidSend()
+    {
+        QFETCH(QByteArray, pauseAt);
+        QFETCH(QJsonObject, fault);
+        QFETCH(int, storedBeforeRestart);
+        if (!fault.isEmpty())
+            service.fault(fault);
+
+        QProcess client;
+        client.setProcessEnvironment(environment(pauseAt));
+        client.setReadChannel(QProcess::StandardError);
+        client.start(QStringLiteral(HALVENMARK_CLI), {"chat", "send", "exactly once, please"});
+        QVERIFY(client.waitForStarted());
+        if (!pauseAt.isEmpty()) {
+            QString err;
+            while (!err.contains(QStringLiteral("paused at ") + QString::fromLatin1(pauseAt)) && client.waitForReadyRead(20000))
+                err += QString::fromUtf8(client.readAllStandardError());
+            QVERIFY2(err.contains(u"paused at"), qPrintable(err));
+        } else {
+            QTRY_COMPARE_WITH_TIMEOUT(stored().size(), 1, 20'000);
+        }
+        client.kill(); // SIGKILL: no clean-up of any kind
+        QVERIFY(client.waitForFinished(10'000));
+        QCOMPARE(stored().size(), storedBeforeRestart);
+        service.control("DELETE", QStringLiteral("faults"));
+
+        // The next start settles it: from the kept answer, or by sending it once more.
+        QCOMPARE(cli({"chat", "drain"}).status, 0);
+        QCOMPARE(outbox().size(), 0);
+        const QJsonArray messages = stored();
+        int users = 0;
+        for (const QJsonValue &m : messages)
+            users += m[u"role"].toString() == u"user";
+        QCOMPARE(users, 1);
+    }
+};
+
+QTEST_GUILESS_MAIN(ChatCliTest)
+#include "chatclitest.moc"
