@@ -8,6 +8,8 @@
 #include "chat/chatoutbox.h"
 #include "chat/chatrowsmodel.h"
 #include "chatprompt.h"
+#include "render.h"
+#include "chat/markup/ansiwriter.h"
 #include "chat/chatstore.h"
 #include "session/session.h"
 #include "text/l.h"
@@ -34,11 +36,14 @@ QString who(const ChatMessage &m)
     return L::t(u"את/ה"_s, u"You"_s, u"Вы"_s);
 }
 
+QString rendered(const QString &text);
+
 QString line(const ChatMessage &m)
 {
     const QString when = QDateTime::fromMSecsSinceEpoch(qint64(m.createdAt * 1000))
                              .toString(u"yyyy-MM-dd HH:mm"_s);
-    return u"["_s + when + u"] "_s + who(m) + u": "_s + m.text;
+    return u"["_s + when + u"] "_s + who(m) + u": "_s
+           + (m.role == u"assistant" ? rendered(m.text) : m.text);
 }
 
 void usage()
@@ -80,9 +85,10 @@ QCoro::Task<int> stopTask(ChatStore &store, int task)
     co_return Done;
 }
 
+// The agent's markup, styled for this terminal (plain into a pipe or with NO_COLOR).
 QString rendered(const QString &text)
 {
-    return text;
+    return Markup::AnsiWriter::render(text, RenderCommand::terminalWidth(), RenderCommand::colourWanted());
 }
 
 QCoro::Task<int> log(Invocation in)
@@ -117,7 +123,7 @@ public:
         QObject::connect(store, &ChatStore::laneChanged, store, [this](const Lane &lane) { onLane(lane); });
         QObject::connect(store, &ChatStore::messageAdded, store, [](const ChatMessage &m) {
             if (m.role == u"assistant")
-                Console::out(u"💬 "_s + who(m) + u": "_s + m.text);
+                Console::out(u"💬 "_s + who(m) + u": "_s + rendered(m.text));
         });
     }
 

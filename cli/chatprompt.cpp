@@ -2,6 +2,9 @@
 
 #include "console.h"
 #include "outcome.h"
+#include "render.h"
+
+#include "chat/markup/ansiwriter.h"
 
 #include "chat/chatstore.h"
 #include "session/session.h"
@@ -66,7 +69,11 @@ void showMessage(const ChatMessage &m)
 {
     const QString who = m.role == u"assistant" ? L::t(u"הסוכן"_s, u"Agent"_s, u"Агент"_s)
                                                : L::t(u"את/ה"_s, u"You"_s, u"Вы"_s);
-    Console::out(who + u": "_s + m.text);
+    const QString text = m.role == u"assistant"
+                             ? Markup::AnsiWriter::render(m.text, RenderCommand::terminalWidth(),
+                                                          RenderCommand::colourWanted())
+                             : m.text;
+    Console::out(who + u": "_s + text);
 }
 
 } // namespace

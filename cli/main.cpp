@@ -5,6 +5,7 @@
 #include "invocation.h"
 #include "outcome.h"
 #include "pagecommands.h"
+#include "render.h"
 #include "sessioncommands.h"
 
 using namespace Qt::StringLiterals;
@@ -60,6 +61,7 @@ QString summary()
         "  chat outbox [--json] | chat drain   הודעות שממתינות לשליחה; שליחתן\n"
         "  chat retry ID | chat stop N         ניסיון חוזר; עצירת משימה\n"
         "  chat                                שיחה אינטראקטיבית\n"
+        "  render [--html | --ansi | --plain] טקסט של הודעה מהקלט, כפי שהוא מוצג\n"
         "  prefs [set KEY VALUE]               העדפות בשרת\n"
         "  logout                              יציאה\n"
         "  delete-account                      מחיקת החשבון\n"
@@ -80,6 +82,7 @@ QString summary()
         "  chat outbox [--json] | chat drain   turns waiting to go out; send them\n"
         "  chat retry ID | chat stop N         try a turn again; stop a task\n"
         "  chat                                an interactive conversation\n"
+        "  render [--html | --ansi | --plain] one message text from stdin, as it is shown\n"
         "  prefs [set KEY VALUE]               server-side preferences\n"
         "  logout                              sign out\n"
         "  delete-account                      delete the account\n"
@@ -100,6 +103,7 @@ QString summary()
         "  chat outbox [--json] | chat drain   ждущие отправки; отправить их\n"
         "  chat retry ID | chat stop N         повторить; остановить задачу\n"
         "  chat                                интерактивный разговор\n"
+        "  render [--html | --ansi | --plain] текст сообщения из ввода, как он показывается\n"
         "  prefs [set KEY VALUE]               настройки на сервере\n"
         "  logout                              выйти\n"
         "  delete-account                      удалить аккаунт\n"
@@ -131,8 +135,11 @@ int main(int argc, char **argv)
     const QCommandLineOption project(u"project"_s, u"A project's conversation."_s, u"N"_s);
     const QCommandLineOption file(u"file"_s, u"A file to send (repeatable)."_s, u"PATH"_s);
     const QCommandLineOption replyTo(u"reply-to"_s, u"The message (seq) a turn answers."_s, u"SEQ"_s);
+    const QCommandLineOption html(u"html"_s, u"render: HTML for the desktop app."_s);
+    const QCommandLineOption ansi(u"ansi"_s, u"render: styled for a terminal."_s);
+    const QCommandLineOption plain(u"plain"_s, u"render: the shown text with its direction marks."_s);
     const QCommandLineOption wait(u"wait"_s, u"Seconds to wait for the agent's reply."_s, u"SECONDS"_s);
-    parser.addOptions({json, user, token, lang, every, project, file, replyTo, wait});
+    parser.addOptions({json, user, token, lang, every, project, file, replyTo, wait, html, ansi, plain});
     parser.addPositionalArgument(u"command"_s, u"What to do."_s);
 
     if (!parser.parse(QCoreApplication::arguments())) {
@@ -211,6 +218,16 @@ int main(int argc, char **argv)
         }
     }
 
+    if (in.command == u"render") {
+        const int modes = int(parser.isSet(html)) + int(parser.isSet(ansi)) + int(parser.isSet(plain));
+        if (!in.args.isEmpty() || modes > 1) {
+            Console::err(L::t(u"שימוש: render [--html | --ansi | --plain]"_s, u"Usage: render [--html | --ansi | --plain]"_s,
+                              u"Использование: render [--html | --ansi | --plain]"_s));
+            return Usage;
+        }
+        const QString mode = parser.isSet(html) ? u"html"_s : parser.isSet(plain) ? u"plain"_s : u"ansi"_s;
+        return RenderCommand::run(mode);
+    }
     const auto found = commands().find(in.command);
     if (found == commands().end()) {
         Console::err(L::t(u"פקודה לא מוכרת: %1"_s, u"Unknown command: %1"_s,
