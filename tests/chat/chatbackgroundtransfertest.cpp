@@ -8,6 +8,7 @@
 #include "net/identity.h"
 #include "support/fakesleeper.h"
 #include "support/service.h"
+#include "support/testidentity.h"
 #include "support/sync.h"
 #include "support/testhome.h"
 
@@ -26,15 +27,6 @@
 using namespace std::chrono_literals;
 
 namespace {
-
-class Demo : public Identity
-{
-public:
-    QString value;
-    QString cookie() const override { return value; }
-    QString user() const override { return QStringLiteral("demo"); }
-    void rejected() override {}
-};
 
 QString chatKey(const QString &id)
 {
@@ -65,7 +57,7 @@ QByteArray fileBytes(const QString &path)
 // What the killed child does: one background chat post, paused by HALVENMARK_PAUSE_AT.
 int childRun()
 {
-    Demo identity;
+    TestIdentity identity;
     identity.value = qEnvironmentVariable("TRANSFER_CHILD_COOKIE");
     Api::setIdentity(&identity);
     ChatBackgroundTransfer transfer;
@@ -86,7 +78,7 @@ class ChatBackgroundTransferTest : public QObject
     Q_OBJECT
 
     Service service;
-    Demo identity;
+    TestIdentity identity;
     FakeSleeper sleeper;
     std::unique_ptr<TestHome> home;
     std::unique_ptr<ChatBackgroundTransfer> transfer;
@@ -122,8 +114,7 @@ private slots:
     void initTestCase()
     {
         QVERIFY2(service.running(), "the reference service did not start");
-        qputenv("HALVENMARK_SERVER", service.base().toString().toUtf8());
-        Api::setIdentity(&identity);
+        identity.use(service);
     }
 
     void init()
@@ -133,8 +124,7 @@ private slots:
         home = std::make_unique<TestHome>();
         service.reset();
         service.control("POST", QStringLiteral("agent"), {{"mode", "silent"}});
-        identity.value =
-            Sync::run(Api::login(QStringLiteral("demo"), QStringLiteral("demo-password"))).cookie;
+        identity.signIn();
         service.clearLog();
         sleeper.requested.clear();
         transfer = std::make_unique<ChatBackgroundTransfer>(&sleeper);

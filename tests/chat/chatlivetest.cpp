@@ -7,6 +7,7 @@
 #include "support/fakereachability.h"
 #include "support/fakesleeper.h"
 #include "support/service.h"
+#include "support/testidentity.h"
 #include "support/sync.h"
 #include "support/testhome.h"
 
@@ -17,15 +18,6 @@
 using namespace std::chrono_literals;
 
 namespace {
-
-class Demo : public Identity
-{
-public:
-    QString value;
-    QString cookie() const override { return value; }
-    QString user() const override { return QStringLiteral("demo"); }
-    void rejected() override {}
-};
 
 int assistantReplies(const ChatStore &store)
 {
@@ -43,7 +35,7 @@ class ChatLiveTest : public QObject
 
     std::unique_ptr<TestHome> home;
     Service service;
-    Demo identity;
+    TestIdentity identity;
     FakeSleeper sleeper;
     FakeReachability reachability;
 
@@ -81,8 +73,7 @@ private slots:
     void initTestCase()
     {
         QVERIFY2(service.running(), "the reference service did not start");
-        qputenv("HALVENMARK_SERVER", service.base().toString().toUtf8());
-        Api::setIdentity(&identity);
+        identity.use(service);
     }
 
     void init()
@@ -91,7 +82,7 @@ private slots:
         home = std::make_unique<TestHome>();
         service.reset();
         service.control("POST", QStringLiteral("agent"), {{"mode", "normal"}, {"step_delay", 0.01}});
-        identity.value = Sync::run(Api::login(QStringLiteral("demo"), QStringLiteral("demo-password"))).cookie;
+        identity.signIn();
         sleeper.requested.clear();
     }
 

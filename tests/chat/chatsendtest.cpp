@@ -9,6 +9,7 @@
 #include "support/fakereachability.h"
 #include "support/fakesleeper.h"
 #include "support/service.h"
+#include "support/testidentity.h"
 #include "support/sync.h"
 #include "support/testhome.h"
 
@@ -19,15 +20,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-class Demo : public Identity
-{
-public:
-    QString value;
-    QString cookie() const override { return value; }
-    QString user() const override { return QStringLiteral("demo"); }
-    void rejected() override {}
-};
-
 } // namespace
 
 class ChatSendTest : public QObject
@@ -36,7 +28,7 @@ class ChatSendTest : public QObject
 
     std::unique_ptr<TestHome> home;
     Service service;
-    Demo identity;
+    TestIdentity identity;
     FakeSleeper sleeper;
     FakeReachability reachability;
     std::unique_ptr<ChatBackgroundTransfer> transfers;
@@ -93,8 +85,7 @@ private slots:
     void initTestCase()
     {
         QVERIFY2(service.running(), "the reference service did not start");
-        qputenv("HALVENMARK_SERVER", service.base().toString().toUtf8());
-        Api::setIdentity(&identity);
+        identity.use(service);
     }
 
     void init()
@@ -105,7 +96,7 @@ private slots:
         transfers = std::make_unique<ChatBackgroundTransfer>(&sleeper);
         service.reset();
         service.control("POST", QStringLiteral("agent"), {{"mode", "silent"}});
-        identity.value = Sync::run(Api::login(QStringLiteral("demo"), QStringLiteral("demo-password"))).cookie;
+        identity.signIn();
         service.clearLog();
     }
 

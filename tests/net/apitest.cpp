@@ -5,6 +5,7 @@
 #include "net/identity.h"
 #include "net/projectcache.h"
 #include "support/service.h"
+#include "support/testidentity.h"
 #include "support/sync.h"
 #include "support/testhome.h"
 
@@ -16,18 +17,6 @@
 #include <QWebSocket>
 
 namespace {
-
-class FakeIdentity : public Identity
-{
-public:
-    QString cookieValue;
-    QString userName = QStringLiteral("demo");
-    int rejections = 0;
-
-    QString cookie() const override { return cookieValue; }
-    QString user() const override { return userName; }
-    void rejected() override { ++rejections; }
-};
 
 QJsonObject lastRequest(Service &service)
 {
@@ -43,7 +32,7 @@ class ApiTest : public QObject
 
     TestHome home;
     Service service;
-    FakeIdentity identity;
+    TestIdentity identity;
 
     QString signIn(const QString &user = QStringLiteral("demo"))
     {
@@ -55,8 +44,7 @@ private slots:
     void initTestCase()
     {
         QVERIFY2(service.running(), "the reference service did not start");
-        qputenv("HALVENMARK_SERVER", service.base().toString().toUtf8());
-        Api::setIdentity(&identity);
+        identity.use(service);
     }
 
     void init()
@@ -64,7 +52,7 @@ private slots:
         service.reset();
         ProjectCache::clear();
         Api::due().clear();
-        identity.cookieValue = signIn();
+        identity.value = signIn();
         identity.rejections = 0;
         service.clearLog();
     }
@@ -123,7 +111,7 @@ private slots:
     {
         Sync::run(Api::post(QStringLiteral("webapi/prefs"), {{"lang", "he"}}));
         const QJsonObject headers = lastRequest(service).value(u"headers").toObject();
-        QCOMPARE(headers.value(u"Cookie").toString(), QStringLiteral("rb_web_session=") + identity.cookieValue);
+        QCOMPARE(headers.value(u"Cookie").toString(), QStringLiteral("rb_web_session=") + identity.value);
         QCOMPARE(headers.value(u"User-Agent").toString(), Api::userAgent());
         QCOMPARE(headers.value(u"Content-Type").toString(), QStringLiteral("application/json"));
     }
@@ -134,12 +122,12 @@ private slots:
         signIn(QStringLiteral("owner"));
         Sync::run(Api::page<QJsonValue>(QStringLiteral("webapi/projects")));
         const QJsonObject headers = lastRequest(service).value(u"headers").toObject();
-        QCOMPARE(headers.value(u"Cookie").toString(), QStringLiteral("rb_web_session=") + identity.cookieValue);
+        QCOMPARE(headers.value(u"Cookie").toString(), QStringLiteral("rb_web_session=") + identity.value);
     }
 
     void noCookieSendsNothing()
     {
-        identity.cookieValue.clear();
+        identity.value.clear();
         QVERIFY_THROWS_EXCEPTION(Api::Unauthorized, Sync::run(Api::page<QJsonValue>(QStringLiteral("webapi/me"))));
         QVERIFY_THROWS_EXCEPTION(Api::Unauthorized, Sync::run(Api::fetch(QStringLiteral("webapi/tasks"))));
         QVERIFY_THROWS_EXCEPTION(Api::Unauthorized, Api::socket(QStringLiteral("webapi/ws")));
@@ -247,7 +235,7 @@ private slots:
         } catch (const DecodeError &error) {
             QCOMPARE(error.key, QStringLiteral("count"));
         }
-        QVERIFY(!ProjectCache::read(QStringLiteral("webapi/x"), identity.userName));
+        QVERIFY(!ProjectCache::read(QStringLiteral("webapi/x"), identity.name));
     }
 
     void oneRetryForADroppedConnection()
@@ -282,8 +270,8 @@ private slots:
 
     void staleCookieDoesNotSignOut()
     {
-        const QString old = identity.cookieValue;
-        identity.cookieValue = signIn(); // a new session; the old one ends on the server
+        const QString old = identity.value;
+        identity.value = signIn(); // a new session; the old one ends on the server
         Api::Request request = Api::authorized(QStringLiteral("webapi/me"), "GET", std::nullopt, old);
         service.expire(QStringLiteral("demo"));
         QVERIFY_THROWS_EXCEPTION(Api::Unauthorized, Sync::run(Api::exchange(request)));

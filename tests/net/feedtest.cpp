@@ -5,6 +5,7 @@
 #include "net/projectcache.h"
 #include "support/fakesleeper.h"
 #include "support/service.h"
+#include "support/testidentity.h"
 #include "support/sync.h"
 #include "support/testhome.h"
 #include "text/l.h"
@@ -14,15 +15,6 @@
 #include <QTest>
 
 namespace {
-
-class FixedIdentity : public Identity
-{
-public:
-    QString value;
-    QString cookie() const override { return value; }
-    QString user() const override { return QStringLiteral("demo"); }
-    void rejected() override {}
-};
 
 struct Counter {
     qint64 count = 0;
@@ -46,15 +38,14 @@ class FeedTest : public QObject
 
     TestHome home;
     Service service;
-    FixedIdentity identity;
+    TestIdentity identity;
     FakeSleeper sleeper;
 
 private slots:
     void initTestCase()
     {
         QVERIFY2(service.running(), "the reference service did not start");
-        qputenv("HALVENMARK_SERVER", service.base().toString().toUtf8());
-        Api::setIdentity(&identity);
+        identity.use(service);
     }
 
     void init()
@@ -62,7 +53,7 @@ private slots:
         service.reset();
         ProjectCache::clear();
         Api::due().clear();
-        identity.value = Sync::run(Api::login(QStringLiteral("demo"), QStringLiteral("demo-password"))).cookie;
+        identity.signIn();
         sleeper.requested.clear();
         service.clearLog();
         L::pin(QString());
