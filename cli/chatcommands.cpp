@@ -388,6 +388,8 @@ QCoro::Task<int> chat(Invocation in)
     const bool ready = co_await SessionCommands::signedIn();
     if (!ready)
         co_return SignedOut;
+    // Answers kept by transfers of an earlier run settle their turns before anything is sent.
+    ChatStore::resumeAllBackgroundTransfers(Session::shared()->user());
     if (sub.isEmpty())
         co_return co_await ChatPrompt::run(in.project ? ChatScope::project(*in.project) : ChatScope::main());
     if (sub == u"log")

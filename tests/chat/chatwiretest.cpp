@@ -1,7 +1,6 @@
-// What arrives around the messages: the feed, socket frames, run records, stored activity,
-// and the integer rule they share.
+// What the server sends and which conversation it belongs to: messages, the feed, socket
+// frames, run records, and the integer rule they share.
 
-#include "chat/activityupdate.h"
 #include "chat/chatframe.h"
 #include "chat/chatjson.h"
 #include "chat/chatscope.h"
@@ -13,14 +12,17 @@
 
 using namespace Qt::StringLiterals;
 
+Q_DECLARE_METATYPE(std::optional<int>)
 Q_DECLARE_METATYPE(std::optional<qint64>)
 
 namespace {
 
-QJsonValue json(const char *text)
+QJsonValue json(const QByteArray &text)
 {
-    return Decode::parse(QByteArray(text));
+    return Decode::parse(text);
 }
+
+constexpr double decodedAt = 1700000000.25;
 
 } // namespace
 
@@ -29,76 +31,113 @@ class ChatWireTest : public QObject
     Q_OBJECT
 
 private slots:
-    void parseInteger_data()
+    void message_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<std::optional<qint64>>("value");
-        const std::optional<qint64> none;
-        QTest::newRow("plus") << "+3" << std::optional<qint64>(3);
-        QTest::newRow("minus") << "-1" << std::optional<qint64>(-1);
-        QTest::newRow("largest") << "9223372036854775807"
-                                 << std::optional<qint64>(9223372036854775807LL);
-        QTest::newRow("overflow") << "9223372036854775808" << none;
-        QTest::newRow("sign only") << "-" << none;
-        QTest::newRow("space") << " 1" << none;
-        QTest::newRow("other digits") << "١٢" << none;
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QByteArray>("written"); // beyond the keys always written; "": body
+        QTest::newRow("every key") << QByteArray(R"({"seq":42,"role":"user","kind":"voice",
+            "text":"**Task 4** — שלום","created_at":1700000001.125,"voice_file":"n.m4a",
+            "run_id":"run_9","source":"telegram","client_request_id":"c-1","tg_message_id":"-5",
+            "reply_to_id":"41","reply_to_role":"assistant","reply_to_text":"q","reply_ref":"r",
+            "task_no":"4","route_vote":"up","attachments":[{"file_id":"f1","name":"a.pdf",
+            "mime":"application/pdf","size":1024,"url":"u","download_url":"d"},{"file_id":"f2"}]})")
+                                   << QByteArray();
+        QTest::newRow("nulls") << QByteArray(R"({"kind":null,"created_at":null})")
+                               << QByteArray("{}");
+        QTest::newRow("empty kind") << QByteArray(R"({"kind":""})") << QByteArray("{}");
+        QTest::newRow("ids sent as numbers")
+            << QByteArray(R"({"tg_message_id":12,"run_id":-3})")
+            << QByteArray(R"({"tg_message_id":"12","run_id":"-3"})");
+        QTest::newRow("present but empty id")
+            << QByteArray(R"({"tg_message_id":""})") << QByteArray();
+        QTest::newRow("bad attachments dropped")
+            << QByteArray(R"({"attachments":[{"file_id":"f1","size":10},"junk",
+                 {"file_id":"f2","size":"big"},{"file_id":9,"name":"b.png"}]})")
+            << QByteArray(R"({"attachments":[{"file_id":"f1","size":10},
+                 {"file_id":"9","name":"b.png"}]})");
+        QTest::newRow("an empty list is not none")
+            << QByteArray(R"({"attachments":[]})") << QByteArray();
     }
 
-    void parseInteger()
+    // Decoded and written back: defaults filled in, absent optionals left out, localID
+    // never written nor compared.
+    void message()
     {
-        QFETCH(QString, text);
-        QTEST(ChatJson::parseInteger(text), "value");
+        QFETCH(QByteArray, body);
+        QFETCH(QByteArray, written);
+        QJsonObject expected{{u"seq"_s, 0},
+                             {u"role"_s, u""_s},
+                             {u"kind"_s, u"text"_s},
+                             {u"text"_s, u""_s},
+                             {u"created_at"_s, decodedAt}};
+        const QJsonObject extra = json(written.isEmpty() ? body : written).toObject();
+        for (auto it = extra.begin(); it != extra.end(); ++it)
+            expected.insert(it.key(), it.value());
+        const ChatMessage m = ChatMessage::fromJson(json(body), decodedAt);
+        QCOMPARE(m.toJson(), expected);
+        const ChatMessage again = ChatMessage::fromJson(json(body), decodedAt);
+        QVERIFY(!m.localID.isEmpty() && m.localID != again.localID);
+        QCOMPARE(again, m);
+    }
+
+    void rejected_data()
+    {
+        QTest::addColumn<QString>("record");
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QString>("key"); // of the DecodeError
+        QTest::newRow("message not an object") << "message" << QByteArray(R"(["hello"])") << "";
+        QTest::newRow("seq as text") << "message" << QByteArray(R"({"seq":"abc"})") << "seq";
+        QTest::newRow("time as text")
+            << "message" << QByteArray(R"({"created_at":"noon"})") << "created_at";
+        QTest::newRow("id as list") << "message" << QByteArray(R"({"run_id":[1]})") << "run_id";
+        QTest::newRow("feed a list") << "feed" << QByteArray("[]") << "";
+        QTest::newRow("messages not a list")
+            << "feed" << QByteArray(R"({"messages":{}})") << "messages";
+        QTest::newRow("cursor as text") << "feed" << QByteArray(R"({"cursor":"9"})") << "cursor";
+        QTest::newRow("task states as list")
+            << "feed" << QByteArray(R"({"task_states":[]})") << "task_states";
+        QTest::newRow("frame not an object") << "frame" << QByteArray("[]") << "";
+        QTest::newRow("run not an object") << "run" << QByteArray("[7]") << "";
+    }
+
+    void rejected()
+    {
+        QFETCH(QString, record);
+        QFETCH(QByteArray, body);
+        try {
+            if (record == u"message")
+                ChatMessage::fromJson(json(body), decodedAt);
+            else if (record == u"feed")
+                MessagesFeed::fromJson(json(body), decodedAt);
+            else if (record == u"frame")
+                ChatFrame::fromJson(json(body));
+            else
+                RunRecord::fromJson(json(body));
+            QFAIL("decoded");
+        } catch (const DecodeError &e) {
+            QTEST(e.key, "key");
+        }
     }
 
     void feedSkipsBadElements()
     {
         const MessagesFeed f = MessagesFeed::fromJson(
-            json(R"({"ok":true,"cursor":9,"has_more":true,"messages":[
-                {"seq":1,"role":"user","text":"a"}, "junk", {"seq":"two"}, null,
-                {"seq":4,"role":"assistant","text":"d"}],
+            json(R"({"ok":true,"messages":[{"seq":1,"role":"user","text":"a"}, "junk",
+                {"seq":"two"}, null, {"seq":4,"role":"assistant","text":"d"}],
               "activity":[{"seq":3,"id":"run_1","tool":{"status":"started"}},{"seq":[]},
-                {"seq":4,"run_id":"run_2","tool":{"name":"read"}}],
-              "activity_cursor":4,"task_states":{"p-3":"running"},"live":[{}]})"),
-            100);
+                {"seq":4,"run_id":"run_2","tool":{"name":"read"}}],"activity_cursor":4})"),
+            decodedAt);
         QCOMPARE(f.messages.size(), 2);
         QCOMPARE(f.messages.at(1).text, u"d"_s);
         QCOMPARE(f.skipped, 3);
         QCOMPARE(f.activity.size(), 2);
-        QCOMPARE(f.activity.at(1).id, u"run_2"_s); // "run_id" when "id" is missing
-        QVERIFY(!f.activity.at(0).tool && f.activity.at(1).tool); // a nameless tool is none
-        QCOMPARE(ActivityUpdate::fromJson(f.activity.at(1).toJson()), f.activity.at(1));
         QCOMPARE(f.skippedActivity, 1);
-        QVERIFY(f.ok && f.hasMore && !f.activityHasMore);
-        QCOMPARE(f.cursor, qint64(9));
+        QCOMPARE(f.activity.at(1).id, u"run_2"_s);                // "run_id" when "id" is missing
+        QVERIFY(!f.activity.at(0).tool && f.activity.at(1).tool); // a nameless tool is none
         QCOMPARE(f.activityCursor, std::optional<qint64>(4));
-        QCOMPARE(f.taskStates.value(u"p-3").toString(), u"running"_s);
-        QCOMPARE(f.live.size(), 1);
         QVERIFY(f.isFor(ChatScope::main()) && !f.isFor(ChatScope::project(7)));
         QVERIFY(MessagesFeed::fromJson(json(R"({"conversation_id":"project:7"})"), 0)
                     .isFor(ChatScope::project(7)));
-    }
-
-    void feedShape_data()
-    {
-        QTest::addColumn<QByteArray>("body");
-        QTest::addColumn<QString>("key"); // of the DecodeError
-        QTest::newRow("a list") << QByteArray("[]") << "";
-        QTest::newRow("messages not a list") << QByteArray(R"({"messages":{}})") << "messages";
-        QTest::newRow("cursor as text") << QByteArray(R"({"cursor":"9"})") << "cursor";
-        QTest::newRow("task states as list") << QByteArray(R"({"task_states":[]})")
-                                             << "task_states";
-    }
-
-    void feedShape()
-    {
-        QFETCH(QByteArray, body);
-        QFETCH(QString, key);
-        try {
-            MessagesFeed::fromJson(Decode::parse(body), 0);
-            QFAIL("decoded");
-        } catch (const DecodeError &e) {
-            QCOMPARE(e.key, key);
-        }
     }
 
     void frameIsLenient_data()
@@ -115,36 +154,23 @@ private slots:
     {
         QFETCH(QJsonValue, userSeq);
         // Every other field odd as well: a frame is never rejected for its fields.
-        const QJsonObject o{
-            {u"type"_s, u"run_started"_s}, {u"user_seq"_s, userSeq},
-            {u"run_id"_s, 17},             {u"client_request_id"_s, QJsonArray{1}},
-            {u"text"_s, false},            {u"attempt"_s, u"2"_s},
-            {u"created_at"_s, u"1700000000.5"_s},
-        };
-        const ChatFrame f = ChatFrame::fromJson(o);
+        const ChatFrame f = ChatFrame::fromJson(
+            QJsonObject{{u"type"_s, u"final"_s},
+                        {u"user_seq"_s, userSeq},
+                        {u"run_id"_s, 17},
+                        {u"client_request_id"_s, QJsonArray{1}},
+                        {u"text"_s, false},
+                        {u"attempt"_s, u"2"_s},
+                        {u"created_at"_s, u"1700000000.5"_s},
+                        {u"voice_url"_s, u"https://h.example/webapi/voice/files/r1.m4a?sig=x"_s}});
         QTEST(f.userSeq, "expected");
         QCOMPARE(f.runID, u"17"_s);
         QCOMPARE(f.clientRequestID, QString());
         QCOMPARE(f.attempt, std::optional<int>(2));
         QCOMPARE(f.createdAt, std::optional<double>(1700000000.5));
         QCOMPARE(f.conversationID, u"main"_s);
-    }
-
-    void frameRoundTrip()
-    {
-        ChatFrame f;
-        f.type = u"final"_s;
-        f.conversationID = u"project:7"_s;
-        f.runID = u"run_1"_s;
-        f.userSeq = 12;
-        f.text = u"done"_s;
-        f.attempt = 2;
-        f.voiceURL = u"https://h.example/webapi/voice/files/r1.m4a?sig=x"_s;
-        f.createdAt = 1700000000.5;
-        QCOMPARE(ChatFrame::fromJson(f.toJson()), f);
         QCOMPARE(f.voiceFile(), std::optional<QString>(u"r1.m4a"_s));
         QCOMPARE(f.finalOutcome(), u"completed"_s);
-        QVERIFY_THROWS_EXCEPTION(DecodeError, ChatFrame::fromJson(QJsonValue(u"x"_s)));
     }
 
     void runRecord()
@@ -155,11 +181,120 @@ private slots:
         QVERIFY(r.done);
         QCOMPARE(r.attempt, std::optional<int>(3));
         QCOMPARE(r.error, QString());
-        QCOMPARE(r.finalOutcome(), u"complete"_s);
+        QCOMPARE(r.finalOutcome(), u"complete"_s); // not a frame's "completed"
         QCOMPARE(r.voiceFile(), std::optional<QString>(u"a.mp3"_s));
-        QCOMPARE(RunRecord::fromJson(r.toJson()), r);
         QCOMPARE(RunRecord::fromJson(json(R"({"outcome":"continued"})")).finalOutcome(),
                  u"continued"_s);
+    }
+
+    void parseInteger_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<std::optional<qint64>>("value");
+        const std::optional<qint64> none;
+        QTest::newRow("plus") << "+3" << std::optional<qint64>(3);
+        QTest::newRow("largest") << "9223372036854775807"
+                                 << std::optional<qint64>(9223372036854775807LL);
+        QTest::newRow("overflow") << "9223372036854775808" << none;
+        QTest::newRow("sign only") << "-" << none;
+        QTest::newRow("space") << " 1" << none;
+        QTest::newRow("other digits") << "١٢" << none;
+    }
+
+    void parseInteger()
+    {
+        QFETCH(QString, text);
+        QTEST(ChatJson::parseInteger(text), "value");
+    }
+
+    void taskNumber_data()
+    {
+        QTest::addColumn<QString>("taskNo"); // "-": none
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("number"); // 0: none
+        QTest::newRow("field first") << "12"
+                                     << "Task 3" << 12;
+        QTest::newRow("field with p-") << " p-12 "
+                                       << "" << 12;
+        QTest::newRow("zero field, text decides") << "0"
+                                                  << "task #5" << 5;
+        QTest::newRow("decorated opening") << "-"
+                                           << "🔧 **Task № 8** — fixing" << 8;
+        QTest::newRow("russian") << "-"
+                                 << "Задача 5: проверить" << 5;
+        QTest::newRow("hebrew") << "-"
+                                << "משימה 6 הסתיימה" << 6;
+        QTest::newRow("mentioned later") << "-"
+                                         << "See task 4 for that" << 0;
+        QTest::newRow("digits run on") << "-"
+                                       << "Task 12b" << 0;
+        QTest::newRow("too large") << "-"
+                                   << "Task 99999999999" << 0;
+    }
+
+    void taskNumber()
+    {
+        QFETCH(QString, taskNo);
+        QFETCH(QString, text);
+        ChatMessage m = ChatMessage::make(u"assistant"_s, text, 0);
+        if (taskNo != u"-") m.taskNo = taskNo;
+        QTEST(m.taskNumber().value_or(0), "number");
+    }
+
+    void scopePaths_data()
+    {
+        QTest::addColumn<int>("project"); // 0: main
+        QTest::addColumn<QString>("base");
+        QTest::addColumn<QString>("storageKey");
+        QTest::addColumn<QString>("path");
+        QTest::newRow("main keeps everything") << 0 << "webapi/messages?since=5"
+                                               << "webapi/messages?since=5"
+                                               << "webapi/messages?since=5";
+        QTest::newRow("project, path with a query")
+            << 7 << "webapi/messages?since=5"
+            << "webapi/messages?since=5-project-7"
+            << "webapi/messages?since=5&conversation_id=project:7&project_id=7";
+        QTest::newRow("project, path without a query")
+            << 7 << "webapi/ws"
+            << "webapi/ws-project-7"
+            << "webapi/ws?conversation_id=project:7&project_id=7";
+    }
+
+    void scopePaths()
+    {
+        QFETCH(int, project);
+        QFETCH(QString, base);
+        const ChatScope scope = project ? ChatScope::project(project) : ChatScope::main();
+        QTEST(scope.storageKey(base), "storageKey");
+        QTEST(scope.path(base), "path");
+    }
+
+    void scopeFields()
+    {
+        QVERIFY(ChatScope::main().fields().isEmpty());
+        // The server reads project_id as a number: text would be a different request.
+        QCOMPARE(ChatScope::project(7).fields(),
+                 (QJsonObject{{u"conversation_id"_s, u"project:7"_s}, {u"project_id"_s, 7}}));
+    }
+
+    void conversationID_data()
+    {
+        QTest::addColumn<QString>("id");
+        QTest::addColumn<int>("project"); // 0: main, -1: not a conversation
+        QTest::newRow("main") << "main" << 0;
+        QTest::newRow("project") << "project:7" << 7;
+        QTest::newRow("beyond int") << "project:2147483648" << -1;
+        QTest::newRow("signed") << "project:-3" << -1;
+        QTest::newRow("letters") << "project:7a" << -1;
+    }
+
+    void conversationID()
+    {
+        QFETCH(QString, id);
+        QFETCH(int, project);
+        const std::optional<ChatScope> scope = ChatScope::fromConversationID(id);
+        QCOMPARE(scope ? scope->projectID().value_or(0) : -1, project);
+        if (scope) QCOMPARE(scope->conversationID(), id);
     }
 };
 
