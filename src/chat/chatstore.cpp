@@ -2,7 +2,9 @@
 
 #include "chat/chatbackoff.h"
 #include "chat/chatorder.h"
+#include "chat/chatbackgroundtransfer.h"
 #include "chat/chatoutbox.h"
+#include "chat/uploadmeter.h"
 #include "chat/chatrowsmodel.h"
 #include "chat/runrecord.h"
 #include "chat/transcript.h"
@@ -76,6 +78,7 @@ ChatStore::ChatStore(ChatScope scope, QString account, QString role, ChatDepende
     , m_model(new ChatRowsModel(this))
     , m_outbox(std::make_unique<ChatOutbox>(m_scope.storageKey(m_account)))
     , m_courier(m_scope, m_scope.storageKey(m_account), m_sleeper)
+    , m_meter(new UploadMeter(m_sleeper, {}, this))
     , m_composerSave(this, 500ms, [this] { saveComposer(); }, m_sleeper)
     , m_activitySave(this, 400ms, [this] { writeActivity(); }, m_sleeper)
 {
@@ -85,6 +88,20 @@ ChatStore::ChatStore(ChatScope scope, QString account, QString role, ChatDepende
     QObject::connect(m_reachability, &Reachability::availableChanged, this,
                      &ChatStore::setNetworkAvailable);
     liveStores().append(this);
+    // Upload progress of this conversation's files, shown under their pending turn.
+    if (auto *transfers = ChatBackgroundTransfer::shared())
+        QObject::connect(transfers, &ChatBackgroundTransfer::progress, m_meter, &UploadMeter::report);
+    const QString uploads = storageKey() + u":upload:"_s;
+    QObject::connect(m_meter, &UploadMeter::changed, this, [this, uploads](const QString &key, const QString &text) {
+        if (!key.startsWith(uploads))
+            return;
+        const QString fileID = key.mid(uploads.size());
+        if (text.isEmpty())
+            m_uploads.remove(fileID);
+        else
+            m_uploads.insert(fileID, text);
+        restorePending();
+    });
 }
 
 ChatStore::~ChatStore()

@@ -22,6 +22,7 @@
 
 class ChatOutbox;
 class ChatRowsModel;
+class UploadMeter;
 class QWebSocket;
 class Reachability;
 class Sleeper;
@@ -163,6 +164,9 @@ public:
     void continueTask(int number, const QString &text);
     QCoro::Task<bool> cancelTask(int number);
     QCoro::Task<bool> voteRoute(qint64 seq, QString want, QString level, QString note);
+    // For a voice turn the server is still transcribing: asks every 2 s, for at most a minute,
+    // whether it has processed it; a server that never got it ("unknown_request") gets it again.
+    QCoro::Task<bool> processed(QString turnID);
     // Copies a file into the outbox as a composer attachment. False (and sendError) when the
     // device would not take it.
     bool attach(const QString &name, const QString &mime, const QByteArray &data);
@@ -290,6 +294,8 @@ private:
     QList<ComposerAttachment> m_attachments;
     QString m_sendError;
     QSet<int> m_cancelling;
+    UploadMeter *m_meter;
+    QHash<QString, QString> m_uploads; // file id → progress text of its running upload
 
     Debouncer m_composerSave;
     Debouncer m_activitySave;

@@ -295,6 +295,10 @@ PendingTurn ChatStore::pending(const OutboxTurn &turn) const
     p.online = m_networkAvailable;
     p.processing = m_stamped.contains(turn.id);
     p.created = turn.created;
+    for (const OutboxFile &file : turn.files) {
+        if (const auto text = m_uploads.constFind(file.id); text != m_uploads.constEnd())
+            p.uploads.insert(file.id, *text);
+    }
     return p;
 }
 
@@ -450,6 +454,39 @@ QCoro::Task<bool> ChatStore::voteRoute(qint64 seq, QString want, QString level, 
         emit bannerChanged();
     }
     co_return ok;
+}
+
+QCoro::Task<bool> ChatStore::processed(QString turnID)
+{
+    QPointer<ChatStore> self(this);
+    Sleeper *sleeper = m_sleeper;
+    for (int asked = 0; asked < 30; ++asked) { // every 2 s for a minute
+        co_await sleeper->sleep(2s);
+        if (!self || !turnOf(turnID))
+            co_return true; // settled meanwhile (or the store is gone)
+        QString status;
+        try {
+            // The status check carries its own content type, as the server expects of it.
+            Api::Request request = Api::authorized(
+                u"webapi/voice/status?client_request_id="_s + turnID, "GET"_ba);
+            request.request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json"_ba);
+            const Api::Reply reply = co_await Api::exchange(request);
+            status = QJsonDocument::fromJson(reply.data).object().value(u"status").toString();
+        } catch (const std::exception &e) {
+            qCDebug(lcChat) << "voice status unknown for now:" << e.what();
+            continue;
+        }
+        if (!self)
+            co_return false;
+        if (status == u"unknown_request") {
+            // The server never got the recording: it goes again.
+            const Delivery again = co_await deliverTurn(turnID);
+            co_return again == Delivery::Settled;
+        }
+        if (status == u"done" || status == u"processed")
+            co_return true;
+    }
+    co_return false;
 }
 
 bool ChatStore::attach(const QString &name, const QString &mime, const QByteArray &data)
