@@ -13,19 +13,11 @@ namespace {
 
 const QRegularExpression &byName(const QString &name)
 {
-    if (name == u"tags")
-        return tags();
-    if (name == u"bold")
-        return bold();
-    if (name == u"mdLink")
-        return mdLink();
-    if (name == u"bareLink")
-        return bareLink();
-    if (name == u"escapes")
-        return escapes();
-    if (name == u"latin")
-        return latin();
-    return hebrew();
+    static const QHash<QString, const QRegularExpression *> all{
+        {u"tags"_s, &tags()},         {u"bold"_s, &bold()},       {u"mdLink"_s, &mdLink()},
+        {u"bareLink"_s, &bareLink()}, {u"escapes"_s, &escapes()}, {u"latin"_s, &latin()},
+        {u"hebrew"_s, &hebrew()}};
+    return *all.value(name);
 }
 
 QList<Span> scan(const QString &name, QStringView text, qsizetype window)
@@ -74,13 +66,6 @@ class PatternsTest : public QObject
     Q_OBJECT
 
 private slots:
-    void compiled()
-    {
-        for (const auto *re : {&tags(), &bold(), &mdLink(), &bareLink(), &escapes(), &latin(),
-                               &hebrew(), &latinRest(), &hebrewRest()})
-            QVERIFY2(re->isValid(), qPrintable(re->errorString()));
-    }
-
     // First match of a pattern, or "-" for none. The rows are where PCRE2's defaults differ
     // from what the markup means: \s is the Unicode White_Space set, \b after a tag name is
     // not found before a letter of any script, a mark or a format character, caseless
@@ -94,8 +79,6 @@ private slots:
         auto row = [](const char *name, const QString &pattern, const QString &text,
                       const QString &match) { QTest::newRow(name) << pattern << text << match; };
         const QString none = QStringLiteral("-");
-        row("tag plain", u"tags"_s, u"x<b>y"_s, u"<b>"_s);
-        row("tag upper case", u"tags"_s, u"<STRONG>"_s, u"<STRONG>"_s);
         row("tag long s", u"tags"_s, u"<\u017Ftrong>"_s, u"<\u017Ftrong>"_s);
         row("tag kelvin", u"tags"_s, u"<bloc\u212Aquote>"_s, u"<bloc\u212Aquote>"_s);
         row("tag dotted capital I", u"tags"_s, u"<\u0130>"_s, none);
@@ -109,26 +92,20 @@ private slots:
         row("tag then hyphen", u"tags"_s, u"<b-x>"_s, u"<b-x>"_s);
         row("tag longer name", u"tags"_s, u"<span>"_s, none);
         row("tag across lines", u"tags"_s, u"<pre\nclass=x>"_s, u"<pre\nclass=x>"_s);
-        row("anchor", u"tags"_s, u"<a href=\"u\">"_s, u"<a href=\"u\">"_s);
         row("anchor after line separator", u"tags"_s, u"<a\u2028href=\"u\">"_s,
             u"<a\u2028href=\"u\">"_s);
         row("anchor after no-break space", u"tags"_s, u"<a\u00A0href=\"u\">"_s,
             u"<a\u00A0href=\"u\">"_s);
         row("anchor after mongolian separator", u"tags"_s, u"<a\u180Ehref=\"u\">"_s, none);
         row("anchor value holds >", u"tags"_s, u"<a href=\"x>y\">"_s, u"<a href=\"x>y\">"_s);
-        row("anchor end", u"tags"_s, u"</A>"_s, u"</A>"_s);
         row("bold across line feed", u"bold"_s, u"**a\nb**"_s, u"**a\nb**"_s);
         row("bold across line separator", u"bold"_s, u"**a\u2028b**"_s, u"**a\u2028b**"_s);
         row("bold across carriage return", u"bold"_s, u"**a\rb**"_s, u"**a\rb**"_s);
         row("bold needs a character", u"bold"_s, u"****"_s, none);
-        row("link", u"mdLink"_s, u"[x](https://a.b)"_s, u"[x](https://a.b)"_s);
-        row("link mailto", u"mdLink"_s, u"[x](mailto:a@b)"_s, u"[x](mailto:a@b)"_s);
         row("link upper case scheme", u"mdLink"_s, u"[x](HTTP://a)"_s, none);
-        row("link javascript", u"mdLink"_s, u"[x](javascript:alert(1))"_s, none);
         row("link label across lines", u"mdLink"_s, u"[a\nb](http://x)"_s, none);
         row("link target with no-break space", u"mdLink"_s, u"[x](http://a\u00A0b)"_s, none);
         row("link target with ideographic space", u"mdLink"_s, u"[x](http://a\u3000)"_s, none);
-        row("bare link", u"bareLink"_s, u"see http://a.b/c."_s, u"http://a.b/c."_s);
         row("bare link stops at no-break space", u"bareLink"_s, u"http://a\u00A0b"_s,
             u"http://a"_s);
         row("bare link stops at line separator", u"bareLink"_s, u"http://a\u2028b"_s,
@@ -136,11 +113,6 @@ private slots:
         row("bare link keeps mongolian separator", u"bareLink"_s, u"http://a\u180Eb"_s,
             u"http://a\u180Eb"_s);
         row("bare link stops at quote", u"bareLink"_s, u"http://a'b"_s, u"http://a"_s);
-        row("escape", u"escapes"_s, u"a\\_b"_s, u"\\_"_s);
-        row("escape not star", u"escapes"_s, u"a\\*b"_s, none);
-        row("latin path", u"latin"_s, u"\u05D0 /usr/local/bin \u05D1"_s, u"/usr/local/bin"_s);
-        row("latin words and numbers", u"latin"_s, u"\u05D0 iOS 17.2, build 5 \u05D1"_s,
-            u"iOS 17.2, build 5"_s);
         row("latin accented", u"latin"_s, u"\u00C0bc\u024F"_s, u"\u00C0bc\u024F"_s);
         row("latin beyond range", u"latin"_s, u"\u0250"_s, none);
         row("latin no-break space joins", u"latin"_s, u"ab\u00A0cd"_s, u"ab\u00A0cd"_s);
@@ -149,8 +121,6 @@ private slots:
         row("latin marks without a quote", u"latin"_s, u"Really?! x"_s, u"Really"_s);
         row("latin curly quote", u"latin"_s, u"Hi!\u201D"_s, u"Hi!"_s);
         row("latin trailing dot", u"latin"_s, u"end."_s, u"end"_s);
-        row("hebrew words", u"hebrew"_s, u"x \u05E9\u05DC\u05D5\u05DD \u05E2\u05D5\u05DC\u05DD y"_s,
-            u"\u05E9\u05DC\u05D5\u05DD \u05E2\u05D5\u05DC\u05DD"_s);
         row("hebrew presentation forms", u"hebrew"_s, u"\uFB1D\uFDFF \uFE70\uFEFF"_s,
             u"\uFB1D\uFDFF \uFE70\uFEFF"_s);
         row("hebrew inner punctuation", u"hebrew"_s, u"\u05D0-\u05D1,\u05D2"_s,
@@ -175,35 +145,19 @@ private slots:
         QTest::addColumn<QString>("pattern");
         QTest::addColumn<QStringList>("tokens");
 
-        QTest::newRow("tags") << u"tags"_s
-                              << QStringList{u"<"_s,      u">"_s,      u"/"_s,   u"a"_s,
-                                             u"A"_s,      u"b"_s,      u"s"_s,   u"pre"_s,
-                                             u"strong"_s, u" "_s,      u"\n"_s,  u"href=\""_s,
-                                             u"\""_s,     u"x"_s,      u"="_s,   u"\u0301"_s,
-                                             u"\u00B2"_s, u"\u017F"_s, u"<a "_s, u"</a>"_s,
-                                             u"<b>"_s};
-        QTest::newRow("bold") << u"bold"_s
-                              << QStringList{u"*"_s, u"**"_s, u"a"_s, u" "_s, u"\n"_s, u"\u2028"_s};
-        QTest::newRow("mdLink") << u"mdLink"_s
-                                << QStringList{u"["_s,  u"]"_s,       u"("_s,        u")"_s,
-                                               u"]("_s, u"http://"_s, u"https://"_s, u"mailto:"_s,
-                                               u"x"_s,  u" "_s,       u"\n"_s,       u"\u00A0"_s};
-        QTest::newRow("bareLink") << u"bareLink"_s
-                                  << QStringList{u"http"_s, u"http://"_s, u"https://"_s, u"x"_s,
-                                                 u" "_s,    u"<"_s,       u"\""_s,       u")"_s,
-                                                 u"]"_s,    u"\u00A0"_s,  u"/"_s};
-        QTest::newRow("latin") << u"latin"_s
-                               << QStringList{u"a"_s, u"Z"_s, u"\u00C0"_s, u"\u0250"_s, u"/"_s,
-                                              u"~"_s, u"@"_s, u"1"_s,      u"."_s,      u","_s,
-                                              u";"_s, u":"_s, u" "_s,      u" "_s,      u"\u00A0"_s,
-                                              u"?"_s, u"!"_s, u"\""_s,     u"\u201D"_s, u")"_s,
-                                              u"-"_s, u"_"_s, u"\t"_s,     u"\u05D0"_s, u"\n"_s};
-        QTest::newRow("hebrew") << u"hebrew"_s
-                                << QStringList{u"\u05D0"_s, u"\u05E9"_s, u"\uFB1D"_s, u"\uFE70"_s,
-                                               u"x"_s,      u"1"_s,      u"."_s,      u","_s,
-                                               u";"_s,      u" "_s,      u" "_s,      u"\u00A0"_s,
-                                               u"\u2026"_s, u"?"_s,      u"!"_s,      u"\""_s,
-                                               u")"_s,      u"]"_s,      u"\t"_s,     u"\u2028"_s};
+        // Tokens joined by "|", which none of the expressions cares about.
+        auto row = [](const char *name, const QString &tokens) {
+            QTest::newRow(name) << QString::fromLatin1(name) << tokens.split(u'|');
+        };
+        row("tags",
+            u"<|>|/|a|A|b|s|pre|strong| |\n|href=\"|\"|x|=|\u0301|\u00B2|\u017F|<a |</a>|<b>"_s);
+        row("bold", u"*|**|a| |\n|\u2028"_s);
+        row("mdLink", u"[|]|(|)|](|http://|https://|mailto:|x| |\n|\u00A0"_s);
+        row("bareLink", u"http|http://|https://|x| |<|\"|)|]|\u00A0|/"_s);
+        row("latin",
+            u"a|Z|\u00C0|\u0250|/|~|@|1|.|,|;|:| | |\u00A0|?|!|\"|\u201D|)|-|_|\t|\u05D0|\n"_s);
+        row("hebrew",
+            u"\u05D0|\u05E9|\uFB1D|\uFE70|x|1|.|,|;| | |\u00A0|\u2026|?|!|\"|)|]|\t|\u2028"_s);
     }
 
     void bounded()
@@ -246,11 +200,8 @@ private slots:
 
     // A line of tens of thousands of words is one run, although the engine alone would run
     // out of stack long before its end.
-    void longRuns_data()
+    void longRuns()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<bool>("rtl");
-
         QString latinRun;
         QString hebrewRun;
         for (int i = 0; i < 40000; ++i) {
@@ -259,19 +210,9 @@ private slots:
         }
         latinRun += u"end"_s;
         hebrewRun += u"\u05EA"_s;
-        QTest::newRow("latin") << latinRun << false;
-        QTest::newRow("hebrew") << hebrewRun << true;
-    }
-
-    void longRuns()
-    {
-        QFETCH(QString, text);
-        QFETCH(bool, rtl);
-        const QString line = u"( "_s + text + u" )"_s;
-        const QList<Span> found = rtl ? findHebrew(line) : findLatin(line);
-        QCOMPARE(found.size(), 1);
-        QCOMPARE(found[0].start, 2);
-        QCOMPARE(found[0].end, 2 + text.size());
+        QCOMPARE(findLatin(u"( "_s + latinRun + u" )"_s), (QList<Span>{{2, 2 + latinRun.size()}}));
+        QCOMPARE(findHebrew(u"( "_s + hebrewRun + u" )"_s),
+                 (QList<Span>{{2, 2 + hebrewRun.size()}}));
     }
 
     void unpairedSurrogates()

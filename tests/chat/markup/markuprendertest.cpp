@@ -48,42 +48,45 @@ class RenderCommandTest : public QObject
     TestHome home;
 
 private slots:
-    void modes_data()
+    void run_data()
     {
         QTest::addColumn<QString>("mode");
-        QTest::addColumn<QString>("expected");
+        QTest::addColumn<QByteArray>("input");
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("out");
+        QTest::addColumn<QString>("err");
+        const QByteArray message = u"**\u05E9\u05DC\u05D5\u05DD** hi /usr/bin "
+                                   "\u05E2\u05D5\u05DC\u05DD \u05D8\u05D5\u05D1\n"_s.toUtf8();
         const QString line = u"\u05E9\u05DC\u05D5\u05DD <LRI>hi /usr/bin<PDI> "
                              "\u05E2\u05D5\u05DC\u05DD \u05D8\u05D5\u05D1"_s;
-        QTest::newRow("plain") << u"plain"_s << u"<RLM>"_s + line + u"\n"_s;
-        QTest::newRow("html") << u"html"_s
+        QTest::newRow("plain") << u"plain"_s << message << 0 << u"<RLM>"_s + line + u"\n"_s
+                               << QString();
+        QTest::newRow("html") << u"html"_s << message << 0
                               << u"<div dir=\"rtl\" style=\"white-space:pre-wrap\"><RLM><b>"_s +
-                                     line.left(4) + u"</b>"_s + line.mid(4) + u"</div>\n"_s;
+                                     line.left(4) + u"</b>"_s + line.mid(4) + u"</div>\n"_s
+                              << QString();
         // Through a pipe stdout is no terminal: no colour.
-        QTest::newRow("ansi") << u"ansi"_s << u"<RLM>"_s + line + u"\n"_s;
+        QTest::newRow("ansi") << u"ansi"_s << message << 0 << u"<RLM>"_s + line + u"\n"_s
+                              << QString();
+        QTest::newRow("invalid UTF-8 is shown, not refused")
+            << u"plain"_s << QByteArray("a\xff\xfe b \xc3") << 0
+            << u"<LRM>a\uFFFD\uFFFD b \uFFFD\n"_s << QString();
+        QTest::newRow("empty input") << u"ansi"_s << QByteArray() << 0 << QString() << QString();
+        QTest::newRow("unknown mode") << u"--pdf"_s << QByteArray("x") << 2 << QString()
+                                      << u"--pdf"_s;
     }
 
-    void modes()
+    void run()
     {
         QFETCH(QString, mode);
-        QFETCH(QString, expected);
-        const Result r = render(mode, u"**\u05E9\u05DC\u05D5\u05DD** hi /usr/bin "
-                                      "\u05E2\u05D5\u05DC\u05DD \u05D8\u05D5\u05D1\n"_s.toUtf8());
-        QCOMPARE(r.code, 0);
-        QCOMPARE(visible(QString::fromUtf8(r.out)), expected);
-    }
-
-    void invalidUtf8IsShownNotRefused()
-    {
-        const Result r = render(u"plain"_s, QByteArray("a\xff\xfe b \xc3"));
-        QCOMPARE(r.code, 0);
-        QCOMPARE(QString::fromUtf8(r.out), u"\u200Ea\uFFFD\uFFFD b \uFFFD\n"_s);
-    }
-
-    void emptyInput()
-    {
-        const Result r = render(u"ansi"_s, QByteArray());
-        QCOMPARE(r.code, 0);
-        QVERIFY(r.out.isEmpty());
+        QFETCH(QByteArray, input);
+        QFETCH(int, code);
+        QFETCH(QString, out);
+        QFETCH(QString, err);
+        const Result r = render(mode, input);
+        QCOMPARE(r.code, code);
+        QCOMPARE(visible(QString::fromUtf8(r.out)), out);
+        QVERIFY2(QString::fromUtf8(r.err).contains(err), r.err.constData());
     }
 
     void widthFromColumns()
@@ -125,14 +128,6 @@ private slots:
             QCOMPARE(out.contains("\x1b]8;;http://e.x\x1b\\x"), !noColor);
             QCOMPARE(out.contains("x (http://e.x)"), noColor);
         }
-    }
-
-    void unknownMode()
-    {
-        const Result r = render(u"--pdf"_s, "x");
-        QCOMPARE(r.code, 2);
-        QVERIFY(r.out.isEmpty());
-        QVERIFY(r.err.contains("--pdf"));
     }
 };
 
