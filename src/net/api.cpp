@@ -121,13 +121,6 @@ bool isProjectPath(const QString &path)
     return path.startsWith(u"webapi/projects/");
 }
 
-QString normalised(QString path)
-{
-    if (path.startsWith(u'/'))
-        path.remove(0, 1);
-    return path;
-}
-
 // The whole text as a decimal number of seconds (no blanks, no "inf").
 std::optional<double> refreshSeconds(const QByteArray &text)
 {
@@ -189,10 +182,17 @@ bool isEncoded(const QString &query)
     return query.contains(u'%') && encoded.match(query).hasMatch();
 }
 
+QString relativePath(QString path)
+{
+    if (path.startsWith(u'/'))
+        path.remove(0, 1);
+    return path;
+}
+
 QUrl url(const QString &path)
 {
     const QUrl root = base();
-    const QString trimmed = normalised(path);
+    const QString trimmed = Api::relativePath(path);
     const qsizetype mark = trimmed.indexOf(u'?');
     const QString part = mark < 0 ? trimmed : trimmed.left(mark);
     const QString query = mark < 0 ? QString() : trimmed.mid(mark + 1);
@@ -315,7 +315,7 @@ QCoro::Task<std::optional<QJsonValue>> raw(QString path, QByteArray method,
 
 QCoro::Task<QByteArray> fetch(QString path)
 {
-    path = normalised(path);
+    path = Api::relativePath(path);
     const QString user = sessionUser();
     Request request = authorized(path, "GET"_ba);
     std::optional<QByteArray> saved;
@@ -351,7 +351,7 @@ QString filenameFor(const QByteArray &contentDisposition, const QString &path)
         if (!name.isEmpty())
             return QString::fromUtf8(name.toLatin1());
     }
-    QString page = normalised(path);
+    QString page = Api::relativePath(path);
     page = page.left(page.indexOf(u'?') < 0 ? page.size() : page.indexOf(u'?'));
     return QUrl::fromPercentEncoding(page.section(u'/', -1).toUtf8());
 }
@@ -364,7 +364,7 @@ QCoro::Task<Named> fetchNamed(QString path)
 
 QCoro::Task<AnyPage> page(QString path, Decoder decode)
 {
-    path = normalised(path);
+    path = Api::relativePath(path);
     const QString user = sessionUser();
     Request request = authorized(path, "GET"_ba);
     const std::optional<QByteArray> saved = ProjectCache::read(path, user);

@@ -39,6 +39,8 @@ QString userAgent();
 
 // The absolute address of a server path ("/webapi/x" and "webapi/x" are the same).
 QUrl url(const QString &path);
+// A path as the cache and `due` key it: without its one leading "/".
+QString relativePath(QString path);
 // Whether a query is already percent-encoded (so it is not encoded twice).
 bool isEncoded(const QString &query);
 

@@ -18,19 +18,12 @@ std::chrono::milliseconds millis(double seconds)
     return std::chrono::milliseconds(qint64(std::llround(std::max(0.0, seconds) * 1000)));
 }
 
-QString normalised(QString path)
-{
-    if (path.startsWith(u'/'))
-        path.remove(0, 1);
-    return path;
-}
-
 } // namespace
 
 FeedCore::FeedCore(QString path, double every, Api::Decoder decode, Presenter present,
                    Sleeper *sleeper, QObject *parent)
     : QObject(parent)
-    , m_path(normalised(std::move(path)))
+    , m_path(Api::relativePath(std::move(path)))
     , m_every(every)
     , m_decode(std::move(decode))
     , m_present(std::move(present))
