@@ -1,0 +1,8 @@
+#include "notifier.h"
+
+#include "dbusnotifier.h"
+
+Notifier *Notifier::platform(QObject *parent)
+{
+    return new DBusNotifier(parent);
+}
