@@ -1,15 +1,19 @@
 // halvenmark-cli: the terminal client.
 
 #include "chatcommands.h"
+#include "clivitals.h"
+#include "debugcommands.h"
 #include "console.h"
 #include "invocation.h"
 #include "outcome.h"
 #include "pagecommands.h"
+#include "pushcommands.h"
 #include "render.h"
 #include "sessioncommands.h"
 
 using namespace Qt::StringLiterals;
 
+#include "app/crash.h"
 #include "net/api.h"
 #include "platform/secretstore.h"
 #include "chat/chatbackgroundtransfer.h"
@@ -41,6 +45,8 @@ const std::map<QString, Command> &commands()
         {u"watch"_s, PageCommands::watch},
         {u"lang"_s, SessionCommands::lang},
         {u"chat"_s, ChatCommands::chat},
+        {u"push"_s, PushCommands::push},
+        {u"debug"_s, DebugCommands::debug},
     };
     return table;
 }
@@ -65,6 +71,9 @@ QString summary()
         "  prefs [set KEY VALUE]               העדפות בשרת\n"
         "  logout                              יציאה\n"
         "  delete-account                      מחיקת החשבון\n"
+        "  push status [--json] | push test    בדיקת ההתראות; התראת בדיקה\n"
+        "  debug crash SIGNAL | debug hang SECONDS | debug report\n"
+        "                                      למפתחים: קריסה, תקיעה, שליחת הדוחות\n"
         "\n"
         "קוד יציאה: 0 הצלחה, 1 השרת סירב, 2 שימוש שגוי, 3 לא מחוברים,\n"
         "4 אין חיבור לשרת ואין עותק שמור.\n"
@@ -86,6 +95,9 @@ QString summary()
         "  prefs [set KEY VALUE]               server-side preferences\n"
         "  logout                              sign out\n"
         "  delete-account                      delete the account\n"
+        "  push status [--json] | push test    check notifications; send a test one\n"
+        "  debug crash SIGNAL | debug hang SECONDS | debug report\n"
+        "                                      for developers: crash, hang, send the reports\n"
         "\n"
         "Exit status: 0 done, 1 refused by the server, 2 usage, 3 not signed in,\n"
         "4 server unreachable and nothing saved to show.\n"
@@ -107,6 +119,9 @@ QString summary()
         "  prefs [set KEY VALUE]               настройки на сервере\n"
         "  logout                              выйти\n"
         "  delete-account                      удалить аккаунт\n"
+        "  push status [--json] | push test    проверка уведомлений; тестовое уведомление\n"
+        "  debug crash SIGNAL | debug hang SECONDS | debug report\n"
+        "                                      для разработчиков: сбой, зависание, отправка отчётов\n"
         "\n"
         "Код выхода: 0 готово, 1 сервер отказал, 2 ошибка вызова, 3 вход не выполнен,\n"
         "4 сервер недоступен и сохранённой копии нет.\n"
@@ -241,13 +256,17 @@ int main(int argc, char **argv)
         return Usage;
     }
 
+    CliVitals::arm(in);
     Session session(SecretStore::platform(u"Halvenmark"_s));
     session.onForget([] { ChatStore::resetAll(); });
     ChatBackgroundTransfer transfers;
     // Started from inside the event loop: a command that finishes without waiting on
     // anything must still be able to end the loop.
     QTimer::singleShot(0, &app, [&] {
-        QCoro::connect(found->second(in), &app, [](int code) { QCoreApplication::exit(code); });
+        QCoro::connect(found->second(in), &app, [](int code) {
+            Crash::settled();
+            QCoreApplication::exit(code);
+        });
     });
     return app.exec();
 }

@@ -94,6 +94,7 @@ struct Monitor {
 
 Monitor *g_monitor = nullptr;
 std::atomic<bool> g_handlers{false};
+bool g_flushing = false;
 char g_altStack[64 * 1024];
 
 extern "C" void onSignal(int signal)
@@ -286,13 +287,25 @@ void settled()
 
 QCoro::Task<int> flush()
 {
-    if (!g_monitor)
+    // One flush at a time, so that no report goes out twice.
+    if (!g_monitor || g_flushing)
         co_return 0;
+    g_flushing = true;
     // A copy: the run may settle while the reports are on their way.
     ReportQueue queue = g_monitor->queue;
     ReportQueue::Poster post = g_monitor->post;
-    const int sent = co_await queue.flush(post);
+    int sent = 0;
+    try {
+        sent = co_await queue.flush(post);
+    } catch (...) {
+    }
+    g_flushing = false;
     co_return sent;
+}
+
+bool flushing()
+{
+    return g_flushing;
 }
 
 int waiting()

@@ -49,6 +49,7 @@ void settled();
 
 // Posts the queued reports; the number the server took.
 QCoro::Task<int> flush();
+bool flushing();
 // Queued reports not yet sent.
 int waiting();
 

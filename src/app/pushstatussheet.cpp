@@ -159,6 +159,7 @@ QCoro::Task<> PushStatusSheet::load()
     if (!self)
         co_return;
     m_loading = false;
+    m_error = error;
     if (error) {
         m_failure = FailureText::of(error);
         if (m_failure.isEmpty())

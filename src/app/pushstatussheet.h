@@ -41,6 +41,8 @@ public:
     QStringList problems() const;
     QString testText() const;
     QString failure() const { return m_failure; }
+    // What the last load threw, for callers that tell failures apart.
+    std::exception_ptr error() const { return m_error; }
     bool loaded() const { return m_loaded; }
     const PushStatus &status() const { return m_status; }
     Test test() const { return m_test; }
@@ -67,6 +69,7 @@ private:
     bool m_loaded = false;
     bool m_loading = false;
     QString m_failure;
+    std::exception_ptr m_error;
     Test m_test = Test::None;
     QString m_testReason;
 };

@@ -9,6 +9,7 @@ from aiohttp import WSMsgType, web
 
 import chat
 import chatapi
+import pushreport
 from state import State, User
 from wire import (COOKIE_NAME, Reject, digest, dumps, header_dict, json_body, reply,
                   seconds_text, session_cookie, text_or_empty, unauthorized)
@@ -190,6 +191,7 @@ ROUTES = {
     "messages": (False, {"GET": chatapi.messages}),
     "chat": (False, {"POST": chatapi.send}),
     "router/feedback": (False, {"POST": chatapi.feedback}),
+    **pushreport.ROUTES,
 }
 # Paths with a variable part, all for signed-in users.
 PATTERNS = [

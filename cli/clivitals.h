@@ -1,0 +1,13 @@
+#pragma once
+
+#include "invocation.h"
+
+// Crash and vitals for a terminal run: armed at start, in front while an interactive
+// command runs, reports sent once a session is signed in.
+namespace CliVitals {
+
+void arm(const Invocation &in);
+// Whether a command keeps the user at the terminal (what "in front" means here).
+bool interactive(const Invocation &in);
+
+} // namespace CliVitals

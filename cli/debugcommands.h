@@ -1,0 +1,12 @@
+#pragma once
+
+#include "invocation.h"
+
+#include <QCoroTask>
+
+// debug crash SIGNAL | exception, debug hang SECONDS, debug report: for developers.
+namespace DebugCommands {
+
+QCoro::Task<int> debug(Invocation in);
+
+} // namespace DebugCommands

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "invocation.h"
+
+#include <QCoroTask>
+
+// push status [--json], push test.
+namespace PushCommands {
+
+QCoro::Task<int> push(Invocation in);
+
+} // namespace PushCommands

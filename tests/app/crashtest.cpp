@@ -1,0 +1,227 @@
+// Crash and vitals: the stall arithmetic, what the last run's files make of a report, the
+// diagnostic cut, the report queue, and a normal end that leaves nothing behind.
+
+#include "app/crash.h"
+#include "app/crashreport.h"
+#include "app/diagnostics.h"
+#include "app/reportqueue.h"
+#include "app/vitals.h"
+#include "net/apierror.h"
+#include "platform/atomicfile.h"
+#include "support/sync.h"
+#include "support/testhome.h"
+
+#include <QDir>
+#include <QJsonDocument>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+using Beats = QList<double>;
+
+QByteArray runJson(bool foreground, bool ended, double stall)
+{
+    return QJsonDocument(QJsonObject{{"foreground", foreground},
+                                     {"ended", ended},
+                                     {"worst_stall_s", stall},
+                                     {"surface", "chat"},
+                                     {"uptime_s", 12.0},
+                                     {"build", "RelayboxApp/9.9"}})
+        .toJson();
+}
+
+} // namespace
+
+class CrashTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void stall_data()
+    {
+        QTest::addColumn<Beats>("beats");
+        QTest::addColumn<double>("watchedAt"); // the watcher's look, after the last beat
+        QTest::addColumn<double>("worst");
+        QTest::newRow("on time") << Beats{1, 2, 3, 4} << 4.5 << 0.0;
+        QTest::newRow("one late beat") << Beats{1, 2, 5.5, 6.5} << 7.0 << 2.5;
+        QTest::newRow("the worst stays") << Beats{4, 5} << 5.2 << 3.0;
+        QTest::newRow("stuck: only the watcher sees it") << Beats{1, 2} << 7.0 << 4.0;
+    }
+
+    void stall()
+    {
+        QFETCH(Beats, beats);
+        QFETCH(double, watchedAt);
+        Crash::Vitals vitals;
+        vitals.start(0);
+        for (double at : beats)
+            vitals.beat(at);
+        vitals.watch(watchedAt);
+        QTEST(vitals.worstStall, "worst");
+        QCOMPARE(vitals.toJson(watchedAt, false).value("worst_stall_s").toDouble(),
+                 vitals.worstStall);
+    }
+
+    void previous_data()
+    {
+        QTest::addColumn<QByteArray>("crashText"); // empty: no crash file
+        QTest::addColumn<QByteArray>("run");       // empty: no run.json
+        QTest::addColumn<QString>("kind");         // empty: nothing to report
+        QTest::addColumn<QString>("reason");
+        QTest::newRow("nothing left") << QByteArray() << QByteArray() << "" << "";
+        QTest::newRow("normal end in front") << QByteArray() << runJson(true, true, 9) << "" << "";
+        QTest::newRow("killed in the background") << QByteArray() << runJson(false, false, 9) << ""
+                                                  << "";
+        QTest::newRow("killed in front") << QByteArray() << runJson(true, false, 2.9)
+                                         << "killed_in_foreground"
+                                         << "no signal, killed while in front";
+        QTest::newRow("stuck 3 s") << QByteArray() << runJson(true, false, 3) << "hang"
+                                   << "main thread stuck 3s, then killed";
+        QTest::newRow("stuck 4.5 s") << QByteArray() << runJson(true, false, 4.5) << "hang"
+                                     << "main thread stuck 4.5s, then killed";
+        QTest::newRow("signal, even after a settled run")
+            << QByteArray("signal 11\nframe 1\nframe 2\n") << runJson(false, true, 0) << "crash"
+            << "signal 11";
+        QTest::newRow("exception without run.json")
+            << QByteArray("exception std::bad_alloc: std::bad_alloc\n") << QByteArray() << "crash"
+            << "exception std::bad_alloc: std::bad_alloc";
+    }
+
+    void previous()
+    {
+        QFETCH(QByteArray, crashText);
+        QFETCH(QByteArray, run);
+        QFETCH(QString, kind);
+        const auto orNone = [](const QByteArray &b) {
+            return b.isEmpty() ? std::nullopt : std::optional<QByteArray>(b);
+        };
+        const std::optional<QJsonObject> report = CrashReport::previous(orNone(crashText), orNone(run));
+        QCOMPARE(report.has_value(), !kind.isEmpty());
+        if (!report)
+            return;
+        QCOMPARE(report->value("kind").toString(), kind);
+        QTEST(report->value("reason").toString(), "reason");
+        QCOMPARE(report->value("trace").toString(), QString::fromUtf8(crashText));
+        QVERIFY(!report->value("build").toString().isEmpty());
+        if (!run.isEmpty())
+            QCOMPARE(report->value("surface").toString(), u"chat"_s);
+    }
+
+    void diagnosticCut_data()
+    {
+        QTest::addColumn<QByteArray>("payload");
+        QTest::addColumn<bool>("truncated");
+        QTest::addColumn<bool>("parsed");
+        QTest::addColumn<int>("rawSize");
+        const QByteArray object = "{\"crashes\":[{\"frames\":3}]}";
+        QTest::newRow("a JSON object") << object << false << true << 0;
+        QTest::newRow("500,000 bytes") << QByteArray(500000, 'x') << true << false << 400000;
+        QTest::newRow("exactly 400,000") << QByteArray(400000, 'y') << false << false << 400000;
+        QByteArray big = "{\"pad\":\"" + QByteArray(450000, 'z') + "\"}";
+        QTest::newRow("a cut object no longer parses") << big << true << false << 400000;
+        QTest::newRow("a JSON array is not a payload") << QByteArray("[1,2]") << false << false << 5;
+    }
+
+    void diagnosticCut()
+    {
+        QFETCH(QByteArray, payload);
+        QFETCH(bool, parsed);
+        QFETCH(int, rawSize);
+        const QJsonObject report = Diagnostics::report(payload);
+        QCOMPARE(report.value("kind").toString(), u"metrickit"_s);
+        QCOMPARE(report.value("reason").toString(), u"on-device diagnostic payload"_s);
+        QTEST(report.value("truncated").toBool(), "truncated");
+        QCOMPARE(!report.value("payload").toObject().isEmpty(), parsed);
+        QCOMPARE(report.value("raw").toString().toUtf8().size(), rawSize);
+    }
+
+    void drainQueuesAndDeletes()
+    {
+        TestHome home;
+        const QString folder = QDir(home.path()).filePath("diagnostics");
+        QVERIFY(Diagnostics::didReceive(QByteArray(500000, 'x'), folder));
+        QVERIFY(AtomicFile::write(QDir(folder).filePath("note.txt"), "not a payload"));
+        ReportQueue queue(QDir(home.path()).filePath("reports"));
+        QCOMPARE(Diagnostics::drain(queue, folder), 1);
+        QCOMPARE(QDir(folder).entryList({"*.json"}, QDir::Files).size(), 0);
+        QList<QJsonObject> posted;
+        const int sent = Sync::run(queue.flush([&](QJsonObject r) -> QCoro::Task<> {
+            posted << r;
+            co_return;
+        }));
+        QCOMPARE(sent, 1);
+        QCOMPARE(posted.first().value("raw").toString().size(), 400000);
+        QVERIFY(posted.first().value("truncated").toBool());
+        QCOMPARE(queue.size(), 0);
+    }
+
+    void flushKeepsWhatDidNotGo_data()
+    {
+        QTest::addColumn<int>("status"); // 0: not signed in
+        QTest::addColumn<int>("left");
+        QTest::newRow("taken") << 200 << 0;
+        QTest::newRow("refused as malformed: dropped") << 400 << 0;
+        QTest::newRow("server down: kept") << 503 << 2;
+        QTest::newRow("rate limited: kept") << 429 << 2;
+        QTest::newRow("not signed in: kept") << 0 << 2;
+    }
+
+    void flushKeepsWhatDidNotGo()
+    {
+        QFETCH(int, status);
+        TestHome home;
+        ReportQueue queue(home.path());
+        QVERIFY(queue.add({{"kind", "crash"}}));
+        QVERIFY(queue.add({{"kind", "hang"}}));
+        Sync::run(queue.flush([status](QJsonObject) -> QCoro::Task<> {
+            if (status == 0)
+                throw Api::Unauthorized();
+            if (status != 200)
+                throw Api::Failed(status);
+            co_return;
+        }));
+        QTEST(queue.size(), "left");
+    }
+
+    void normalEndLeavesNothing()
+    {
+        TestHome home;
+        QList<QJsonObject> posted;
+        const auto setup = [&] {
+            Crash::Setup s;
+            s.folder = home.path();
+            s.clock = [] { return 100.0; };
+            s.watchEvery = 0;
+            s.post = [&](QJsonObject r) -> QCoro::Task<> {
+                posted << r;
+                co_return;
+            };
+            return s;
+        };
+        Crash::arm(setup());
+        QVERIFY(Crash::armed());
+        Crash::setForeground(true);
+        const QByteArray running = *AtomicFile::read(QDir(home.path()).filePath("run.json"));
+        QCOMPARE(QJsonDocument::fromJson(running).object().value("foreground").toBool(), true);
+        Crash::settled();
+        QVERIFY(!Crash::armed());
+
+        Crash::arm(setup());
+        QVERIFY(!Crash::deliverPrevious().has_value());
+        QCOMPARE(Crash::waiting(), 0);
+        // The same run killed in front instead is reported.
+        Crash::setForeground(true);
+        Crash::settled();
+        QVERIFY(AtomicFile::write(QDir(home.path()).filePath("run.json"), runJson(true, false, 0)));
+        Crash::arm(setup());
+        QCOMPARE(Crash::waiting(), 1);
+        QCOMPARE(Sync::run(Crash::flush()), 1);
+        QCOMPARE(posted.last().value("kind").toString(), u"killed_in_foreground"_s);
+        Crash::settled();
+    }
+};
+
+QTEST_GUILESS_MAIN(CrashTest)
+#include "crashtest.moc"
