@@ -22,9 +22,10 @@ namespace {
 
 int usage()
 {
-    Console::err(L::t(u"שימוש: debug crash SIGNAL|exception | debug hang SECONDS | debug report"_s,
-                      u"Usage: debug crash SIGNAL|exception | debug hang SECONDS | debug report"_s,
-                      u"Использование: debug crash SIGNAL|exception | debug hang SECONDS | debug report"_s));
+    Console::err(
+        L::t(u"שימוש: debug crash SIGNAL|exception | debug hang SECONDS | debug report"_s,
+             u"Usage: debug crash SIGNAL|exception | debug hang SECONDS | debug report"_s,
+             u"Использование: debug crash SIGNAL|exception | debug hang SECONDS | debug report"_s));
     return Usage;
 }
 

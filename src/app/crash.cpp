@@ -46,37 +46,70 @@ struct Monitor {
     std::mutex lock; // guards vitals; held only to copy or update a few numbers
     Crash::Vitals vitals;
 
-    std::mutex writing; // one writer of run.json at a time (heartbeat side or watcher)
     QTimer *heartbeat = nullptr;
+    // The watcher writes run.json, so the main thread never waits on the disk; without a
+    // watcher the main thread writes it itself.
     std::thread watcher;
-    std::mutex waking;
+    std::mutex waking; // guards stopping and dirty; never held while writing
     std::condition_variable wake;
     bool stopping = false;
+    bool dirty = false;
 
     QString runPath() const { return QDir(folder).filePath(u"run.json"_s); }
     QString crashPath() const { return QDir(folder).filePath(u"crash.txt"_s); }
 
-    void write(bool ended)
+    QJsonObject snapshot(bool ended, bool watching)
     {
-        QJsonObject json;
-        {
-            const std::lock_guard guard(lock);
-            json = vitals.toJson(clock(), ended);
-        }
-        const std::lock_guard guard(writing);
+        const std::lock_guard guard(lock);
+        const double now = clock();
+        if (watching)
+            vitals.watch(now);
+        return vitals.toJson(now, ended);
+    }
+
+    void write(const QJsonObject &json)
+    {
         AtomicFile::write(runPath(), QJsonDocument(json).toJson(QJsonDocument::Compact));
+    }
+
+    void note()
+    {
+        if (!watcher.joinable()) {
+            write(snapshot(false, false));
+            return;
+        }
+        {
+            const std::lock_guard guard(waking);
+            dirty = true;
+        }
+        wake.notify_all();
     }
 
     void watch(double every)
     {
         const auto period = std::chrono::duration<double>(every);
-        std::unique_lock sleeping(waking);
-        while (!wake.wait_for(sleeping, period, [this] { return stopping; })) {
+        constexpr double refresh = 30; // seconds: the uptime alone is not worth more writes
+        QJsonObject written;
+        double writtenAt = clock();
+        for (;;) {
+            bool noted = false;
             {
-                const std::lock_guard guard(lock);
-                vitals.watch(clock());
+                std::unique_lock sleeping(waking);
+                wake.wait_for(sleeping, period, [this] { return stopping || dirty; });
+                if (stopping)
+                    return;
+                noted = std::exchange(dirty, false);
             }
-            write(false);
+            const QJsonObject json = snapshot(false, true);
+            QJsonObject shape = json;
+            shape.remove(u"uptime_s"_s);
+            const double now = clock();
+            // Each write is a synced file: only when something a report would use changed.
+            if (noted || shape != written || now - writtenAt >= refresh) {
+                write(json);
+                written = shape;
+                writtenAt = now;
+            }
         }
     }
 
@@ -216,7 +249,6 @@ void arm(Setup setup)
         monitor->vitals = Vitals();
         monitor->vitals.start(monitor->clock());
     }
-    monitor->stopping = false;
     if (setup.watchEvery > 0) {
         const double every = setup.watchEvery;
         monitor->watcher = std::thread([monitor, every] { monitor->watch(every); });
@@ -236,7 +268,7 @@ void arm(Setup setup)
                          monitor->heartbeat, [] { settled(); });
     // 6. Diagnostics and the first run.json; the queue goes out once the loop runs.
     Diagnostics::drain(monitor->queue, QDir(monitor->folder).filePath(u"diagnostics"_s));
-    note();
+    monitor->write(monitor->snapshot(false, false));
     QTimer::singleShot(0, monitor->heartbeat, [] {
         auto sending = flush();
         Q_UNUSED(sending)
@@ -268,7 +300,7 @@ void setSurface(const QString &surface)
 void note()
 {
     if (g_monitor)
-        g_monitor->write(false);
+        g_monitor->note();
 }
 
 void settled()
@@ -280,7 +312,7 @@ void settled()
     monitor->stopWatcher();
     delete monitor->heartbeat;
     monitor->heartbeat = nullptr;
-    monitor->write(true);
+    monitor->write(monitor->snapshot(true, false));
     monitor->owner->unlock();
     delete monitor;
 }

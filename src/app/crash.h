@@ -21,10 +21,10 @@ QString folder();
 double monotonic();
 
 struct Setup {
-    QString folder;                  // empty: Crash::folder()
-    std::function<double()> clock;   // empty: monotonic()
-    ReportQueue::Poster post;        // empty: POST "webapi/client-report"
-    double watchEvery = 0.5;         // seconds between the watcher's looks; 0: no watcher
+    QString folder;                // empty: Crash::folder()
+    std::function<double()> clock; // empty: monotonic()
+    ReportQueue::Poster post;      // empty: POST "webapi/client-report"
+    double watchEvery = 0.5;       // seconds between the watcher's looks; 0: no watcher
 };
 
 // Once at start-up, first of all: the crash path, the previous run's report, the handlers,

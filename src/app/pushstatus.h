@@ -14,8 +14,8 @@ struct PushStatus {
         QString tokenTail; // the token's last characters, enough to tell devices apart
     };
 
-    bool ready = false;  // the server can send
-    QStringList errors;  // readiness codes, e.g. "apns_key_missing"
+    bool ready = false; // the server can send
+    QStringList errors; // readiness codes, e.g. "apns_key_missing"
     QList<Device> devices;
 
     static PushStatus fromJson(const QJsonObject &json);

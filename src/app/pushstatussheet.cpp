@@ -15,8 +15,8 @@ namespace {
 
 bool isReadinessCode(const QString &code)
 {
-    return code == u"apns_key_missing" || code == u"apns_key_id_missing"
-           || code == u"apns_team_missing";
+    return code == u"apns_key_missing" || code == u"apns_key_id_missing" ||
+           code == u"apns_team_missing";
 }
 
 QString authorizationName(PushCenter::Authorization authorization)
@@ -39,8 +39,7 @@ QString authorizationName(PushCenter::Authorization authorization)
 PushStatusSheet::PushStatusSheet(PushCenter *center, QObject *parent)
     : QObject(parent)
     , m_center(center)
-{
-}
+{}
 
 QString PushStatusSheet::permissionText() const
 {
@@ -75,16 +74,17 @@ bool PushStatusSheet::deviceRegistered() const
 QString PushStatusSheet::deviceText() const
 {
     if (deviceRegistered())
-        return L::t(u"המכשיר הזה רשום לקבלת התראות."_s, u"This device is registered for notifications."_s,
+        return L::t(u"המכשיר הזה רשום לקבלת התראות."_s,
+                    u"This device is registered for notifications."_s,
                     u"Это устройство зарегистрировано для уведомлений."_s);
     QString text = L::t(u"המכשיר הזה לא רשום להתראות מהשרת."_s,
                         u"This device is not registered for server notifications."_s,
                         u"Это устройство не зарегистрировано для уведомлений с сервера."_s);
     if (m_loaded)
-        text += u' '
-                + L::t(u"מכשירים רשומים בחשבון: %1."_s, u"Devices registered for the account: %1."_s,
-                       u"Устройств в аккаунте: %1."_s)
-                      .arg(m_status.devices.size());
+        text += u' ' + L::t(u"מכשירים רשומים בחשבון: %1."_s,
+                            u"Devices registered for the account: %1."_s,
+                            u"Устройств в аккаунте: %1."_s)
+                           .arg(m_status.devices.size());
     if (m_center && !m_center->failure().isEmpty())
         text += u' ' + m_center->failure();
     return text;
@@ -123,8 +123,9 @@ QString PushStatusSheet::testText() const
     case Test::NotSent:
         break;
     }
-    const QString text = L::t(u"התראת הבדיקה לא יצאה."_s, u"The test notification did not go out."_s,
-                              u"Тестовое уведомление не отправлено."_s);
+    const QString text =
+        L::t(u"התראת הבדיקה לא יצאה."_s, u"The test notification did not go out."_s,
+             u"Тестовое уведомление не отправлено."_s);
     return m_testReason.isEmpty() ? text : text + u' ' + m_testReason;
 }
 
@@ -210,8 +211,8 @@ QJsonObject PushStatusSheet::toJson() const
                                    {u"env"_s, device.env},
                                    {u"app_build"_s, device.build},
                                    {u"token_tail"_s, device.tokenTail}});
-    const auto authorization = m_center ? m_center->authorization()
-                                        : PushCenter::Authorization::Unavailable;
+    const auto authorization =
+        m_center ? m_center->authorization() : PushCenter::Authorization::Unavailable;
     return {
         {u"permission"_s, authorizationName(authorization)},
         {u"registered"_s, deviceRegistered()},

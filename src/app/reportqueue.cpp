@@ -17,8 +17,7 @@ Q_LOGGING_CATEGORY(lcApp, "halvenmark.app", QtWarningMsg)
 
 ReportQueue::ReportQueue(QString folder)
     : m_folder(std::move(folder))
-{
-}
+{}
 
 QStringList ReportQueue::files() const
 {
@@ -33,8 +32,9 @@ int ReportQueue::size() const
 
 bool ReportQueue::add(const QJsonObject &report)
 {
-    const QString name = u"%1-%2.json"_s.arg(QDateTime::currentMSecsSinceEpoch(), 13, 10, QChar(u'0'))
-                             .arg(QUuid::createUuid().toString(QUuid::Id128).left(8));
+    const QString name =
+        u"%1-%2.json"_s.arg(QDateTime::currentMSecsSinceEpoch(), 13, 10, QChar(u'0'))
+            .arg(QUuid::createUuid().toString(QUuid::Id128).left(8));
     if (!AtomicFile::write(QDir(m_folder).filePath(name),
                            QJsonDocument(report).toJson(QJsonDocument::Compact),
                            AtomicFile::Access::OwnerOnly)) {
@@ -69,8 +69,8 @@ QCoro::Task<int> ReportQueue::flush(Poster post)
             ++sent;
         } catch (const Api::Failed &failed) {
             // A refusal of the request itself will not change; a busy or broken server may.
-            drop = failed.status >= 400 && failed.status < 500 && failed.status != 408
-                   && failed.status != 429;
+            drop = failed.status >= 400 && failed.status < 500 && failed.status != 408 &&
+                   failed.status != 429;
             qCWarning(lcApp) << "client report not taken:" << failed.status << failed.reason;
             if (!drop)
                 co_return sent;

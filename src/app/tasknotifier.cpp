@@ -18,10 +18,9 @@ QString routeFor(const ChatFrame &end, const ChatFrame &start)
         if (const std::optional<int> task = TaskNumber::opening(text))
             return PushRoute{PushRoute::Kind::Task, QString::number(*task)}.id();
     }
-    const QString conversation = end.conversationID;
-    if (conversation.startsWith(u"project:"))
-        if (const std::optional<PushRoute> project = PushRoute::parse(conversation))
-            return project->id();
+    const std::optional<PushRoute> project = PushRoute::parse(end.conversationID);
+    if (project && project->kind == PushRoute::Kind::Project)
+        return project->id();
     const qint64 seq = end.userSeq > 0 ? end.userSeq : start.userSeq;
     if (seq > 0)
         return PushRoute{PushRoute::Kind::Message, QString::number(seq)}.id();
@@ -41,8 +40,7 @@ QString oneLine(QString text)
 TaskNotifier::TaskNotifier(Notifier *notifier, QObject *parent)
     : QObject(parent)
     , m_notifier(notifier)
-{
-}
+{}
 
 std::optional<Notifier::Note> TaskNotifier::noticeFor(const ChatFrame &end, const ChatFrame &start)
 {

@@ -28,8 +28,7 @@ DBusNotifier::DBusNotifier(QObject *parent)
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected())
         return;
-    bus.connect(service, path, interface, u"ActionInvoked"_s, this,
-                SLOT(onAction(uint, QString)));
+    bus.connect(service, path, interface, u"ActionInvoked"_s, this, SLOT(onAction(uint, QString)));
     bus.connect(service, path, interface, u"NotificationClosed"_s, this,
                 SLOT(onClosed(uint, uint)));
 }
@@ -54,8 +53,8 @@ void DBusNotifier::show(const Note &note)
     QDBusMessage call = QDBusMessage::createMethodCall(service, path, interface, u"Notify"_s);
     // "default" is the action of a click on the notification's body.
     const QStringList actions = {u"default"_s, note.title};
-    call << QCoreApplication::applicationName() << uint(0) << QString() << note.title
-         << note.body << actions << QVariantMap() << int(-1);
+    call << QCoreApplication::applicationName() << uint(0) << QString() << note.title << note.body
+         << actions << QVariantMap() << int(-1);
     auto *watcher = new QDBusPendingCallWatcher(bus.asyncCall(call), this);
     const QString key = note.key;
     connect(watcher, &QDBusPendingCallWatcher::finished, this,

@@ -54,7 +54,8 @@ class CrashCliTest : public QObject
     {
         QList<QJsonObject> found;
         for (const QJsonValue &entry : service.log()) {
-            if (entry["path"].toString() == u"webapi/client-report" && entry["status"].toInt() == 200)
+            if (entry["path"].toString() == u"webapi/client-report" &&
+                entry["status"].toInt() == 200)
                 found << QJsonDocument::fromJson(entry["body"].toString().toUtf8()).object();
         }
         return found;
@@ -80,10 +81,13 @@ private slots:
         QTest::addColumn<int>("firstSignal");
         QTest::addColumn<int>("secondSignal");
         QTest::addColumn<QString>("firstReason");
-        QTest::newRow("segv, abrt") << "SIGSEGV" << "ABRT" << SIGSEGV << SIGABRT << "signal 11";
-        QTest::newRow("bus, trap") << "7" << "trap" << SIGBUS << SIGTRAP << "signal 7";
-        QTest::newRow("exception, fpe") << "exception" << "SIGFPE" << SIGABRT << SIGFPE
-                                        << "exception std::runtime_error: debug crash";
+        QTest::newRow("segv, abrt") << "SIGSEGV"
+                                    << "ABRT" << SIGSEGV << SIGABRT << "signal 11";
+        QTest::newRow("bus, trap") << "7"
+                                   << "trap" << SIGBUS << SIGTRAP << "signal 7";
+        QTest::newRow("exception, fpe")
+            << "exception"
+            << "SIGFPE" << SIGABRT << SIGFPE << "exception std::runtime_error: debug crash";
     }
 
     void crashesTwiceThenReports()

@@ -70,13 +70,15 @@ private slots:
         QTest::addColumn<QByteArray>("run");       // empty: no run.json
         QTest::addColumn<QString>("kind");         // empty: nothing to report
         QTest::addColumn<QString>("reason");
-        QTest::newRow("nothing left") << QByteArray() << QByteArray() << "" << "";
-        QTest::newRow("normal end in front") << QByteArray() << runJson(true, true, 9) << "" << "";
+        QTest::newRow("nothing left") << QByteArray() << QByteArray() << ""
+                                      << "";
+        QTest::newRow("normal end in front") << QByteArray() << runJson(true, true, 9) << ""
+                                             << "";
         QTest::newRow("killed in the background") << QByteArray() << runJson(false, false, 9) << ""
                                                   << "";
-        QTest::newRow("killed in front") << QByteArray() << runJson(true, false, 2.9)
-                                         << "killed_in_foreground"
-                                         << "no signal, killed while in front";
+        QTest::newRow("killed in front")
+            << QByteArray() << runJson(true, false, 2.9) << "killed_in_foreground"
+            << "no signal, killed while in front";
         QTest::newRow("stuck 3 s") << QByteArray() << runJson(true, false, 3) << "hang"
                                    << "main thread stuck 3s, then killed";
         QTest::newRow("stuck 4.5 s") << QByteArray() << runJson(true, false, 4.5) << "hang"
@@ -97,7 +99,8 @@ private slots:
         const auto orNone = [](const QByteArray &b) {
             return b.isEmpty() ? std::nullopt : std::optional<QByteArray>(b);
         };
-        const std::optional<QJsonObject> report = CrashReport::previous(orNone(crashText), orNone(run));
+        const std::optional<QJsonObject> report =
+            CrashReport::previous(orNone(crashText), orNone(run));
         QCOMPARE(report.has_value(), !kind.isEmpty());
         if (!report)
             return;
@@ -121,7 +124,8 @@ private slots:
         QTest::newRow("exactly 400,000") << QByteArray(400000, 'y') << false << false << 400000;
         QByteArray big = "{\"pad\":\"" + QByteArray(450000, 'z') + "\"}";
         QTest::newRow("a cut object no longer parses") << big << true << false << 400000;
-        QTest::newRow("a JSON array is not a payload") << QByteArray("[1,2]") << false << false << 5;
+        QTest::newRow("a JSON array is not a payload")
+            << QByteArray("[1,2]") << false << false << 5;
     }
 
     void diagnosticCut()

@@ -91,8 +91,8 @@ private slots:
         QTest::addColumn<QVariantMap>("info");
         QTest::addColumn<QString>("id"); // empty: no route
         QTest::newRow("route") << QVariantMap{{"route", "task:9"}, {"task_no", "3"}} << "task:9";
-        QTest::newRow("bad route wins over fields") << QVariantMap{{"route", "x"}, {"task_no", "3"}}
-                                                    << "";
+        QTest::newRow("bad route wins over fields")
+            << QVariantMap{{"route", "x"}, {"task_no", "3"}} << "";
         QTest::newRow("task number as text") << QVariantMap{{"task_no", "#4"}} << "task:4";
         QTest::newRow("project as a number") << QVariantMap{{"project_id", 2.0}} << "project:2";
         QTest::newRow("seq") << QVariantMap{{"seq", 40.0}} << "message:40";
@@ -113,11 +113,12 @@ private slots:
         QTest::addColumn<QJsonObject>("fault");
         QTest::addColumn<bool>("accepted");
         QTest::newRow("accepted") << QJsonObject() << true;
-        QTest::newRow("refused") << QJsonObject{{"match", "webapi/push/register"}, {"status", 400},
+        QTest::newRow("refused") << QJsonObject{{"match", "webapi/push/register"},
+                                                {"status", 400},
                                                 {"body", R"({"error":"bad_token","detail":"No."})"}}
                                  << false;
-        QTest::newRow("server down") << QJsonObject{{"match", "webapi/push/register"}, {"status", 503}}
-                                     << false;
+        QTest::newRow("server down")
+            << QJsonObject{{"match", "webapi/push/register"}, {"status", 503}} << false;
     }
 
     void publishToken()
@@ -132,7 +133,8 @@ private slots:
         QCOMPARE(PushCenter::registered(), accepted);
         QCOMPARE(center.failure().isEmpty(), accepted);
         const QJsonArray log = service.log();
-        const QJsonObject sent = QJsonDocument::fromJson(log.last()["body"].toString().toUtf8()).object();
+        const QJsonObject sent =
+            QJsonDocument::fromJson(log.last()["body"].toString().toUtf8()).object();
         QCOMPARE(sent.value("token").toString(), u"00ff10abcdef0123"_s);
         QCOMPARE(sent.value("env").toString(), u"production"_s);
         QVERIFY(!sent.value("device_name").toString().isEmpty());
@@ -203,20 +205,20 @@ private slots:
         QTest::newRow("finished in the background")
             << QList<ChatFrame>{started, frame("delta", "r1", "wor"), frame("final", "r1", "Done.")}
             << false << QStringList{"task:12"};
-        QTest::newRow("in front: nothing") << QList<ChatFrame>{started, frame("final", "r1")} << true
-                                           << QStringList{};
+        QTest::newRow("in front: nothing")
+            << QList<ChatFrame>{started, frame("final", "r1")} << true << QStringList{};
         QTest::newRow("the same end twice")
             << QList<ChatFrame>{started, frame("final", "r1"), frame("final", "r1")} << false
             << QStringList{"task:12"};
-        QTest::newRow("an error ends it") << QList<ChatFrame>{started, frame("error", "r1")} << false
-                                          << QStringList{"task:12"};
+        QTest::newRow("an error ends it")
+            << QList<ChatFrame>{started, frame("error", "r1")} << false << QStringList{"task:12"};
         QTest::newRow("a project's run without a task")
             << QList<ChatFrame>{frame("final", "r2", "ok", "project:4")} << false
             << QStringList{"project:4"};
         QTest::newRow("otherwise the turn")
             << QList<ChatFrame>{frame("final", "r3", "ok")} << false << QStringList{"message:7"};
-        QTest::newRow("no run id") << QList<ChatFrame>{frame("final", "", "ok")} << false
-                                   << QStringList{};
+        QTest::newRow("no run id")
+            << QList<ChatFrame>{frame("final", "", "ok")} << false << QStringList{};
     }
 
     void taskNotices()
