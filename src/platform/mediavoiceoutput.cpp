@@ -1,6 +1,8 @@
 #include "mediavoiceoutput.h"
 
+#include <QAudioDevice>
 #include <QAudioOutput>
+#include <QMediaDevices>
 #include <QMediaPlayer>
 #include <QUrl>
 
@@ -35,6 +37,14 @@ VoiceOutput *VoiceOutput::platform(QObject *parent)
 
 void MediaVoiceOutput::play(const QString &file, double from, double rate)
 {
+    // Qt 6.4's FFmpeg player writes to a device that is not there when the machine has no
+    // sound output, and crashes: say so instead.
+    if (QMediaDevices::defaultAudioOutput().isNull()) {
+        QMetaObject::invokeMethod(
+            this, [this] { emit failed(QStringLiteral("no sound output device")); },
+            Qt::QueuedConnection);
+        return;
+    }
     m_player->stop();
     m_player->setPlaybackRate(rate);
     m_startAt = std::llround(std::max(0.0, from) * 1000);

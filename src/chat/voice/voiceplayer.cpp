@@ -307,6 +307,15 @@ QCoro::Task<std::optional<QByteArray>> VoicePlayer::fetchPatiently(QString path,
             std::rethrow_exception(failed);
         } catch (const Api::Unauthorized &) {
             co_return std::nullopt; // signed out: the session takes it from here
+        } catch (const Api::Failed &e) {
+            // Worth waiting for: a server that is down or busy, a part not made yet. Any other
+            // refusal (no such message) will not change by asking again.
+            const bool later = e.unreachable() || e.status == 408 || e.status == 429
+                               || (e.status == 404 && !post);
+            if (!later) {
+                qCInfo(lcVoice) << "voice refused:" << path << e.description();
+                co_return std::nullopt;
+            }
         } catch (const std::exception &e) {
             qCDebug(lcVoice) << "voice not there yet:" << path << e.what();
         }
