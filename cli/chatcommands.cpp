@@ -8,6 +8,7 @@
 #include "chat/chatoutbox.h"
 #include "chat/chatrowsmodel.h"
 #include "chatprompt.h"
+#include "voicecommands.h"
 #include "render.h"
 #include "chat/markup/ansiwriter.h"
 #include "chat/chatstore.h"
@@ -52,7 +53,8 @@ void usage()
                           "  chat log [--project N] [--json]\n"
                           "  chat follow [--project N]\n"
                           "  chat send TEXT [--file PATH]... [--project N] [--reply-to SEQ] [--wait SECONDS]\n"
-                          "  chat outbox [--json] | chat drain | chat retry ID | chat stop N"_s;
+                          "  chat outbox [--json] | chat drain | chat retry ID | chat stop N\n"
+                          "  chat play SEQ [--output FILE] [--rate 1|1.5|2]"_s;
     Console::err(L::t(u"שימוש: "_s, u"Usage: "_s, u"Использование: "_s) + forms);
 }
 
@@ -379,7 +381,7 @@ QCoro::Task<int> chat(Invocation in)
 {
     const QString sub = in.args.isEmpty() ? QString() : in.args.first();
     static const QStringList known = {u"log"_s, u"follow"_s, u"send"_s, u"outbox"_s, u"drain"_s,
-                                      u"retry"_s, u"stop"_s};
+                                      u"retry"_s, u"stop"_s, u"play"_s};
     const bool single = sub == u"log" || sub == u"follow" || sub == u"outbox" || sub == u"drain";
     if (!sub.isEmpty() && (!known.contains(sub) || (single && in.args.size() != 1))) {
         usage();
@@ -404,6 +406,8 @@ QCoro::Task<int> chat(Invocation in)
         co_return co_await drainAll(in);
     if (sub == u"retry")
         co_return co_await retryTurn(in);
+    if (sub == u"play")
+        co_return co_await VoiceCommands::play(in);
     co_return co_await stop(in);
 }
 

@@ -17,4 +17,6 @@ struct Invocation {
     QStringList files;           // --file PATH, repeatable
     std::optional<qint64> replyTo; // --reply-to SEQ
     double wait = 0;             // --wait SECONDS
+    QString output;              // --output FILE
+    double rate = 0;             // --rate R (chat play); 0 when not given
 };

@@ -66,6 +66,7 @@ QString summary()
         "                                      שליחת הודעה (נשמרת קודם במכשיר)\n"
         "  chat outbox [--json] | chat drain   הודעות שממתינות לשליחה; שליחתן\n"
         "  chat retry ID | chat stop N         ניסיון חוזר; עצירת משימה\n"
+        "  chat play SEQ [--output FILE] [--rate R]  הקול של הודעה, או לקובץ WAV\n"
         "  chat                                שיחה אינטראקטיבית\n"
         "  render [--html | --ansi | --plain] טקסט של הודעה מהקלט, כפי שהוא מוצג\n"
         "  prefs [set KEY VALUE]               העדפות בשרת\n"
@@ -90,6 +91,7 @@ QString summary()
         "                                      send a turn (kept on this device first)\n"
         "  chat outbox [--json] | chat drain   turns waiting to go out; send them\n"
         "  chat retry ID | chat stop N         try a turn again; stop a task\n"
+        "  chat play SEQ [--output FILE] [--rate R]  a message's voice, or into a WAV file\n"
         "  chat                                an interactive conversation\n"
         "  render [--html | --ansi | --plain] one message text from stdin, as it is shown\n"
         "  prefs [set KEY VALUE]               server-side preferences\n"
@@ -114,6 +116,7 @@ QString summary()
         "                                      отправить сообщение (сначала сохраняется здесь)\n"
         "  chat outbox [--json] | chat drain   ждущие отправки; отправить их\n"
         "  chat retry ID | chat stop N         повторить; остановить задачу\n"
+        "  chat play SEQ [--output FILE] [--rate R]  голос сообщения, или в файл WAV\n"
         "  chat                                интерактивный разговор\n"
         "  render [--html | --ansi | --plain] текст сообщения из ввода, как он показывается\n"
         "  prefs [set KEY VALUE]               настройки на сервере\n"
@@ -132,6 +135,9 @@ QString summary()
 
 int main(int argc, char **argv)
 {
+    // QtMultimedia decodes voice with FFmpeg (Ogg/Opus, M4A): chosen before its first use.
+    if (qEnvironmentVariableIsEmpty("QT_MEDIA_BACKEND"))
+        qputenv("QT_MEDIA_BACKEND", "ffmpeg");
     QCoreApplication app(argc, argv);
     QCoreApplication::setOrganizationName(u"Halvenmark"_s);
     QCoreApplication::setApplicationName(u"halvenmark"_s);
@@ -154,7 +160,10 @@ int main(int argc, char **argv)
     const QCommandLineOption ansi(u"ansi"_s, u"render: styled for a terminal."_s);
     const QCommandLineOption plain(u"plain"_s, u"render: the shown text with its direction marks."_s);
     const QCommandLineOption wait(u"wait"_s, u"Seconds to wait for the agent's reply."_s, u"SECONDS"_s);
-    parser.addOptions({json, user, token, lang, every, project, file, replyTo, wait, html, ansi, plain});
+    const QCommandLineOption output(u"output"_s, u"chat play: write the voice to this WAV file."_s, u"FILE"_s);
+    const QCommandLineOption rate(u"rate"_s, u"chat play: speed 1, 1.5 or 2."_s, u"R"_s);
+    parser.addOptions({json, user, token, lang, every, project, file, replyTo, wait, html, ansi, plain,
+                       output, rate});
     parser.addPositionalArgument(u"command"_s, u"What to do."_s);
 
     if (!parser.parse(QCoreApplication::arguments())) {
@@ -220,6 +229,16 @@ int main(int argc, char **argv)
         if (!number || in.wait <= 0) {
             Console::err(L::t(u"‎--wait‎ צריך מספר שניות חיובי."_s, u"--wait needs a positive number of seconds."_s,
                               u"Для --wait нужно положительное число секунд."_s));
+            return Usage;
+        }
+    }
+    in.output = parser.value(output);
+    if (parser.isSet(rate)) {
+        bool number = false;
+        in.rate = parser.value(rate).toDouble(&number);
+        if (!number || in.rate <= 0) {
+            Console::err(L::t(u"‎--rate‎ צריך 1, 1.5 או 2."_s, u"--rate needs 1, 1.5 or 2."_s,
+                              u"Для --rate нужно 1, 1.5 или 2."_s));
             return Usage;
         }
     }

@@ -7,6 +7,7 @@ from aiohttp import web
 
 import chatcontrol
 import checks
+import voicenotes
 from state import Fault, Page, State, User
 from wire import Reject, dumps, parse_object, reply, text_or_empty
 
@@ -179,6 +180,9 @@ async def handle(request: web.Request, state: State) -> web.Response:
     if (method, action) == ("GET", "sessions"):
         return reply({"sessions": [{"user": user, "cookie": cookie}
                                    for cookie, user in state.sessions.items()]})
+    voice = voicenotes.handle_control(method, action, body, state)
+    if voice is not None:
+        return voice
     chat = await chatcontrol.handle(method, action, body, request.query, state)
     if chat is not None:
         return chat

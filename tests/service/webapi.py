@@ -10,6 +10,7 @@ from aiohttp import WSMsgType, web
 import chat
 import chatapi
 import pushreport
+import voicenotes
 from state import State, User
 from wire import (COOKIE_NAME, Reject, digest, dumps, header_dict, json_body, reply,
                   seconds_text, session_cookie, text_or_empty, unauthorized)
@@ -197,7 +198,7 @@ ROUTES = {
 PATTERNS = [
     (re.compile(r"runs/([^/]+)"), {"GET": chatapi.run}),
     (re.compile(r"tasks/p-([1-9][0-9]{0,17})/stop"), {"POST": chatapi.stop_task}),
-]
+] + [(re.compile(pattern), methods) for pattern, methods in voicenotes.PATTERNS]
 
 
 def _route(call: Call) -> tuple[bool, dict | None]:

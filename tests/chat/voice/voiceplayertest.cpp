@@ -1,0 +1,258 @@
+// Voice messages: the rules as tables, and the player against the reference service with a
+// fake output, fake time and a clock that moves only with it.
+
+#include "chat/voice/patience.h"
+#include "chat/voice/voiceparts.h"
+#include "chat/voice/voiceplayer.h"
+#include "chat/voice/voicerate.h"
+#include "platform/voiceoutput.h"
+#include "support/fakesleeper.h"
+#include "support/service.h"
+#include "support/testhome.h"
+#include "support/testidentity.h"
+
+#include <QSignalSpy>
+#include <QTest>
+
+namespace {
+
+// Says what it was asked to play; the test decides when a file ends or fails.
+class FakeOutput : public VoiceOutput
+{
+public:
+    struct Played {
+        QString file;
+        double from;
+        double rate;
+    };
+    QList<Played> played;
+    bool paused = false;
+    double at = 0;
+
+    void play(const QString &file, double from, double rate) override
+    {
+        played.append({file, from, rate});
+        at = from;
+        paused = false;
+    }
+    void pause() override { paused = true; }
+    void resume() override { paused = false; }
+    void stop() override {}
+    void setRate(double) override {}
+    double position() const override { return at; }
+    void end() { emit ended(); }
+    void fail() { emit failed(QStringLiteral("cannot decode")); }
+};
+
+} // namespace
+
+class VoicePlayerTest : public QObject
+{
+    Q_OBJECT
+
+    TestHome home;
+    Service service;
+    TestIdentity identity;
+    FakeSleeper sleeper;
+    FakeOutput output;
+    std::unique_ptr<VoicePlayer> player;
+    qint64 seq = 0;
+
+    double fakeNow() const
+    {
+        double seconds = 0;
+        for (const auto d : sleeper.requested)
+            seconds += d.count() / 1000.0;
+        return seconds;
+    }
+
+    // Lets the player's requests land, passing fake time whenever it waits.
+    void settle(const std::function<bool()> &until)
+    {
+        for (int i = 0; i < 500 && !until(); ++i) {
+            if (sleeper.waiting())
+                sleeper.advance();
+            QTest::qWait(5);
+        }
+    }
+
+    void script(const QJsonObject &body)
+    {
+        QJsonObject b = body;
+        b.insert("user", "demo");
+        b.insert("seq", seq);
+        service.control("POST", QStringLiteral("voice") + (b.contains("seconds") ? "" : "/release"), b);
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(service.running());
+        identity.use(service);
+        identity.signIn();
+    }
+
+    void init()
+    {
+        service.reset();
+        identity.signIn();
+        seq = service.control("POST", QStringLiteral("message"),
+                              {{"user", u"demo"_qs}, {"role", u"assistant"_qs}, {"text", u"Hello"_qs},
+                               {"notify", false}})
+                  .value(u"seq")
+                  .toInteger();
+        sleeper.requested.clear();
+        output.played.clear();
+        player = std::make_unique<VoicePlayer>(VoicePlayer::Dependencies{
+            &output, &sleeper, [this] { return fakeNow(); }, home.path()});
+    }
+
+    void rateCycles_data()
+    {
+        QTest::addColumn<double>("rate");
+        QTest::addColumn<double>("next");
+        QTest::newRow("1.0") << 1.0 << 1.5;
+        QTest::newRow("1.25") << 1.25 << 1.5;
+        QTest::newRow("1.5") << 1.5 << 2.0;
+        QTest::newRow("1.75") << 1.75 << 2.0;
+        QTest::newRow("2.0") << 2.0 << 1.0;
+        QTest::newRow("3.0") << 3.0 << 1.0;
+    }
+
+    void rateCycles()
+    {
+        QFETCH(double, rate);
+        QTEST(VoiceRate::next(rate), "next");
+    }
+
+    void seekAcrossParts_data()
+    {
+        QTest::addColumn<double>("at");
+        QTest::addColumn<int>("index");
+        QTest::addColumn<double>("offset");
+        // Parts of 2.0, 3.0 and 1.5 seconds.
+        QTest::newRow("before the start") << -1.0 << 0 << 0.0;
+        QTest::newRow("inside the first") << 1.2 << 0 << 1.2;
+        QTest::newRow("just short of the edge") << 1.94 << 0 << 1.94;
+        QTest::newRow("within the edge: next part") << 1.96 << 1 << 0.0;
+        QTest::newRow("inside the second") << 3.5 << 1 << 1.5;
+        QTest::newRow("edge of the second") << 4.97 << 2 << 0.0;
+        QTest::newRow("last part keeps its tail") << 6.47 << 2 << 1.47;
+        QTest::newRow("past the end") << 9.0 << 2 << 1.5;
+    }
+
+    void seekAcrossParts()
+    {
+        QFETCH(double, at);
+        const VoiceParts::Place place = VoiceParts::locate({2.0, 3.0, 1.5}, at);
+        QTEST(place.index, "index");
+        QFETCH(double, offset);
+        QVERIFY2(qAbs(place.offset - offset) < 1e-9, qPrintable(QString::number(place.offset)));
+    }
+
+    void patienceGrowsThenGivesUp()
+    {
+        Patience patience;
+        QList<qint64> waits;
+        double since = 0;
+        while (const auto wait = patience.next(since)) {
+            waits.append(wait->count());
+            since += wait->count() / 1000.0;
+        }
+        QCOMPARE(waits.mid(0, 7), (QList<qint64>{1000, 1500, 2250, 3375, 5063, 6000, 6000}));
+        QVERIFY(since >= Patience::window && since < Patience::window + Patience::longest);
+    }
+
+    void pendingSpeechPlaysWhenItsFirstPartLands()
+    {
+        script({{"seconds", QJsonArray{1.0, 2.0, 1.5}}, {"released", 0}});
+        player->play(seq, ChatScope::main());
+        QSignalSpy landed(player.get(), &VoicePlayer::partLanded);
+        settle([&] { return sleeper.requested.size() >= 2; });
+        QCOMPARE(player->phase(), VoicePlayer::Phase::Loading);
+        QVERIFY(output.played.isEmpty());
+
+        script({{"released", 1}});
+        settle([&] { return !landed.isEmpty(); });
+        QCOMPARE(player->phase(), VoicePlayer::Phase::Playing);
+        QCOMPARE(output.played.size(), 1);
+
+        // The first part ends before the second is made: the player waits for it.
+        output.end();
+        QCOMPARE(player->phase(), VoicePlayer::Phase::Loading);
+        script({{"released", 3}, {"done", true}});
+        settle([&] { return output.played.size() == 2; });
+        QCOMPARE(player->phase(), VoicePlayer::Phase::Playing);
+        QCOMPARE(player->total(), 4.5);
+        output.at = 0.5;
+        QCOMPARE(player->elapsed(), 1.5); // the first part's second plus half of this one
+        output.end();
+        settle([&] { return output.played.size() == 3; }); // plays the moment it lands
+        QCOMPARE(output.played.size(), 3);
+        output.end();
+        QCOMPARE(player->phase(), VoicePlayer::Phase::Idle);
+        QCOMPARE(player->active(), 0);
+    }
+
+    void partsThatWillNotPlayFallBackToTheWholeFile()
+    {
+        player->play(seq, ChatScope::main()); // unscripted: three parts at once, done
+        settle([&] { return !output.played.isEmpty(); });
+        output.at = 0.4;
+        output.fail();
+        settle([&] { return output.played.size() == 2; });
+        QVERIFY(output.played.last().file.contains(u"whole"));
+        QCOMPARE(output.played.last().from, 0.4);
+        QCOMPARE(player->phase(), VoicePlayer::Phase::Playing);
+        output.fail();
+        QCOMPARE(player->phase(), VoicePlayer::Phase::Failed);
+    }
+
+    void fetchesPatientlyThenFails()
+    {
+        script({{"seconds", QJsonArray{1.0}}, {"released", 1}, {"done", true}});
+        service.fault({{"match", QStringLiteral("webapi/messages/%1/voice-part").arg(seq)},
+                       {"status", 503}, {"times", -1}});
+        player->play(seq, ChatScope::main());
+        settle([&] { return player->phase() == VoicePlayer::Phase::Failed; });
+        QCOMPARE(player->phase(), VoicePlayer::Phase::Failed);
+        QCOMPARE(sleeper.requested.mid(0, 3),
+                 (QList<std::chrono::milliseconds>{std::chrono::milliseconds(1000),
+                                                   std::chrono::milliseconds(1500),
+                                                   std::chrono::milliseconds(2250)}));
+        QVERIFY(fakeNow() >= Patience::window);
+    }
+
+    void anotherMessageStopsTheFirst()
+    {
+        const qint64 second = service.control("POST", QStringLiteral("message"),
+                                              {{"user", u"demo"_qs}, {"role", u"assistant"_qs},
+                                               {"text", u"Again"_qs}, {"notify", false}})
+                                  .value(u"seq")
+                                  .toInteger();
+        player->play(seq, ChatScope::main());
+        player->play(second, ChatScope::main());
+        settle([&] { return !output.played.isEmpty(); });
+        QCOMPARE(player->active(), second);
+        QTest::qWait(50);
+        for (const auto &p : output.played)
+            QVERIFY2(p.file.contains(QString::number(second) + u'-'), qPrintable(p.file));
+    }
+
+    void recordingHoldsPlayback()
+    {
+        player->play(seq, ChatScope::main());
+        settle([&] { return !output.played.isEmpty(); });
+        player->holdForRecording();
+        QCOMPARE(player->phase(), VoicePlayer::Phase::Paused);
+        QVERIFY(output.paused);
+        player->resume(); // nothing plays over a recording
+        QVERIFY(output.paused);
+        player->resumeAfterRecording();
+        QCOMPARE(player->phase(), VoicePlayer::Phase::Playing);
+        QVERIFY(!output.paused);
+    }
+};
+
+QTEST_GUILESS_MAIN(VoicePlayerTest)
+#include "voiceplayertest.moc"
