@@ -9,6 +9,7 @@ from aiohttp import WSMsgType, web
 
 import chat
 import chatapi
+import features
 from state import State, User
 from wire import (COOKIE_NAME, Reject, digest, dumps, header_dict, json_body, reply,
                   seconds_text, session_cookie, text_or_empty, unauthorized)
@@ -196,6 +197,8 @@ PATTERNS = [
     (re.compile(r"runs/([^/]+)"), {"GET": chatapi.run}),
     (re.compile(r"tasks/p-([1-9][0-9]{0,17})/stop"), {"POST": chatapi.stop_task}),
 ]
+ROUTES.update(features.ROUTES)
+PATTERNS += features.PATTERNS
 
 
 def _route(call: Call) -> tuple[bool, dict | None]:
