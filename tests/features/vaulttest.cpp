@@ -311,10 +311,11 @@ private slots:
         QElapsedTimer clock;
         clock.start();
         bool done = false;
-        auto loading = [&]() -> QCoro::Task<> {
+        auto body = [&]() -> QCoro::Task<> {
             co_await store.load();
             done = true;
-        }();
+        };
+        auto loading = body();
         if (advanceClock) {
             QTRY_VERIFY(sleeper.waiting() > 0);
             sleeper.advance();
