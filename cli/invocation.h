@@ -17,4 +17,8 @@ struct Invocation {
     QStringList files;           // --file PATH, repeatable
     std::optional<qint64> replyTo; // --reply-to SEQ
     double wait = 0;             // --wait SECONDS
+    QString title;               // --title T (vault add)
+    QStringList fields;          // --field KEY=VALUE, repeatable (vault add)
+    bool primary = false;        // --primary (vault add)
+    bool forget = false;         // --forget (health disconnect)
 };

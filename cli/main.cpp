@@ -2,11 +2,13 @@
 
 #include "chatcommands.h"
 #include "console.h"
+#include "healthcommands.h"
 #include "invocation.h"
 #include "outcome.h"
 #include "pagecommands.h"
 #include "render.h"
 #include "sessioncommands.h"
+#include "vaultcommands.h"
 
 using namespace Qt::StringLiterals;
 
@@ -41,6 +43,8 @@ const std::map<QString, Command> &commands()
         {u"watch"_s, PageCommands::watch},
         {u"lang"_s, SessionCommands::lang},
         {u"chat"_s, ChatCommands::chat},
+        {u"health"_s, HealthCommands::health},
+        {u"vault"_s, VaultCommands::vault},
     };
     return table;
 }
@@ -63,6 +67,13 @@ QString summary()
         "  chat                                שיחה אינטראקטיבית\n"
         "  render [--html | --ansi | --plain] טקסט של הודעה מהקלט, כפי שהוא מוצג\n"
         "  prefs [set KEY VALUE]               העדפות בשרת\n"
+        "  health [--json]                     סיכום הבריאות מהשרת\n"
+        "  health import FILE                  קישור וסנכרון מייצוא export.xml של הטלפון\n"
+        "  health disconnect [--forget]        ניתוק (‎--forget‎ מוחק גם מהשרת)\n"
+        "  vault list [--json] | vault generate  הכספת (בלי סודות); סיסמה חדשה\n"
+        "  vault reveal ID | vault copy ID     סוד אחד, אחרי סיסמת חשבון המערכת\n"
+        "  vault add KIND --title T [--field KEY=VALUE]... [--primary] | vault rm ID\n"
+        "                                      הוספה (VALUE ‎-‎ נקרא מהקלט); מחיקה\n"
         "  logout                              יציאה\n"
         "  delete-account                      מחיקת החשבון\n"
         "\n"
@@ -84,6 +95,13 @@ QString summary()
         "  chat                                an interactive conversation\n"
         "  render [--html | --ansi | --plain] one message text from stdin, as it is shown\n"
         "  prefs [set KEY VALUE]               server-side preferences\n"
+        "  health [--json]                     the health summary from the server\n"
+        "  health import FILE                  link and sync from a phone's export.xml\n"
+        "  health disconnect [--forget]        unlink (--forget deletes it on the server too)\n"
+        "  vault list [--json] | vault generate  the vault (no secrets); a new password\n"
+        "  vault reveal ID | vault copy ID     one secret, after the system account's password\n"
+        "  vault add KIND --title T [--field KEY=VALUE]... [--primary] | vault rm ID\n"
+        "                                      add (a VALUE of - is read from stdin); delete\n"
         "  logout                              sign out\n"
         "  delete-account                      delete the account\n"
         "\n"
@@ -105,6 +123,13 @@ QString summary()
         "  chat                                интерактивный разговор\n"
         "  render [--html | --ansi | --plain] текст сообщения из ввода, как он показывается\n"
         "  prefs [set KEY VALUE]               настройки на сервере\n"
+        "  health [--json]                     сводка о здоровье с сервера\n"
+        "  health import FILE                  подключить и синхронизировать export.xml телефона\n"
+        "  health disconnect [--forget]        отключить (--forget удаляет и на сервере)\n"
+        "  vault list [--json] | vault generate  хранилище (без секретов); новый пароль\n"
+        "  vault reveal ID | vault copy ID     один секрет, после пароля учётной записи\n"
+        "  vault add KIND --title T [--field KEY=VALUE]... [--primary] | vault rm ID\n"
+        "                                      добавить (VALUE - читается из ввода); удалить\n"
         "  logout                              выйти\n"
         "  delete-account                      удалить аккаунт\n"
         "\n"
@@ -139,7 +164,12 @@ int main(int argc, char **argv)
     const QCommandLineOption ansi(u"ansi"_s, u"render: styled for a terminal."_s);
     const QCommandLineOption plain(u"plain"_s, u"render: the shown text with its direction marks."_s);
     const QCommandLineOption wait(u"wait"_s, u"Seconds to wait for the agent's reply."_s, u"SECONDS"_s);
+    const QCommandLineOption title(u"title"_s, u"vault add: the item's title."_s, u"T"_s);
+    const QCommandLineOption field(u"field"_s, u"vault add: one field (repeatable)."_s, u"KEY=VALUE"_s);
+    const QCommandLineOption primary(u"primary"_s, u"vault add: the default of its kind."_s);
+    const QCommandLineOption forget(u"forget"_s, u"health disconnect: delete it on the server too."_s);
     parser.addOptions({json, user, token, lang, every, project, file, replyTo, wait, html, ansi, plain});
+    parser.addOptions({title, field, primary, forget});
     parser.addPositionalArgument(u"command"_s, u"What to do."_s);
 
     if (!parser.parse(QCoreApplication::arguments())) {
@@ -189,6 +219,10 @@ int main(int argc, char **argv)
         in.project = id;
     }
     in.files = parser.values(file);
+    in.title = parser.value(title);
+    in.fields = parser.values(field);
+    in.primary = parser.isSet(primary);
+    in.forget = parser.isSet(forget);
     if (parser.isSet(replyTo)) {
         bool number = false;
         const qint64 seq = parser.value(replyTo).toLongLong(&number);
