@@ -12,6 +12,7 @@
 #include "support/testidentity.h"
 #include "text/l.h"
 
+#include <QDirIterator>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QSignalSpy>
@@ -275,6 +276,13 @@ private slots:
         QCOMPARE(countWhere(service.log(), u"POST"_s, u"webapi/vault/%1/reveal"_s.arg(a.id)), 2);
         const QByteArray held = QJsonDocument::fromVariant(store.itemMaps()).toJson();
         QVERIFY(!held.contains("sk-1") && !held.contains("sk-2"));
+        // Nor in any file of the app's (settings, page cache, outbox).
+        QDirIterator files(home.path(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+        while (files.hasNext()) {
+            QFile file(files.next());
+            QVERIFY(file.open(QIODevice::ReadOnly));
+            QVERIFY2(!file.readAll().contains("sk-1"), qPrintable(file.fileName()));
+        }
 
         const QMap<QString, QString> edit{{u"title"_s, u"Work 2"_s}};
         Sync::run(store.save(a, VaultKind::ApiKey, edit, false));
