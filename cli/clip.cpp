@@ -29,7 +29,9 @@ int main(int argc, char **argv)
     const bool copied = copier.copy(secret);
     secret.fill(u'\0');
     if (!copied) {
-        std::fputs(qPrintable(L::t(u"אין לוח העתקה."_s, u"There is no clipboard."_s, u"Нет буфера обмена."_s) + u'\n'),
+        std::fputs(qPrintable(L::t(u"אין לוח העתקה."_s, u"There is no clipboard."_s,
+                                   u"Нет буфера обмена."_s) +
+                              u'\n'),
                    stderr);
         return 1;
     }

@@ -7,8 +7,8 @@
 #include "features/health/healthview.h"
 #include "net/api.h"
 #include "outcome.h"
-#include "sessioncommands.h"
 #include "session/session.h"
+#include "sessioncommands.h"
 #include "text/l.h"
 
 #include <QFileInfo>
@@ -22,9 +22,10 @@ namespace {
 
 int usage()
 {
-    Console::err(L::t(u"שימוש: health [--json] | health import FILE | health disconnect [--forget]"_s,
-                      u"Usage: health [--json] | health import FILE | health disconnect [--forget]"_s,
-                      u"Использование: health [--json] | health import FILE | health disconnect [--forget]"_s));
+    Console::err(L::t(
+        u"שימוש: health [--json] | health import FILE | health disconnect [--forget]"_s,
+        u"Usage: health [--json] | health import FILE | health disconnect [--forget]"_s,
+        u"Использование: health [--json] | health import FILE | health disconnect [--forget]"_s));
     return Usage;
 }
 
@@ -44,26 +45,31 @@ QString windowLine(const QString &name, const HealthView::Window &w)
 
 void show(const HealthView &view)
 {
-    Console::out(view.connected
-                     ? L::t(u"מחובר: %1"_s, u"Connected: %1"_s, u"Подключено: %1"_s).arg(view.device)
-                     : L::t(u"לא מחובר"_s, u"Not connected"_s, u"Не подключено"_s));
+    Console::out(
+        view.connected
+            ? L::t(u"מחובר: %1"_s, u"Connected: %1"_s, u"Подключено: %1"_s).arg(view.device)
+            : L::t(u"לא מחובר"_s, u"Not connected"_s, u"Не подключено"_s));
     if (!view.lastSyncAt.isEmpty())
-        Console::out(L::t(u"סנכרון אחרון: %1"_s, u"Last sync: %1"_s, u"Последняя синхронизация: %1"_s)
-                         .arg(view.lastSyncAt));
-    Console::out(L::t(u"סך הכול %1 אימונים · רצף של %2 ימים"_s, u"%1 workouts in all · %2-day streak"_s,
+        Console::out(
+            L::t(u"סנכרון אחרון: %1"_s, u"Last sync: %1"_s, u"Последняя синхронизация: %1"_s)
+                .arg(view.lastSyncAt));
+    Console::out(L::t(u"סך הכול %1 אימונים · רצף של %2 ימים"_s,
+                      u"%1 workouts in all · %2-day streak"_s,
                       u"Всего тренировок: %1 · серия %2 дн."_s)
                      .arg(view.totalWorkouts.value_or(0))
                      .arg(view.streak.value_or(0)));
     Console::out(windowLine(L::t(u"השבוע"_s, u"This week"_s, u"Эта неделя"_s), view.week));
     Console::out(windowLine(L::t(u"החודש"_s, u"This month"_s, u"Этот месяц"_s), view.month));
     if (view.workouts.isEmpty()) {
-        Console::out(L::t(u"אין עדיין אימונים. אימון שתסיימו בשעון יופיע כאן מעצמו."_s,
-                          u"No workouts yet. A workout you finish on the watch shows up here by itself."_s,
-                          u"Тренировок пока нет. Тренировка, законченная на часах, появится здесь сама."_s));
+        Console::out(
+            L::t(u"אין עדיין אימונים. אימון שתסיימו בשעון יופיע כאן מעצמו."_s,
+                 u"No workouts yet. A workout you finish on the watch shows up here by itself."_s,
+                 u"Тренировок пока нет. Тренировка, законченная на часах, появится здесь сама."_s));
         return;
     }
     for (const HealthView::Workout &w : view.workouts) {
-        QString text = u"%1  %2  %3 min"_s.arg(w.startAt, HealthActivity::title(w.activity), amount(w.minutes));
+        QString text = u"%1  %2  %3 min"_s.arg(w.startAt, HealthActivity::title(w.activity),
+                                               amount(w.minutes));
         if (w.kcal)
             text += u" · %1 kcal"_s.arg(amount(w.kcal));
         if (w.distanceM && *w.distanceM > 0)
@@ -102,7 +108,8 @@ QString currentUser()
 QCoro::Task<int> import(QString file, bool json)
 {
     if (!QFileInfo(file).isFile()) {
-        Console::err(L::t(u"אין קובץ %1."_s, u"No such file: %1"_s, u"Нет такого файла: %1"_s).arg(file));
+        Console::err(
+            L::t(u"אין קובץ %1."_s, u"No such file: %1"_s, u"Нет такого файла: %1"_s).arg(file));
         co_return Usage;
     }
     HealthExportStore store(file);
@@ -148,9 +155,9 @@ namespace HealthCommands {
 QCoro::Task<int> health(Invocation in)
 {
     const QString action = in.args.value(0);
-    const bool valid = (action.isEmpty() && in.args.isEmpty())
-                       || (action == u"import" && in.args.size() == 2)
-                       || (action == u"disconnect" && in.args.size() == 1);
+    const bool valid = (action.isEmpty() && in.args.isEmpty()) ||
+                       (action == u"import" && in.args.size() == 2) ||
+                       (action == u"disconnect" && in.args.size() == 1);
     if (!valid)
         co_return usage();
     const bool ready = co_await SessionCommands::signedIn();
@@ -167,10 +174,11 @@ QCoro::Task<int> health(Invocation in)
     if (!in.json) {
         HealthSync sync(nullptr, currentUser);
         if (!sync.linked())
-            Console::err(HealthSync::unavailableText() + u"\n"_s
-                         + L::t(u"כאן אפשר לקשר ייצוא של Apple Health: health import export.xml"_s,
-                                u"Here you can link an Apple Health export: health import export.xml"_s,
-                                u"Здесь можно подключить экспорт Apple Health: health import export.xml"_s));
+            Console::err(
+                HealthSync::unavailableText() + u"\n"_s +
+                L::t(u"כאן אפשר לקשר ייצוא של Apple Health: health import export.xml"_s,
+                     u"Here you can link an Apple Health export: health import export.xml"_s,
+                     u"Здесь можно подключить экспорт Apple Health: health import export.xml"_s));
     }
     const int code = co_await summary(in.json);
     co_return code;

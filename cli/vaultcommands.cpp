@@ -34,21 +34,22 @@ QCoro::Task<std::optional<QString>> askPassword(QString reason)
 {
     if (Console::stdinIsTerminal())
         Console::err(reason);
-    const QString typed = Console::readSecret(
-        L::t(u"הסיסמה של חשבון המערכת (%1): "_s, u"Password of the system account (%1): "_s,
-             u"Пароль учётной записи системы (%1): "_s)
-            .arg(PamOwnerAuth::accountName()));
+    const QString typed = Console::readSecret(L::t(u"הסיסמה של חשבון המערכת (%1): "_s,
+                                                   u"Password of the system account (%1): "_s,
+                                                   u"Пароль учётной записи системы (%1): "_s)
+                                                  .arg(PamOwnerAuth::accountName()));
     co_return typed;
 }
 
 int usage()
 {
-    Console::err(L::t(u"שימוש: vault list [--json] | vault reveal ID | vault copy ID | vault generate\n"
-                      "       vault add KIND --title T [--field KEY=VALUE]... [--primary] | vault rm ID"_s,
-                      u"Usage: vault list [--json] | vault reveal ID | vault copy ID | vault generate\n"
-                      "       vault add KIND --title T [--field KEY=VALUE]... [--primary] | vault rm ID"_s,
-                      u"Использование: vault list [--json] | vault reveal ID | vault copy ID | vault generate\n"
-                      "       vault add KIND --title T [--field KEY=VALUE]... [--primary] | vault rm ID"_s));
+    Console::err(L::t(
+        u"שימוש: vault list [--json] | vault reveal ID | vault copy ID | vault generate\n"
+        "       vault add KIND --title T [--field KEY=VALUE]... [--primary] | vault rm ID"_s,
+        u"Usage: vault list [--json] | vault reveal ID | vault copy ID | vault generate\n"
+        "       vault add KIND --title T [--field KEY=VALUE]... [--primary] | vault rm ID"_s,
+        u"Использование: vault list [--json] | vault reveal ID | vault copy ID | vault generate\n"
+        "       vault add KIND --title T [--field KEY=VALUE]... [--primary] | vault rm ID"_s));
     return Usage;
 }
 
@@ -74,7 +75,8 @@ QString line(const VaultItem &item)
     }
     if (!item.last4.isEmpty())
         about << u"•••• "_s + item.last4;
-    QString text = u"%1  %2  %3"_s.arg(item.id, -8).arg(VaultText::kind(item.kind), -12).arg(item.title);
+    QString text =
+        u"%1  %2  %3"_s.arg(item.id, -8).arg(VaultText::kind(item.kind), -12).arg(item.title);
     if (item.primary)
         text += u"  ["_s + VaultText::primary() + u"]"_s;
     if (!about.isEmpty())
@@ -135,15 +137,17 @@ QCoro::Task<std::optional<VaultItem>> unlockedItem(VaultStore &store, QString id
 // The clipboard lives in a desktop process; a small helper holds it for the minute.
 QCoro::Task<int> copyToClipboard(QString secret)
 {
-    const QString helper = QDir(QCoreApplication::applicationDirPath()).filePath(u"halvenmark-clip"_s);
+    const QString helper =
+        QDir(QCoreApplication::applicationDirPath()).filePath(u"halvenmark-clip"_s);
     QProcess process;
     process.setProcessChannelMode(QProcess::ForwardedChannels);
     const QStringList arguments{u"--lang"_s, L::current()};
     process.start(helper, arguments);
     if (!process.waitForStarted()) {
         secret.fill(u'\0');
-        Console::err(L::t(u"לא ניתן להפעיל את %1."_s, u"Cannot start %1."_s, u"Не удалось запустить %1."_s)
-                         .arg(helper));
+        Console::err(
+            L::t(u"לא ניתן להפעיל את %1."_s, u"Cannot start %1."_s, u"Не удалось запустить %1."_s)
+                .arg(helper));
         co_return Refused;
     }
     QByteArray bytes = secret.toUtf8() + '\n';
@@ -153,7 +157,8 @@ QCoro::Task<int> copyToClipboard(QString secret)
     process.closeWriteChannel();
     if (process.state() != QProcess::NotRunning)
         co_await qCoro(&process, &QProcess::finished);
-    co_return process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0 ? Done : Refused;
+    co_return process.exitStatus() == QProcess::NormalExit &&process.exitCode() == 0 ? Done
+                                                                                     : Refused;
 }
 
 QCoro::Task<int> add(VaultStore &store, Invocation in)
@@ -163,8 +168,8 @@ QCoro::Task<int> add(VaultStore &store, Invocation in)
         QStringList kinds;
         for (const VaultKind k : VaultKinds::all())
             kinds << VaultKinds::raw(k);
-        Console::err(L::t(u"סוגים: %1. ‎--title‎ חובה."_s, u"Kinds: %1. --title is required."_s,
-                          u"Виды: %1. --title обязателен."_s)
+        Console::err(L::t(u"סוגים: %1. ‎--title‎ חובה."_s,
+                          u"Kinds: %1. --title is required."_s, u"Виды: %1. --title обязателен."_s)
                          .arg(kinds.join(u", "_s)));
         co_return usage();
     }
@@ -172,7 +177,8 @@ QCoro::Task<int> add(VaultStore &store, Invocation in)
     for (const QString &field : in.fields) {
         const qsizetype eq = field.indexOf(u'=');
         if (eq <= 0) {
-            Console::err(L::t(u"‎--field‎ צריך KEY=VALUE: %1"_s, u"--field needs KEY=VALUE: %1"_s,
+            Console::err(L::t(u"‎--field‎ צריך KEY=VALUE: %1"_s,
+                              u"--field needs KEY=VALUE: %1"_s,
                               u"Для --field нужно KEY=VALUE: %1"_s)
                              .arg(field));
             co_return Usage;
@@ -205,15 +211,16 @@ QCoro::Task<int> vault(Invocation in)
         co_return Done;
     }
     const bool withId = action == u"reveal" || action == u"copy" || action == u"rm";
-    if (!(action == u"list" && in.args.size() == 1) && !(withId && in.args.size() == 2)
-        && action != u"add")
+    if (!(action == u"list" && in.args.size() == 1) && !(withId && in.args.size() == 2) &&
+        action != u"add")
         co_return usage();
     // Checked before asking for anything: without a display there is no clipboard.
     if (action == u"copy" && !GuiClipboard::displayPresent()) {
-        Console::err(L::t(u"אין כאן תצוגה, ולכן אין לוח העתקה. השתמשו ב־vault reveal %1."_s,
-                          u"There is no display here, so no clipboard. Use vault reveal %1 instead."_s,
-                          u"Здесь нет дисплея, а значит и буфера обмена. Используйте vault reveal %1."_s)
-                         .arg(in.args.value(1)));
+        Console::err(
+            L::t(u"אין כאן תצוגה, ולכן אין לוח העתקה. השתמשו ב־vault reveal %1."_s,
+                 u"There is no display here, so no clipboard. Use vault reveal %1 instead."_s,
+                 u"Здесь нет дисплея, а значит и буфера обмена. Используйте vault reveal %1."_s)
+                .arg(in.args.value(1)));
         co_return Usage;
     }
     const bool ready = co_await SessionCommands::signedIn();
@@ -223,7 +230,8 @@ QCoro::Task<int> vault(Invocation in)
     TerminalOwner terminal;
     PamOwnerAuth pam(askPassword);
     const bool needsOwner = action == u"reveal" || action == u"copy";
-    OwnerAuth &owner = needsOwner ? static_cast<OwnerAuth &>(pam) : static_cast<OwnerAuth &>(terminal);
+    OwnerAuth &owner =
+        needsOwner ? static_cast<OwnerAuth &>(pam) : static_cast<OwnerAuth &>(terminal);
     VaultStore store(owner, nullptr, Sleeper::real());
 
     if (action == u"list") {

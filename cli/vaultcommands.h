@@ -4,7 +4,8 @@
 
 #include <QCoroTask>
 
-// vault list | reveal ID | copy ID | generate | add KIND --title T [--field K=V]... [--primary] | rm ID
+// vault list | reveal ID | copy ID | generate | add KIND --title T [--field K=V]... [--primary] |
+// rm ID
 namespace VaultCommands {
 
 QCoro::Task<int> vault(Invocation in);

@@ -49,8 +49,7 @@ struct HealthStoreError : std::exception {
     QString description;
     explicit HealthStoreError(QString description)
         : description(std::move(description))
-    {
-    }
+    {}
     const char *what() const noexcept override { return "HealthStoreError"; }
 };
 

@@ -54,8 +54,7 @@ int check(const QByteArray &account, Secret *secret)
 
 PamOwnerAuth::PamOwnerAuth(Ask ask)
     : m_ask(std::move(ask))
-{
-}
+{}
 
 QString PamOwnerAuth::accountName()
 {
@@ -89,6 +88,7 @@ QCoro::Task<OwnerAuth::Outcome> PamOwnerAuth::evaluate(QString reason)
     if (*result == PAM_SUCCESS)
         co_return Outcome{true, {}};
     if (*result == PAM_AUTH_ERR || *result == PAM_USER_UNKNOWN)
-        co_return Outcome{false, L::t(u"הסיסמה שגויה."_s, u"Wrong password."_s, u"Неверный пароль."_s)};
+        co_return Outcome{false,
+                          L::t(u"הסיסמה שגויה."_s, u"Wrong password."_s, u"Неверный пароль."_s)};
     co_return Outcome{false, QString::fromLocal8Bit(pam_strerror(nullptr, *result))};
 }

@@ -46,7 +46,8 @@ public:
         QDateTime since;
         QByteArray anchor;
     };
-    QList<std::pair<std::optional<HealthWorkoutSample>, QString>> changes; // added, or a deleted UUID
+    QList<std::pair<std::optional<HealthWorkoutSample>, QString>>
+        changes; // added, or a deleted UUID
     QList<Query> queries;
     QList<QDateTime> dailyFrom;
     FakeSleeper *gate = nullptr; // when set, the query numbered gateAt waits on it
@@ -109,7 +110,8 @@ class HealthTest : public QObject
 
     std::unique_ptr<HealthSync> makeSync()
     {
-        return std::make_unique<HealthSync>(&store, [this] { return identity.name; }, [] { return now; });
+        return std::make_unique<HealthSync>(
+            &store, [this] { return identity.name; }, [] { return now; });
     }
 
     // The bodies of the pages the server accepted, in order.
@@ -118,7 +120,8 @@ class HealthTest : public QObject
         QList<QJsonObject> out;
         for (const QJsonValue &entry : service.log()) {
             const QJsonObject e = entry.toObject();
-            if (e.value(u"path").toString() == u"webapi/health/sync" && e.value(u"status").toInt() == 200)
+            if (e.value(u"path").toString() == u"webapi/health/sync" &&
+                e.value(u"status").toInt() == 200)
                 out << QJsonDocument::fromJson(e.value(u"body").toString().toUtf8()).object();
         }
         return out;
@@ -128,11 +131,15 @@ class HealthTest : public QObject
     {
         QList<int> out;
         for (const QJsonObject &b : bodies)
-            out << int(b.value(u"workouts").toArray().size() + b.value(u"deleted").toArray().size());
+            out << int(b.value(u"workouts").toArray().size() +
+                       b.value(u"deleted").toArray().size());
         return out;
     }
 
-    static QString anchor() { return AppData::setting(HealthSync::anchorKey(u"demo"_s)).toString(); }
+    static QString anchor()
+    {
+        return AppData::setting(HealthSync::anchorKey(u"demo"_s)).toString();
+    }
 
 private slots:
     void initTestCase()
@@ -416,8 +423,10 @@ private slots:
         const auto write = [&](const QStringList &starts) {
             QByteArray xml = "<HealthData>";
             for (const QString &start : starts)
-                xml += u"<Workout workoutActivityType=\"HKWorkoutActivityTypeRunning\" sourceName=\"W\" "
-                       "startDate=\"%1 +0000\" endDate=\"%1 +0000\"/>"_s.arg(start).toUtf8();
+                xml += u"<Workout workoutActivityType=\"HKWorkoutActivityTypeRunning\" "
+                       u"sourceName=\"W\" "
+                       "startDate=\"%1 +0000\" endDate=\"%1 +0000\"/>"_s.arg(start)
+                           .toUtf8();
             xml += "</HealthData>";
             QFile file(dir.filePath(u"export.xml"_s));
             QVERIFY(file.open(QIODevice::WriteOnly) && file.write(xml) == xml.size());

@@ -146,11 +146,14 @@ private slots:
         QTest::addColumn<int>("used");
         const quint64 top = std::numeric_limits<quint64>::max();
         // 2^64 = 69·q + 52: the 52 highest draws are thrown away.
-        QTest::newRow("top draw rejected") << quint64(69) << QList<quint64>{top, 5} << quint64(5) << 2;
+        QTest::newRow("top draw rejected")
+            << quint64(69) << QList<quint64>{top, 5} << quint64(5) << 2;
         QTest::newRow("lowest of the remainder rejected")
             << quint64(69) << QList<quint64>{top - 51, 70} << quint64(1) << 2;
-        QTest::newRow("last fair draw kept") << quint64(69) << QList<quint64>{top - 52} << quint64(68) << 1;
-        QTest::newRow("power of two has no remainder") << quint64(64) << QList<quint64>{top} << quint64(63) << 1;
+        QTest::newRow("last fair draw kept")
+            << quint64(69) << QList<quint64>{top - 52} << quint64(68) << 1;
+        QTest::newRow("power of two has no remainder")
+            << quint64(64) << QList<quint64>{top} << quint64(63) << 1;
     }
 
     void drawsInTheUnevenTopAreRedrawn()
@@ -301,9 +304,12 @@ private slots:
         QTest::newRow("server error, its reason not shown")
             << QJsonObject{{u"status"_s, 500}, {u"body"_s, QJsonObject{{u"error"_s, u"boom"_s}}}}
             << false << u"HTTP 500"_s;
-        QTest::newRow("bad gateway is a status too") << QJsonObject{{u"status"_s, 502}} << false << u"HTTP 502"_s;
-        QTest::newRow("connection dropped") << QJsonObject{{u"drop"_s, true}, {u"times"_s, 3}} << false << unreachable;
-        QTest::newRow("no answer within the minute") << QJsonObject{{u"delay"_s, 20}} << true << unreachable;
+        QTest::newRow("bad gateway is a status too")
+            << QJsonObject{{u"status"_s, 502}} << false << u"HTTP 502"_s;
+        QTest::newRow("connection dropped")
+            << QJsonObject{{u"drop"_s, true}, {u"times"_s, 3}} << false << unreachable;
+        QTest::newRow("no answer within the minute")
+            << QJsonObject{{u"delay"_s, 20}} << true << unreachable;
     }
 
     void callFailureTexts()

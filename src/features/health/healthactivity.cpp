@@ -33,18 +33,22 @@ constexpr std::array<Activity, 32> table{{
      u"figure.strengthtraining.traditional"},
     {63, u"highIntensityIntervalTraining", u"אימון אינטרוולים", u"HIIT", u"ВИИТ",
      u"figure.highintensity.intervaltraining"},
-    {59, u"coreTraining", u"אימון ליבה", u"Core training", u"Тренировка кора", u"figure.core.training"},
-    {11, u"crossTraining", u"קרוספיט", u"Cross training", u"Кросс-тренинг", u"figure.cross.training"},
+    {59, u"coreTraining", u"אימון ליבה", u"Core training", u"Тренировка кора",
+     u"figure.core.training"},
+    {11, u"crossTraining", u"קרוספיט", u"Cross training", u"Кросс-тренинг",
+     u"figure.cross.training"},
     {16, u"elliptical", u"אליפטיקל", u"Elliptical", u"Эллипс", u"figure.elliptical"},
     {35, u"rowing", u"חתירה", u"Rowing", u"Гребля", u"figure.rower"},
     {44, u"stairClimbing", u"עליית מדרגות", u"Stair climbing", u"Подъём по лестнице",
      u"figure.stair.stepper"},
-    {73, u"mixedCardio", u"אירובי משולב", u"Mixed cardio", u"Смешанное кардио", u"figure.mixed.cardio"},
+    {73, u"mixedCardio", u"אירובי משולב", u"Mixed cardio", u"Смешанное кардио",
+     u"figure.mixed.cardio"},
     {62, u"flexibility", u"גמישות", u"Flexibility", u"Гибкость", u"figure.flexibility"},
     {80, u"cooldown", u"שחרור", u"Cooldown", u"Заминка", u"figure.cooldown"},
     {8, u"boxing", u"אגרוף", u"Boxing", u"Бокс", u"figure.boxing"},
     {65, u"kickboxing", u"קיקבוקס", u"Kickboxing", u"Кикбоксинг", u"figure.kickboxing"},
-    {28, u"martialArts", u"אומנויות לחימה", u"Martial arts", u"Единоборства", u"figure.martial.arts"},
+    {28, u"martialArts", u"אומנויות לחימה", u"Martial arts", u"Единоборства",
+     u"figure.martial.arts"},
     {48, u"tennis", u"טניס", u"Tennis", u"Теннис", u"figure.tennis"},
     {41, u"soccer", u"כדורגל", u"Soccer", u"Футбол", u"figure.soccer"},
     {6, u"basketball", u"כדורסל", u"Basketball", u"Баскетбол", u"figure.basketball"},
@@ -94,7 +98,8 @@ int rawOf(const QString &keyOrExportName)
 QString title(const QString &key)
 {
     if (const Activity *a = byKey(key))
-        return L::t(QString::fromUtf16(a->he), QString::fromUtf16(a->en), QString::fromUtf16(a->ru));
+        return L::t(QString::fromUtf16(a->he), QString::fromUtf16(a->en),
+                    QString::fromUtf16(a->ru));
     return L::t(u"אימון"_s, u"Workout"_s, u"Тренировка"_s);
 }
 

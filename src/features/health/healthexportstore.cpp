@@ -78,10 +78,10 @@ double minutesToSeconds(double value, QStringView unit)
 QString workoutId(const QXmlStreamAttributes &a)
 {
     static const QUuid space(u"3f0c7a52-8d5e-4b7e-9b2a-6c1f2d9e4a10"_s);
-    const QString identity = a.value(QLatin1StringView("workoutActivityType")).toString() + u'|'
-                             + a.value(QLatin1StringView("sourceName")).toString() + u'|'
-                             + a.value(QLatin1StringView("startDate")).toString() + u'|'
-                             + a.value(QLatin1StringView("endDate")).toString();
+    const QString identity = a.value(QLatin1StringView("workoutActivityType")).toString() + u'|' +
+                             a.value(QLatin1StringView("sourceName")).toString() + u'|' +
+                             a.value(QLatin1StringView("startDate")).toString() + u'|' +
+                             a.value(QLatin1StringView("endDate")).toString();
     return QUuid::createUuidV5(space, identity).toString(QUuid::WithoutBraces).toUpper();
 }
 
@@ -125,7 +125,8 @@ HealthWorkoutSample workoutOf(const QXmlStreamAttributes &a)
 {
     HealthWorkoutSample w;
     w.uuid = workoutId(a);
-    w.activityType = HealthActivity::rawOf(a.value(QLatin1StringView("workoutActivityType")).toString());
+    w.activityType =
+        HealthActivity::rawOf(a.value(QLatin1StringView("workoutActivityType")).toString());
     w.start = HealthExportStore::exportTime(a.value(QLatin1StringView("startDate")));
     w.end = HealthExportStore::exportTime(a.value(QLatin1StringView("endDate")));
     const auto duration = number(a, u"duration"_s);
@@ -149,7 +150,8 @@ void addRecord(HealthExportStore::Contents &contents, const QXmlStreamAttributes
     double amount = *value;
     if (*metric == HealthMetric::ActiveEnergy)
         amount = kilocalories(amount, a.value(QLatin1StringView("unit")));
-    auto &slot = contents.days[*metric][start.toLocalTime().date()][a.value(QLatin1StringView("sourceName")).toString()];
+    auto &slot = contents.days[*metric][start.toLocalTime().date()]
+                              [a.value(QLatin1StringView("sourceName")).toString()];
     slot.first += amount;
     slot.second += 1;
 }
@@ -158,8 +160,7 @@ void addRecord(HealthExportStore::Contents &contents, const QXmlStreamAttributes
 
 HealthExportStore::HealthExportStore(QString file)
     : m_file(std::move(file))
-{
-}
+{}
 
 QString HealthExportStore::deviceName() const
 {
@@ -206,16 +207,18 @@ HealthExportStore::Contents HealthExportStore::parse(QIODevice &device)
         }
     }
     if (xml.hasError()) {
-        throw HealthStoreError(u"export.xml, line %1: %2"_s.arg(xml.lineNumber()).arg(xml.errorString()));
+        throw HealthStoreError(
+            u"export.xml, line %1: %2"_s.arg(xml.lineNumber()).arg(xml.errorString()));
     }
     std::sort(contents.workouts.begin(), contents.workouts.end(),
               [](const HealthWorkoutSample &a, const HealthWorkoutSample &b) {
                   return a.start != b.start ? a.start < b.start : a.uuid < b.uuid;
               });
     // The same workout listed twice (it happens in merged exports) goes up once.
-    contents.workouts.erase(std::unique(contents.workouts.begin(), contents.workouts.end(),
-                                        [](const auto &a, const auto &b) { return a.uuid == b.uuid; }),
-                            contents.workouts.end());
+    contents.workouts.erase(
+        std::unique(contents.workouts.begin(), contents.workouts.end(),
+                    [](const auto &a, const auto &b) { return a.uuid == b.uuid; }),
+        contents.workouts.end());
     return contents;
 }
 
@@ -271,7 +274,8 @@ QCoro::Task<QList<std::pair<QDate, double>>> HealthExportStore::daily(HealthMetr
     co_return out;
 }
 
-QCoro::Task<HealthChanges> HealthExportStore::workouts(QDateTime since, QByteArray anchor, int limit)
+QCoro::Task<HealthChanges> HealthExportStore::workouts(QDateTime since, QByteArray anchor,
+                                                       int limit)
 {
     co_await requestRead();
     // The anchor is the set of workouts already handed out.

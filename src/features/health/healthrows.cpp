@@ -26,19 +26,14 @@ double seconds(const QDateTime &time)
 
 QJsonObject workout(const HealthWorkoutSample &s)
 {
-    const double distance = std::max({s.walkingRunning.value_or(0), s.cycling.value_or(0),
-                                      s.swimming.value_or(0)});
+    const double distance =
+        std::max({s.walkingRunning.value_or(0), s.cycling.value_or(0), s.swimming.value_or(0)});
     return QJsonObject{
-        {u"uuid"_s, s.uuid.toUpper()},
-        {u"activity"_s, HealthActivity::key(s.activityType)},
-        {u"start"_s, seconds(s.start)},
-        {u"end"_s, seconds(s.end)},
-        {u"duration_s"_s, s.duration},
-        {u"kcal"_s, orNull(s.kcal)},
-        {u"distance_m"_s, distance},
-        {u"avg_hr"_s, orNull(s.avgHr)},
-        {u"max_hr"_s, orNull(s.maxHr)},
-        {u"source"_s, s.source},
+        {u"uuid"_s, s.uuid.toUpper()},  {u"activity"_s, HealthActivity::key(s.activityType)},
+        {u"start"_s, seconds(s.start)}, {u"end"_s, seconds(s.end)},
+        {u"duration_s"_s, s.duration},  {u"kcal"_s, orNull(s.kcal)},
+        {u"distance_m"_s, distance},    {u"avg_hr"_s, orNull(s.avgHr)},
+        {u"max_hr"_s, orNull(s.maxHr)}, {u"source"_s, s.source},
     };
 }
 

@@ -46,8 +46,7 @@ HealthSync::HealthSync(HealthStore *store, CurrentUser currentUser, Clock now, Q
     , m_currentUser(std::move(currentUser))
     , m_now(now ? std::move(now) : Clock([] { return QDateTime::currentDateTime(); }))
     , m_linked(!storedUser().isEmpty())
-{
-}
+{}
 
 QString HealthSync::anchorKey(const QString &user)
 {
@@ -56,9 +55,10 @@ QString HealthSync::anchorKey(const QString &user)
 
 QString HealthSync::unavailableText()
 {
-    return L::t(u"Apple Health זמין רק באייפון. פתחו את Halvenmark באייפון כדי לחבר."_s,
-                u"Apple Health is on iPhone only. Open Halvenmark on your iPhone to connect."_s,
-                u"Apple Health есть только на iPhone. Откройте Halvenmark на iPhone, чтобы подключить."_s);
+    return L::t(
+        u"Apple Health זמין רק באייפון. פתחו את Halvenmark באייפון כדי לחבר."_s,
+        u"Apple Health is on iPhone only. Open Halvenmark on your iPhone to connect."_s,
+        u"Apple Health есть только на iPhone. Откройте Halvenmark на iPhone, чтобы подключить."_s);
 }
 
 QVariantMap HealthSync::viewMap() const
@@ -105,8 +105,8 @@ QCoro::Task<> HealthSync::connect()
         if (!self)
             co_return;
         setFailure(L::t(u"לא ניתן לפתוח את Apple Health: "_s, u"Could not open Apple Health: "_s,
-                        u"Не удалось открыть Apple Health: "_s)
-                   + syncFailureText(std::current_exception()));
+                        u"Не удалось открыть Apple Health: "_s) +
+                   syncFailureText(std::current_exception()));
         co_return;
     }
     if (!self)
@@ -253,7 +253,8 @@ QCoro::Task<> HealthSync::disconnect(bool forget)
     if (!self)
         co_return;
     if (!done) {
-        setFailure(L::t(u"אין חיבור לשרת."_s, u"Cannot reach the server."_s, u"Нет связи с сервером."_s));
+        setFailure(
+            L::t(u"אין חיבור לשרת."_s, u"Cannot reach the server."_s, u"Нет связи с сервером."_s));
         co_return;
     }
     setFailure({});

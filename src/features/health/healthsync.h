@@ -37,7 +37,8 @@ public:
     using CurrentUser = std::function<QString()>;
 
     // store may be null: the device has none, and the panel only says so.
-    HealthSync(HealthStore *store, CurrentUser currentUser, Clock now = {}, QObject *parent = nullptr);
+    HealthSync(HealthStore *store, CurrentUser currentUser, Clock now = {},
+               QObject *parent = nullptr);
 
     const std::optional<HealthView> &view() const { return m_view; }
     QVariantMap viewMap() const;

@@ -7,8 +7,7 @@ VaultClipboard::VaultClipboard(Clipboard &clipboard, Sleeper &sleeper, QObject *
     : QObject(parent)
     , m_clipboard(clipboard)
     , m_sleeper(sleeper)
-{
-}
+{}
 
 bool VaultClipboard::copy(const QString &text)
 {

@@ -16,8 +16,7 @@ struct VaultFailure : std::exception {
     VaultFailure(Kind kind, int status)
         : kind(kind)
         , status(status)
-    {
-    }
+    {}
     // "HTTP 500", or "Cannot reach the server." in the current language.
     QString text() const;
     const char *what() const noexcept override { return "VaultFailure"; }

@@ -88,9 +88,9 @@ QJsonObject VaultItem::toJson() const
 {
     QJsonObject out{{u"id"_s, id}, {u"kind"_s, kind}, {u"primary"_s, primary}};
     const std::pair<const char16_t *, const QString *> texts[] = {
-        {u"title", &title},       {u"username", &username}, {u"url", &url},
-        {u"client", &client},     {u"service", &service},   {u"site", &site},
-        {u"location", &location}, {u"cardholder", &cardholder}, {u"last4", &last4},
+        {u"title", &title},          {u"username", &username},     {u"url", &url},
+        {u"client", &client},        {u"service", &service},       {u"site", &site},
+        {u"location", &location},    {u"cardholder", &cardholder}, {u"last4", &last4},
         {u"updated_at", &updatedAt},
     };
     for (const auto &[key, text] : texts) {

@@ -202,7 +202,8 @@ QCoro::Task<> VaultStore::remove(QString id)
 
 QCoro::Task<QString> VaultStore::reveal(VaultItem item)
 {
-    const QJsonValue answer = co_await call("POST"_ba, itemPath(item.id, u"/reveal"_s), QJsonObject());
+    const QJsonValue answer =
+        co_await call("POST"_ba, itemPath(item.id, u"/reveal"_s), QJsonObject());
     co_return VaultOneBody::from(answer).value;
 }
 

@@ -46,9 +46,10 @@ QString empty()
 
 QString emptyLine()
 {
-    return L::t(u"שמרו כאן מפתחות, סיסמאות, כרטיסים וחתימות. הסוכן ישתמש בהם כשתרשו לו."_s,
-                u"Keep keys, passwords, cards and signatures here. The agent uses them when you allow it."_s,
-                u"Храните здесь ключи, пароли, карты и подписи. Агент использует их, когда вы разрешите."_s);
+    return L::t(
+        u"שמרו כאן מפתחות, סיסמאות, כרטיסים וחתימות. הסוכן ישתמש בהם כשתרשו לו."_s,
+        u"Keep keys, passwords, cards and signatures here. The agent uses them when you allow it."_s,
+        u"Храните здесь ключи, пароли, карты и подписи. Агент использует их, когда вы разрешите."_s);
 }
 
 QString noMatch()
@@ -59,7 +60,8 @@ QString noMatch()
 
 QString copied()
 {
-    return L::t(u"הועתק, יימחק מהלוח בעוד דקה"_s, u"Copied, cleared from the clipboard in a minute"_s,
+    return L::t(u"הועתק, יימחק מהלוח בעוד דקה"_s,
+                u"Copied, cleared from the clipboard in a minute"_s,
                 u"Скопировано, через минуту исчезнет из буфера обмена"_s);
 }
 
