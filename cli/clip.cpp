@@ -23,6 +23,8 @@ int main(int argc, char **argv)
         L::pin(arguments.at(lang + 1));
 
     QString secret = QTextStream(stdin).readLine();
+    if (secret.isEmpty())
+        return 1; // nothing to hold
     GuiClipboard clipboard;
     VaultClipboard copier(clipboard, Sleeper::real());
     QObject::connect(&copier, &VaultClipboard::expired, &app, [] { QCoreApplication::exit(0); });

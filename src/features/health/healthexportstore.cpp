@@ -224,7 +224,8 @@ HealthExportStore::Contents HealthExportStore::parse(QIODevice &device)
 
 QCoro::Task<> HealthExportStore::requestRead()
 {
-    if (m_contents)
+    const Holder holder = m_holder;
+    if (*holder)
         co_return;
     auto file = std::make_shared<QFile>(m_file);
     if (!file->open(QIODevice::ReadOnly))
@@ -243,15 +244,17 @@ QCoro::Task<> HealthExportStore::requestRead()
     co_await qCoro(reader.get()).waitForFinished();
     if (!*result)
         throw HealthStoreError(*error);
-    m_contents = std::make_shared<const Contents>(std::move(**result));
+    *holder = std::make_shared<const Contents>(std::move(**result));
 }
 
 QCoro::Task<QList<std::pair<QDate, double>>> HealthExportStore::daily(HealthMetric metric,
                                                                       QDateTime from, QDateTime to)
 {
+    const Holder holder = m_holder;
     co_await requestRead();
+    const std::shared_ptr<const Contents> contents = *holder;
     QList<std::pair<QDate, double>> out;
-    const auto &byDay = m_contents->days.value(metric);
+    const auto byDay = contents->days.value(metric);
     const QDate first = from.toLocalTime().date();
     const QDate last = to.toLocalTime().date();
     for (auto day = byDay.lowerBound(first); day != byDay.cend() && day.key() <= last; ++day) {
@@ -277,14 +280,16 @@ QCoro::Task<QList<std::pair<QDate, double>>> HealthExportStore::daily(HealthMetr
 QCoro::Task<HealthChanges> HealthExportStore::workouts(QDateTime since, QByteArray anchor,
                                                        int limit)
 {
+    const Holder holder = m_holder;
     co_await requestRead();
+    const std::shared_ptr<const Contents> contents = *holder;
     // The anchor is the set of workouts already handed out.
     QSet<QString> delivered;
     const QJsonArray known = QJsonDocument::fromJson(anchor).array();
     for (const QJsonValue &id : known)
         delivered.insert(id.toString());
     QSet<QString> present;
-    for (const HealthWorkoutSample &w : m_contents->workouts)
+    for (const HealthWorkoutSample &w : contents->workouts)
         present.insert(w.uuid);
 
     HealthChanges changes;
@@ -298,7 +303,7 @@ QCoro::Task<HealthChanges> HealthExportStore::workouts(QDateTime since, QByteArr
             delivered.remove(id);
         }
     }
-    for (const HealthWorkoutSample &w : m_contents->workouts) {
+    for (const HealthWorkoutSample &w : contents->workouts) {
         if (changes.added.size() + changes.deleted.size() >= limit)
             break;
         if (w.start >= since && !delivered.contains(w.uuid)) {

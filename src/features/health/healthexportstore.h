@@ -37,6 +37,9 @@ public:
     static QDateTime exportTime(QStringView text);
 
 private:
+    // Shared with queries under way, so one that resumes after the store is gone still
+    // has what it reads.
+    using Holder = std::shared_ptr<std::shared_ptr<const Contents>>;
     QString m_file;
-    std::shared_ptr<const Contents> m_contents;
+    Holder m_holder = std::make_shared<std::shared_ptr<const Contents>>();
 };
