@@ -87,10 +87,8 @@ QString line(const VaultItem &item)
 QCoro::Task<int> list(VaultStore &store, bool json)
 {
     co_await store.unlock();
-    if (!store.failure().isEmpty()) {
-        Console::err(store.failure());
-        co_return Refused;
-    }
+    if (store.loadError())
+        co_return report(store.loadError());
     if (json) {
         QJsonArray items;
         for (const VaultItem &item : store.items())
@@ -118,9 +116,8 @@ QCoro::Task<std::optional<VaultItem>> unlockedItem(VaultStore &store, QString id
         *code = Refused;
         co_return std::nullopt;
     }
-    if (!store.failure().isEmpty()) {
-        Console::err(store.failure());
-        *code = Refused;
+    if (store.loadError()) {
+        *code = report(store.loadError());
         co_return std::nullopt;
     }
     for (const VaultItem &item : store.items()) {

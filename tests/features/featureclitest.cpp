@@ -54,10 +54,13 @@ class FeatureCliTest : public QObject
         QList<int> out;
         for (const QJsonValue &entry : service.log()) {
             const QJsonObject e = entry.toObject();
-            if (e.value(u"path").toString() != u"webapi/health/sync" || e.value(u"status").toInt() != 200)
+            if (e.value(u"path").toString() != u"webapi/health/sync" ||
+                e.value(u"status").toInt() != 200)
                 continue;
-            const QJsonObject body = QJsonDocument::fromJson(e.value(u"body").toString().toUtf8()).object();
-            out << int(body.value(u"workouts").toArray().size() + body.value(u"deleted").toArray().size());
+            const QJsonObject body =
+                QJsonDocument::fromJson(e.value(u"body").toString().toUtf8()).object();
+            out << int(body.value(u"workouts").toArray().size() +
+                       body.value(u"deleted").toArray().size());
         }
         return out;
     }
@@ -79,11 +82,14 @@ private slots:
         QTest::addColumn<QStringList>("args");
         QTest::newRow("vault alone") << QStringList{"vault"};
         QTest::newRow("reveal without an id") << QStringList{"vault", "reveal"};
-        QTest::newRow("add of an unknown kind") << QStringList{"vault", "add", "pin", "--title", "t"};
+        QTest::newRow("add of an unknown kind")
+            << QStringList{"vault", "add", "pin", "--title", "t"};
         QTest::newRow("add without a title") << QStringList{"vault", "add", "login"};
-        QTest::newRow("field without =") << QStringList{"vault", "add", "note", "--title", "t", "--field", "x"};
+        QTest::newRow("field without =")
+            << QStringList{"vault", "add", "note", "--title", "t", "--field", "x"};
         QTest::newRow("import without a file") << QStringList{"health", "import"};
-        QTest::newRow("import of a missing file") << QStringList{"health", "import", "/nonexistent.xml"};
+        QTest::newRow("import of a missing file")
+            << QStringList{"health", "import", "/nonexistent.xml"};
         QTest::newRow("copy without a display") << QStringList{"vault", "copy", "v1"};
     }
 
@@ -106,13 +112,37 @@ private slots:
         QCOMPARE(run.status, 0);
         run = cli({"vault", "list", "--json"});
         QCOMPARE(run.status, 0);
-        const QJsonArray items = QJsonDocument::fromJson(run.out).object().value(u"items").toArray();
+        const QJsonArray items =
+            QJsonDocument::fromJson(run.out).object().value(u"items").toArray();
         QCOMPARE(items.size(), 1);
         QCOMPARE(items[0][u"username"].toString(), u"dana");
         QVERIFY(items[0][u"primary"].toBool());
         QVERIFY(!run.out.contains("hunter2"));
         QCOMPARE(cli({"vault", "rm", items[0][u"id"].toString()}).status, 0);
         QCOMPARE(cli({"vault", "rm", items[0][u"id"].toString()}).status, 1);
+    }
+
+    void vaultListExitStatus_data()
+    {
+        QTest::addColumn<QString>("trouble");
+        QTest::addColumn<int>("status");
+        QTest::newRow("server error") << u"status"_qs << 1;
+        QTest::newRow("server unreachable") << u"drop"_qs << 4;
+        QTest::newRow("session ended") << u"expire"_qs << 3;
+    }
+
+    void vaultListExitStatus()
+    {
+        QFETCH(QString, trouble);
+        QFETCH(int, status);
+        if (trouble == u"expire")
+            service.expire(u"demo"_qs);
+        else if (trouble == u"drop")
+            service.fault(
+                {{u"match"_qs, u"webapi/vault"_qs}, {u"drop"_qs, true}, {u"times"_qs, 3}});
+        else
+            service.fault({{u"match"_qs, u"webapi/vault"_qs}, {u"status"_qs, 500}});
+        QCOMPARE(cli({"vault", "list"}).status, status);
     }
 
     void healthImportThenALaterExport()
@@ -123,10 +153,11 @@ private slots:
             const QDateTime first(QDate::currentDate().addDays(-30), QTime(6, 0), Qt::UTC);
             for (int i = 0; i < count; ++i) {
                 const QString start = first.addSecs(i * 600).toString(u"yyyy-MM-dd HH:mm:ss +0000");
-                xml += QStringLiteral("<Workout workoutActivityType=\"HKWorkoutActivityTypeWalking\" "
-                                      "sourceName=\"W\" startDate=\"%1\" endDate=\"%1\"/>")
-                           .arg(start)
-                           .toUtf8();
+                xml +=
+                    QStringLiteral("<Workout workoutActivityType=\"HKWorkoutActivityTypeWalking\" "
+                                   "sourceName=\"W\" startDate=\"%1\" endDate=\"%1\"/>")
+                        .arg(start)
+                        .toUtf8();
             }
             QFile file(dir.filePath(u"export.xml"_qs));
             QVERIFY(file.open(QIODevice::WriteOnly));

@@ -112,6 +112,11 @@ QCoro::Task<> HealthSync::connect()
     if (!self)
         co_return;
     const QString user = m_currentUser();
+    if (user.isEmpty()) {
+        setFailure(
+            L::t(u"לא נכנסתם לחשבון."_s, u"You are not signed in."_s, u"Вы не вошли в аккаунт."_s));
+        co_return;
+    }
     AppData::setSetting(QString::fromLatin1(userKey), user);
     AppData::removeSetting(anchorKey(user));
     setFailure({});

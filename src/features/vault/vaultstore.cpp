@@ -143,19 +143,20 @@ QCoro::Task<> VaultStore::load()
     QPointer<VaultStore> self(this);
     setLoading(true);
     QList<VaultItem> items;
-    QString failure;
+    std::exception_ptr error;
     try {
         const QJsonValue body = co_await call("GET"_ba, u"webapi/vault"_s, std::nullopt);
         items = vaultListBody(body);
     } catch (...) {
-        failure = VaultFailure::textOf(std::current_exception());
+        error = std::current_exception();
     }
     if (!self)
         co_return;
     setLoading(false);
-    setFailure(failure);
+    m_loadError = error;
+    setFailure(error ? VaultFailure::textOf(error) : QString());
     // Locked while the list was on its way: it is not shown.
-    if (failure.isEmpty() && m_unlocked)
+    if (!error && m_unlocked)
         setItems(std::move(items));
 }
 

@@ -10,6 +10,7 @@
 #include <QVariantList>
 
 #include <chrono>
+#include <exception>
 #include <optional>
 
 class Clipboard;
@@ -47,6 +48,8 @@ public:
     QString failure() const { return m_failure; }
     bool unlocked() const { return m_unlocked; }
     QString authError() const { return m_authError; }
+    // What the last load() failed with (for exit statuses); null when it did not.
+    std::exception_ptr loadError() const { return m_loadError; }
 
     // Whether the app is in front. Going to the background locks the vault.
     void setActive(bool active);
@@ -85,6 +88,7 @@ private:
     QList<VaultItem> m_items;
     bool m_loading = false;
     QString m_failure;
+    std::exception_ptr m_loadError;
     bool m_unlocked = false;
     QString m_authError;
     bool m_active = true;
