@@ -434,7 +434,7 @@ private slots:
         write({u"2026-06-01 10:00:00"_s, u"2026-06-02 10:00:00"_s, u"2025-01-01 10:00:00"_s});
         HealthExportStore first(dir.filePath(u"export.xml"_s));
         const QDateTime since = now.addDays(-365);
-        const HealthChanges a = Sync::run(first.workouts(since, {}, 1));
+        const HealthChanges a = Sync::run(first.workouts(since, QByteArray(), 1));
         const HealthChanges b = Sync::run(first.workouts(since, a.anchor, 1));
         const HealthChanges c = Sync::run(first.workouts(since, b.anchor, 1));
         QCOMPARE(a.added.size() + b.added.size() + c.added.size(), 2); // the old one is outside
