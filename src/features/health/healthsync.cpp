@@ -136,7 +136,7 @@ QCoro::Task<> HealthSync::sync()
     QPointer<HealthSync> self(this);
     setSyncing(true);
     m_pending = false;
-    QString failure;
+    std::exception_ptr error;
     try {
         do {
             m_pending = false;
@@ -145,18 +145,18 @@ QCoro::Task<> HealthSync::sync()
                 co_return;
         } while (m_pending);
     } catch (...) {
-        failure = syncFailureText(std::current_exception());
+        error = std::current_exception();
     }
     if (!self)
         co_return;
     m_pending = false;
-    if (failure.isEmpty()) {
+    if (!error) {
         setFailure({});
         co_await refresh();
         if (!self)
             co_return;
     } else {
-        setFailure(failure);
+        setFailure(syncFailureText(error));
     }
     setSyncing(false);
 }
