@@ -19,4 +19,8 @@ struct Invocation {
     double wait = 0;             // --wait SECONDS
     QString output;              // --output FILE
     double rate = 0;             // --rate R (chat play); 0 when not given
+    QString title;               // --title T (vault add)
+    QStringList fields;          // --field KEY=VALUE, repeatable (vault add)
+    bool primary = false;        // --primary (vault add)
+    bool forget = false;         // --forget (health disconnect)
 };

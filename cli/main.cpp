@@ -4,12 +4,14 @@
 #include "clivitals.h"
 #include "debugcommands.h"
 #include "console.h"
+#include "healthcommands.h"
 #include "invocation.h"
 #include "outcome.h"
 #include "pagecommands.h"
 #include "pushcommands.h"
 #include "render.h"
 #include "sessioncommands.h"
+#include "vaultcommands.h"
 
 using namespace Qt::StringLiterals;
 
@@ -47,6 +49,8 @@ const std::map<QString, Command> &commands()
         {u"chat"_s, ChatCommands::chat},
         {u"push"_s, PushCommands::push},
         {u"debug"_s, DebugCommands::debug},
+        {u"health"_s, HealthCommands::health},
+        {u"vault"_s, VaultCommands::vault},
     };
     return table;
 }
@@ -70,6 +74,13 @@ QString summary()
         "  chat                                שיחה אינטראקטיבית\n"
         "  render [--html | --ansi | --plain] טקסט של הודעה מהקלט, כפי שהוא מוצג\n"
         "  prefs [set KEY VALUE]               העדפות בשרת\n"
+        "  health [--json]                     סיכום הבריאות מהשרת\n"
+        "  health import FILE                  קישור וסנכרון מייצוא export.xml של הטלפון\n"
+        "  health disconnect [--forget]        ניתוק (‎--forget‎ מוחק גם מהשרת)\n"
+        "  vault list [--json] | vault generate  הכספת (בלי סודות); סיסמה חדשה\n"
+        "  vault reveal ID | vault copy ID     סוד אחד, אחרי סיסמת חשבון המערכת\n"
+        "  vault add KIND --title T [--field KEY=VALUE]... [--primary] | vault rm ID\n"
+        "                                      הוספה (VALUE ‎-‎ נקרא מהקלט); מחיקה\n"
         "  logout                              יציאה\n"
         "  delete-account                      מחיקת החשבון\n"
         "  push status [--json] | push test    בדיקת ההתראות; התראת בדיקה\n"
@@ -95,6 +106,13 @@ QString summary()
         "  chat                                an interactive conversation\n"
         "  render [--html | --ansi | --plain] one message text from stdin, as it is shown\n"
         "  prefs [set KEY VALUE]               server-side preferences\n"
+        "  health [--json]                     the health summary from the server\n"
+        "  health import FILE                  link and sync from a phone's export.xml\n"
+        "  health disconnect [--forget]        unlink (--forget deletes it on the server too)\n"
+        "  vault list [--json] | vault generate  the vault (no secrets); a new password\n"
+        "  vault reveal ID | vault copy ID     one secret, after the system account's password\n"
+        "  vault add KIND --title T [--field KEY=VALUE]... [--primary] | vault rm ID\n"
+        "                                      add (a VALUE of - is read from stdin); delete\n"
         "  logout                              sign out\n"
         "  delete-account                      delete the account\n"
         "  push status [--json] | push test    check notifications; send a test one\n"
@@ -120,6 +138,13 @@ QString summary()
         "  chat                                интерактивный разговор\n"
         "  render [--html | --ansi | --plain] текст сообщения из ввода, как он показывается\n"
         "  prefs [set KEY VALUE]               настройки на сервере\n"
+        "  health [--json]                     сводка о здоровье с сервера\n"
+        "  health import FILE                  подключить и синхронизировать export.xml телефона\n"
+        "  health disconnect [--forget]        отключить (--forget удаляет и на сервере)\n"
+        "  vault list [--json] | vault generate  хранилище (без секретов); новый пароль\n"
+        "  vault reveal ID | vault copy ID     один секрет, после пароля учётной записи\n"
+        "  vault add KIND --title T [--field KEY=VALUE]... [--primary] | vault rm ID\n"
+        "                                      добавить (VALUE - читается из ввода); удалить\n"
         "  logout                              выйти\n"
         "  delete-account                      удалить аккаунт\n"
         "  push status [--json] | push test    проверка уведомлений; тестовое уведомление\n"
@@ -164,6 +189,11 @@ int main(int argc, char **argv)
     const QCommandLineOption rate(u"rate"_s, u"chat play: speed 1, 1.5 or 2."_s, u"R"_s);
     parser.addOptions({json, user, token, lang, every, project, file, replyTo, wait, html, ansi, plain,
                        output, rate});
+    const QCommandLineOption title(u"title"_s, u"vault add: the item's title."_s, u"T"_s);
+    const QCommandLineOption field(u"field"_s, u"vault add: one field (repeatable)."_s, u"KEY=VALUE"_s);
+    const QCommandLineOption primary(u"primary"_s, u"vault add: the default of its kind."_s);
+    const QCommandLineOption forget(u"forget"_s, u"health disconnect: delete it on the server too."_s);
+    parser.addOptions({title, field, primary, forget});
     parser.addPositionalArgument(u"command"_s, u"What to do."_s);
 
     if (!parser.parse(QCoreApplication::arguments())) {
@@ -213,6 +243,10 @@ int main(int argc, char **argv)
         in.project = id;
     }
     in.files = parser.values(file);
+    in.title = parser.value(title);
+    in.fields = parser.values(field);
+    in.primary = parser.isSet(primary);
+    in.forget = parser.isSet(forget);
     if (parser.isSet(replyTo)) {
         bool number = false;
         const qint64 seq = parser.value(replyTo).toLongLong(&number);

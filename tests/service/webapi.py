@@ -11,6 +11,7 @@ import chat
 import chatapi
 import pushreport
 import voicenotes
+import features
 from state import State, User
 from wire import (COOKIE_NAME, Reject, digest, dumps, header_dict, json_body, reply,
                   seconds_text, session_cookie, text_or_empty, unauthorized)
@@ -199,6 +200,9 @@ PATTERNS = [
     (re.compile(r"runs/([^/]+)"), {"GET": chatapi.run}),
     (re.compile(r"tasks/p-([1-9][0-9]{0,17})/stop"), {"POST": chatapi.stop_task}),
 ] + [(re.compile(pattern), methods) for pattern, methods in voicenotes.PATTERNS]
+]
+ROUTES.update(features.ROUTES)
+PATTERNS += features.PATTERNS
 
 
 def _route(call: Call) -> tuple[bool, dict | None]:

@@ -1,0 +1,184 @@
+// health and vault in the terminal client, as scripts drive them: exit statuses, what goes
+// to the server, and that nothing is asked before it can be used.
+
+#include "support/service.h"
+#include "support/testhome.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+
+struct Run {
+    int status = -1;
+    QByteArray out;
+    QString err;
+};
+
+} // namespace
+
+class FeatureCliTest : public QObject
+{
+    Q_OBJECT
+
+    Service service;
+    std::unique_ptr<TestHome> home;
+
+    Run cli(const QStringList &args, const QByteArray &input = {})
+    {
+        QProcess process;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("HALVENMARK_HOME"), home->path());
+        env.insert(QStringLiteral("HALVENMARK_SECRETS"), QStringLiteral("file"));
+        env.insert(QStringLiteral("HALVENMARK_SERVER"), service.base().toString());
+        env.insert(QStringLiteral("LANG"), QStringLiteral("C.UTF-8"));
+        env.remove(QStringLiteral("DISPLAY"));
+        env.remove(QStringLiteral("WAYLAND_DISPLAY"));
+        process.setProcessEnvironment(env);
+        process.start(QStringLiteral(HALVENMARK_CLI), args);
+        process.write(input);
+        process.closeWriteChannel();
+        if (!process.waitForFinished(30'000))
+            process.kill();
+        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+                process.readAllStandardOutput(), QString::fromUtf8(process.readAllStandardError())};
+    }
+
+    // Sizes of the accepted health pages, in order.
+    QList<int> pages()
+    {
+        QList<int> out;
+        for (const QJsonValue &entry : service.log()) {
+            const QJsonObject e = entry.toObject();
+            if (e.value(u"path").toString() != u"webapi/health/sync" ||
+                e.value(u"status").toInt() != 200)
+                continue;
+            const QJsonObject body =
+                QJsonDocument::fromJson(e.value(u"body").toString().toUtf8()).object();
+            out << int(body.value(u"workouts").toArray().size() +
+                       body.value(u"deleted").toArray().size());
+        }
+        return out;
+    }
+
+private slots:
+    void initTestCase() { QVERIFY2(service.running(), "the reference service did not start"); }
+
+    void init()
+    {
+        home.reset();
+        home = std::make_unique<TestHome>();
+        service.reset();
+        QCOMPARE(cli({"login", "--user", "demo"}, "demo-password\n").status, 0);
+        service.clearLog();
+    }
+
+    void usage_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::newRow("vault alone") << QStringList{"vault"};
+        QTest::newRow("reveal without an id") << QStringList{"vault", "reveal"};
+        QTest::newRow("add of an unknown kind")
+            << QStringList{"vault", "add", "pin", "--title", "t"};
+        QTest::newRow("add without a title") << QStringList{"vault", "add", "login"};
+        QTest::newRow("field without =")
+            << QStringList{"vault", "add", "note", "--title", "t", "--field", "x"};
+        QTest::newRow("import without a file") << QStringList{"health", "import"};
+        QTest::newRow("import of a missing file")
+            << QStringList{"health", "import", "/nonexistent.xml"};
+        QTest::newRow("copy without a display") << QStringList{"vault", "copy", "v1"};
+    }
+
+    void usage()
+    {
+        QFETCH(QStringList, args);
+        const Run run = cli(args, "not a password\n");
+        QCOMPARE(run.status, 2);
+        QVERIFY(!run.err.isEmpty());
+        QVERIFY(!run.err.contains(u"Password"));
+        for (const QJsonValue &entry : service.log())
+            QVERIFY(!entry.toObject().value(u"path").toString().startsWith(u"webapi/vault"));
+    }
+
+    void vaultAddListRemove()
+    {
+        Run run = cli({"vault", "add", "login", "--title", "Mail", "--field", "username=dana",
+                       "--field", "password=-", "--primary"},
+                      "hunter2\n");
+        QCOMPARE(run.status, 0);
+        run = cli({"vault", "list", "--json"});
+        QCOMPARE(run.status, 0);
+        const QJsonArray items =
+            QJsonDocument::fromJson(run.out).object().value(u"items").toArray();
+        QCOMPARE(items.size(), 1);
+        QCOMPARE(items[0][u"username"].toString(), u"dana");
+        QVERIFY(items[0][u"primary"].toBool());
+        QVERIFY(!run.out.contains("hunter2"));
+        QCOMPARE(cli({"vault", "rm", items[0][u"id"].toString()}).status, 0);
+        QCOMPARE(cli({"vault", "rm", items[0][u"id"].toString()}).status, 1);
+    }
+
+    void vaultListExitStatus_data()
+    {
+        QTest::addColumn<QString>("trouble");
+        QTest::addColumn<int>("status");
+        QTest::newRow("server error") << u"status"_qs << 1;
+        QTest::newRow("server unreachable") << u"drop"_qs << 4;
+        QTest::newRow("session ended") << u"expire"_qs << 3;
+    }
+
+    void vaultListExitStatus()
+    {
+        QFETCH(QString, trouble);
+        QFETCH(int, status);
+        if (trouble == u"expire")
+            service.expire(u"demo"_qs);
+        else if (trouble == u"drop")
+            service.fault(
+                {{u"match"_qs, u"webapi/vault"_qs}, {u"drop"_qs, true}, {u"times"_qs, 3}});
+        else
+            service.fault({{u"match"_qs, u"webapi/vault"_qs}, {u"status"_qs, 500}});
+        QCOMPARE(cli({"vault", "list"}).status, status);
+    }
+
+    void healthImportThenALaterExport()
+    {
+        QTemporaryDir dir;
+        const auto write = [&](int count) {
+            QByteArray xml = "<HealthData>";
+            const QDateTime first(QDate::currentDate().addDays(-30), QTime(6, 0), Qt::UTC);
+            for (int i = 0; i < count; ++i) {
+                const QString start = first.addSecs(i * 600).toString(u"yyyy-MM-dd HH:mm:ss +0000");
+                xml +=
+                    QStringLiteral("<Workout workoutActivityType=\"HKWorkoutActivityTypeWalking\" "
+                                   "sourceName=\"W\" startDate=\"%1\" endDate=\"%1\"/>")
+                        .arg(start)
+                        .toUtf8();
+            }
+            QFile file(dir.filePath(u"export.xml"_qs));
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(xml + "</HealthData>");
+        };
+        write(520);
+        Run run = cli({"health", "import", dir.filePath(u"export.xml"_qs), "--json"});
+        QCOMPARE(run.status, 0);
+        QCOMPARE(QJsonDocument::fromJson(run.out).object().value(u"total_workouts").toInt(), 520);
+        QCOMPARE(pages(), (QList<int>{500, 20}));
+
+        service.clearLog();
+        write(523); // the next export of the same phone: three more
+        QCOMPARE(cli({"health", "import", dir.filePath(u"export.xml"_qs)}).status, 0);
+        QCOMPARE(pages(), QList<int>{3});
+
+        QCOMPARE(cli({"health", "disconnect", "--forget"}).status, 0);
+        run = cli({"health", "--json"});
+        QCOMPARE(QJsonDocument::fromJson(run.out).object().value(u"connected").toBool(true), false);
+    }
+};
+
+QTEST_GUILESS_MAIN(FeatureCliTest)
+#include "featureclitest.moc"

@@ -1,0 +1,355 @@
+// The vault: the password generator, the clipboard's minute, and the store against the
+// reference service (unlocking, locking, reveal, and what a failed call says).
+
+#include "features/vault/vaultclipboard.h"
+#include "features/vault/vaultfailure.h"
+#include "features/vault/vaultpassword.h"
+#include "features/vault/vaultstore.h"
+#include "platform/clipboard.h"
+#include "platform/ownerauth.h"
+#include "support/fakesleeper.h"
+#include "support/testhome.h"
+#include "support/testidentity.h"
+#include "text/l.h"
+
+#include <QDirIterator>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <array>
+#include <limits>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class FakeClipboard : public Clipboard
+{
+public:
+    QString content;
+    bool secretMark = false;
+    bool present = true;
+
+    bool putSecret(const QString &text) override
+    {
+        if (!present)
+            return false;
+        content = text;
+        secretMark = true;
+        return true;
+    }
+    bool holds(const QString &text) const override { return content == text; }
+    void clear() override { content.clear(); }
+};
+
+class FakeOwner : public OwnerAuth
+{
+public:
+    QString missing;
+    bool accept = true;
+    int asked = 0;
+
+    QString unavailable() const override { return missing; }
+    QCoro::Task<Outcome> evaluate(QString) override
+    {
+        ++asked;
+        co_return Outcome{accept, accept ? QString() : u"Wrong password."_s};
+    }
+};
+
+int countWhere(const QJsonArray &log, const QString &method, const QString &path)
+{
+    int n = 0;
+    for (const QJsonValue &entry : log) {
+        const QJsonObject e = entry.toObject();
+        if (e.value(u"method").toString() == method && e.value(u"path").toString() == path)
+            ++n;
+    }
+    return n;
+}
+
+} // namespace
+
+class VaultTest : public QObject
+{
+    Q_OBJECT
+
+    TestHome home;
+    Service service;
+    TestIdentity identity;
+    FakeSleeper sleeper;
+    FakeOwner owner;
+    FakeClipboard clipboard;
+
+    // A new item through the service itself, as another device would have saved it.
+    QString seed(const QString &kind, const QString &title, const QString &secretKey,
+                 const QString &secret)
+    {
+        VaultStore store(owner, nullptr, sleeper);
+        const QMap<QString, QString> fields{{u"title"_s, title}, {secretKey, secret}};
+        const VaultKind k = *VaultKinds::from(kind);
+        return Sync::run(store.save(std::nullopt, k, fields, false)).id;
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY2(service.running(), "the reference service did not start");
+        identity.use(service);
+        L::pin(u"en"_s);
+    }
+
+    void init()
+    {
+        service.reset();
+        identity.signIn();
+        owner = FakeOwner();
+        clipboard = FakeClipboard();
+        sleeper.requested.clear();
+    }
+
+    void generatedPasswordsAreUniformOverTheAlphabet()
+    {
+        const QString alphabet = QString::fromUtf16(VaultPassword::alphabet);
+        QCOMPARE(alphabet.size(), 69);
+        for (const QChar confusable : u"IOl01"_s)
+            QVERIFY(!alphabet.contains(confusable));
+
+        constexpr int passwords = 100'000;
+        std::array<qint64, 69> counts{};
+        for (int i = 0; i < passwords; ++i) {
+            const QString password = VaultStore::generate();
+            QCOMPARE(password.size(), 20);
+            for (const QChar c : password) {
+                const qsizetype at = alphabet.indexOf(c);
+                QVERIFY2(at >= 0, qPrintable(u"not in the alphabet: "_s + c));
+                ++counts[size_t(at)];
+            }
+        }
+        const double expected = passwords * 20.0 / 69.0;
+        double chi2 = 0;
+        for (const qint64 n : counts) {
+            QVERIFY(n > 0);
+            chi2 += (n - expected) * (n - expected) / expected;
+        }
+        // 68 degrees of freedom: a fair source exceeds 153 about once in 10^8 runs.
+        QVERIFY2(chi2 < 153, qPrintable(u"chi-square %1"_s.arg(chi2)));
+    }
+
+    void drawsInTheUnevenTopAreRedrawn_data()
+    {
+        QTest::addColumn<quint64>("bound");
+        QTest::addColumn<QList<quint64>>("draws");
+        QTest::addColumn<quint64>("index");
+        QTest::addColumn<int>("used");
+        const quint64 top = std::numeric_limits<quint64>::max();
+        // 2^64 = 69·q + 52: the 52 highest draws are thrown away.
+        QTest::newRow("top draw rejected")
+            << quint64(69) << QList<quint64>{top, 5} << quint64(5) << 2;
+        QTest::newRow("lowest of the remainder rejected")
+            << quint64(69) << QList<quint64>{top - 51, 70} << quint64(1) << 2;
+        QTest::newRow("last fair draw kept")
+            << quint64(69) << QList<quint64>{top - 52} << quint64(68) << 1;
+        QTest::newRow("power of two has no remainder")
+            << quint64(64) << QList<quint64>{top} << quint64(63) << 1;
+    }
+
+    void drawsInTheUnevenTopAreRedrawn()
+    {
+        QFETCH(quint64, bound);
+        QFETCH(QList<quint64>, draws);
+        QFETCH(quint64, index);
+        QFETCH(int, used);
+        int next = 0;
+        const quint64 got = VaultPassword::uniform(bound, [&] { return draws.value(next++); });
+        QCOMPARE(got, index);
+        QCOMPARE(next, used);
+    }
+
+    void clipboardIsClearedAfterAMinuteOnlyWhileOurs_data()
+    {
+        QTest::addColumn<QString>("copiedMeanwhile"); // "" = nothing else copied
+        QTest::addColumn<bool>("cleared");
+        QTest::newRow("still ours") << QString() << true;
+        QTest::newRow("the person copied something else") << u"their own text"_s << false;
+    }
+
+    void clipboardIsClearedAfterAMinuteOnlyWhileOurs()
+    {
+        QFETCH(QString, copiedMeanwhile);
+        QFETCH(bool, cleared);
+        VaultClipboard copier(clipboard, sleeper);
+        QSignalSpy expired(&copier, &VaultClipboard::expired);
+        QVERIFY(copier.copy(u"s3cret"_s));
+        QVERIFY(clipboard.secretMark);
+        QCOMPARE(sleeper.requested, QList<std::chrono::milliseconds>{std::chrono::seconds(60)});
+        QCOMPARE(clipboard.content, u"s3cret"_s);
+        if (!copiedMeanwhile.isEmpty())
+            clipboard.content = copiedMeanwhile;
+        sleeper.advance();
+        QTRY_COMPARE(expired.size(), 1);
+        QCOMPARE(expired.first().first().toBool(), cleared);
+        QCOMPARE(clipboard.content, cleared ? QString() : copiedMeanwhile);
+    }
+
+    void noClipboardMeansNoCopy()
+    {
+        clipboard.present = false;
+        VaultStore store(owner, &clipboard, sleeper);
+        QVERIFY(!store.copy(u"x"_s));
+        QCOMPARE(sleeper.waiting(), 0);
+    }
+
+    void unlock_data()
+    {
+        QTest::addColumn<bool>("active");
+        QTest::addColumn<QString>("missing");
+        QTest::addColumn<bool>("accept");
+        QTest::addColumn<bool>("unlocked");
+        QTest::addColumn<int>("asked");
+        QTest::newRow("in front, accepted") << true << QString() << true << true << 1;
+        QTest::newRow("in front, refused") << true << QString() << false << false << 1;
+        QTest::newRow("no way to ask") << true << u"No account"_s << true << false << 0;
+        QTest::newRow("in the background") << false << QString() << true << false << 0;
+    }
+
+    void unlock()
+    {
+        QFETCH(bool, active);
+        QFETCH(QString, missing);
+        QFETCH(bool, accept);
+        QFETCH(bool, unlocked);
+        QFETCH(int, asked);
+        seed(u"login"_s, u"Mail"_s, u"password"_s, u"pw"_s);
+        owner.missing = missing;
+        owner.accept = accept;
+        VaultStore store(owner, &clipboard, sleeper);
+        store.setActive(active);
+        Sync::run(store.unlock());
+        QCOMPARE(owner.asked, asked);
+        QCOMPARE(store.unlocked(), unlocked);
+        QCOMPARE(store.items().size(), unlocked ? 1 : 0);
+        QCOMPARE(store.authError().isEmpty(), unlocked || !active);
+    }
+
+    void goingToTheBackgroundLocks()
+    {
+        seed(u"note"_s, u"Plan"_s, u"note"_s, u"text"_s);
+        VaultStore store(owner, &clipboard, sleeper);
+        Sync::run(store.unlock());
+        QCOMPARE(store.items().size(), 1);
+        store.setActive(false);
+        QVERIFY(!store.unlocked());
+        QVERIFY(store.items().isEmpty());
+        store.setActive(true);
+        QVERIFY(!store.unlocked()); // back in front: locked until asked again
+    }
+
+    void listArrivingAfterLockIsNotShown()
+    {
+        seed(u"note"_s, u"Plan"_s, u"note"_s, u"text"_s);
+        VaultStore store(owner, &clipboard, sleeper);
+        Sync::run(store.unlock());
+        service.fault({{u"match"_s, u"webapi/vault"_s}, {u"delay"_s, 0.3}});
+        auto loading = store.load();
+        store.lock();
+        Sync::run(std::move(loading));
+        QVERIFY(store.items().isEmpty());
+    }
+
+    void saveRevealAndRemove()
+    {
+        VaultStore store(owner, &clipboard, sleeper);
+        Sync::run(store.unlock());
+        const QMap<QString, QString> first{{u"title"_s, u"Work"_s}, {u"key"_s, u"sk-1"_s}};
+        const VaultItem a = Sync::run(store.save(std::nullopt, VaultKind::ApiKey, first, true));
+        const QMap<QString, QString> second{{u"title"_s, u"Home"_s}, {u"key"_s, u"sk-2"_s}};
+        const VaultItem b = Sync::run(store.save(std::nullopt, VaultKind::ApiKey, second, true));
+        QCOMPARE(store.items().size(), 2);
+        // One default per kind: the newer primary takes it from the older.
+        for (const VaultItem &item : store.items())
+            QCOMPARE(item.primary, item.id == b.id);
+
+        service.clearLog();
+        for (int i = 0; i < 2; ++i)
+            QCOMPARE(Sync::run(store.reveal(a)), u"sk-1"_s);
+        // Asked of the server each time, and nowhere in what the store holds.
+        QCOMPARE(countWhere(service.log(), u"POST"_s, u"webapi/vault/%1/reveal"_s.arg(a.id)), 2);
+        const QByteArray held = QJsonDocument::fromVariant(store.itemMaps()).toJson();
+        QVERIFY(!held.contains("sk-1") && !held.contains("sk-2"));
+        // Nor in any file of the app's (settings, page cache, outbox).
+        QDirIterator files(home.path(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+        while (files.hasNext()) {
+            QFile file(files.next());
+            QVERIFY(file.open(QIODevice::ReadOnly));
+            QVERIFY2(!file.readAll().contains("sk-1"), qPrintable(file.fileName()));
+        }
+
+        const QMap<QString, QString> edit{{u"title"_s, u"Work 2"_s}};
+        Sync::run(store.save(a, VaultKind::ApiKey, edit, false));
+        QCOMPARE(Sync::run(store.reveal(a)), u"sk-1"_s); // secret kept
+        Sync::run(store.remove(b.id));
+        QCOMPARE(store.items().size(), 1);
+        QCOMPARE(store.items().first().title, u"Work 2"_s);
+    }
+
+    void callFailureTexts_data()
+    {
+        QTest::addColumn<QJsonObject>("fault");
+        QTest::addColumn<bool>("advanceClock");
+        QTest::addColumn<QString>("failure");
+        const QString unreachable = u"Cannot reach the server."_s;
+        QTest::newRow("server error, its reason not shown")
+            << QJsonObject{{u"status"_s, 500}, {u"body"_s, QJsonObject{{u"error"_s, u"boom"_s}}}}
+            << false << u"HTTP 500"_s;
+        QTest::newRow("bad gateway is a status too")
+            << QJsonObject{{u"status"_s, 502}} << false << u"HTTP 502"_s;
+        QTest::newRow("connection dropped")
+            << QJsonObject{{u"drop"_s, true}, {u"times"_s, 3}} << false << unreachable;
+        QTest::newRow("no answer within the minute")
+            << QJsonObject{{u"delay"_s, 20}} << true << unreachable;
+    }
+
+    void callFailureTexts()
+    {
+        QFETCH(QJsonObject, fault);
+        QFETCH(bool, advanceClock);
+        QFETCH(QString, failure);
+        VaultStore store(owner, &clipboard, sleeper);
+        Sync::run(store.unlock());
+        sleeper.requested.clear();
+        fault.insert(u"match"_s, u"webapi/vault"_s);
+        service.fault(fault);
+        QElapsedTimer clock;
+        clock.start();
+        bool done = false;
+        auto body = [&]() -> QCoro::Task<> {
+            co_await store.load();
+            done = true;
+        };
+        auto loading = body();
+        if (advanceClock) {
+            QTRY_VERIFY(sleeper.waiting() > 0);
+            sleeper.advance();
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(done, 10'000);
+        QCOMPARE(store.failure(), failure);
+        QCOMPARE(sleeper.requested.first(), std::chrono::milliseconds(std::chrono::seconds(60)));
+        QVERIFY(clock.elapsed() < 15'000); // the minute passed on the fake clock
+        QVERIFY(store.items().isEmpty());
+        service.control("DELETE", u"faults"_s);
+    }
+
+    void signedOutCallThrowsUnauthorized()
+    {
+        VaultStore store(owner, &clipboard, sleeper);
+        identity.value.clear();
+        const VaultItem item;
+        QVERIFY_THROWS_EXCEPTION(Api::Unauthorized, Sync::run(store.reveal(item)));
+    }
+};
+
+QTEST_GUILESS_MAIN(VaultTest)
+#include "vaulttest.moc"
