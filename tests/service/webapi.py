@@ -200,7 +200,6 @@ PATTERNS = [
     (re.compile(r"runs/([^/]+)"), {"GET": chatapi.run}),
     (re.compile(r"tasks/p-([1-9][0-9]{0,17})/stop"), {"POST": chatapi.stop_task}),
 ] + [(re.compile(pattern), methods) for pattern, methods in voicenotes.PATTERNS]
-]
 ROUTES.update(features.ROUTES)
 PATTERNS += features.PATTERNS
 
