@@ -9,6 +9,7 @@ from aiohttp import WSMsgType, web
 
 import chat
 import chatapi
+import workspace
 from state import State, User
 from wire import (COOKIE_NAME, Reject, digest, dumps, header_dict, json_body, reply,
                   seconds_text, session_cookie, text_or_empty, unauthorized)
@@ -190,11 +191,13 @@ ROUTES = {
     "messages": (False, {"GET": chatapi.messages}),
     "chat": (False, {"POST": chatapi.send}),
     "router/feedback": (False, {"POST": chatapi.feedback}),
+    **workspace.ROUTES,
 }
 # Paths with a variable part, all for signed-in users.
 PATTERNS = [
     (re.compile(r"runs/([^/]+)"), {"GET": chatapi.run}),
     (re.compile(r"tasks/p-([1-9][0-9]{0,17})/stop"), {"POST": chatapi.stop_task}),
+    *workspace.PATTERNS,
 ]
 
 
