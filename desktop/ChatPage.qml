@@ -14,7 +14,11 @@ Item {
     property bool stick: true
 
     function toEnd() {
-        list.positionViewAtEnd()
+        // A conversation shorter than the view stays at its top.
+        if (list.contentHeight > list.height)
+            list.positionViewAtEnd()
+        else
+            list.positionViewAtBeginning()
         stick = true
         if (chat)
             chat.markRead()

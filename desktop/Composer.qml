@@ -24,8 +24,10 @@ Rectangle {
     }
 
     function follow() {
-        if (store && area.text !== store.composerText)
+        if (store && area.text !== store.composerText) {
             area.text = store.composerText
+            area.cursorPosition = area.length
+        }
     }
 
     Connections {
@@ -113,7 +115,8 @@ Rectangle {
         Label {
             objectName: "sendError"
             Layout.fillWidth: true
-            visible: text !== ""
+            // A refused turn says it on its own card.
+            visible: text !== "" && !(composer.chat && composer.chat.pending.some(t => t.state === "failed"))
             text: composer.store ? composer.store.sendError : ""
             color: Theme.danger
             wrapMode: Text.Wrap
@@ -124,8 +127,8 @@ Rectangle {
             spacing: 6
             ToolButton {
                 objectName: "attachButton"
-                text: "📎"
-                font.pixelSize: 18
+                text: "+"
+                font.pixelSize: 22
                 onClicked: picker.open()
                 ToolTip.visible: hovered
                 ToolTip.text: Lang.t("צירוף קבצים", "Attach files", "Прикрепить файлы")

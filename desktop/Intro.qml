@@ -42,7 +42,8 @@ Item {
             wrapMode: Text.Wrap
         }
         LanguagePicker {
-            visible: intro.step === 0
+            opacity: intro.step === 0 ? 1 : 0
+            enabled: intro.step === 0
         }
         RowLayout {
             Layout.fillWidth: true

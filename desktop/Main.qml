@@ -12,21 +12,6 @@ ApplicationWindow {
     title: "Halvenmark"
     color: Theme.background
 
-    palette.window: Theme.background
-    palette.windowText: Theme.text
-    palette.base: Theme.surface
-    palette.text: Theme.text
-    palette.button: Theme.raised
-    palette.buttonText: Theme.text
-    palette.highlight: Theme.accent
-    palette.highlightedText: "#ffffff"
-    palette.placeholderText: Theme.subtle
-    palette.mid: Theme.border
-    palette.dark: Theme.accent
-    palette.light: Theme.surface
-    palette.alternateBase: Theme.raised
-    palette.toolTipBase: Theme.raised
-    palette.toolTipText: Theme.text
 
     Component.onCompleted: {
         const saved = App.windowGeometry()
@@ -41,7 +26,7 @@ ApplicationWindow {
     onActiveChanged: if (active) App.activated()
 
     // Hebrew turns the whole window around at once.
-    Item {
+    Surface {
         id: root
         objectName: "root"
         anchors.fill: parent

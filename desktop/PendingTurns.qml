@@ -52,7 +52,7 @@ Column {
                 Label {
                     Layout.fillWidth: true
                     visible: card.modelData.files.length > 0
-                    text: "📎 " + card.modelData.files.join(", ")
+                    text: card.modelData.files.join(", ")
                     color: Theme.subtle
                     elide: Text.ElideMiddle
                 }

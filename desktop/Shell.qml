@@ -46,6 +46,16 @@ Item {
                             objectName: "tab_" + modelData
                             text: { Lang.code; return App.pageTitle(modelData) }
                             width: implicitWidth
+                            background: Rectangle {
+                                color: parent.hovered ? Theme.raised : "transparent"
+                                Rectangle {
+                                    anchors.bottom: parent.bottom
+                                    width: parent.width
+                                    height: 3
+                                    color: Theme.accent
+                                    visible: parent.parent.checked
+                                }
+                            }
                         }
                     }
                 }
@@ -91,9 +101,12 @@ Item {
                     property bool visited: false
                     objectName: "page_" + modelData
                     active: visited || index === bar.currentIndex
-                    onActiveChanged: if (active) visited = true
                     sourceComponent: shell.componentFor(modelData)
-                    onLoaded: if (item.hasOwnProperty("page")) item.page = modelData
+                    onLoaded: {
+                        visited = true
+                        if (item.hasOwnProperty("page"))
+                            item.page = modelData
+                    }
                 }
             }
         }

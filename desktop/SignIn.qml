@@ -20,7 +20,7 @@ Item {
 
     Rectangle {
         anchors.centerIn: parent
-        width: Math.min(parent.width - 32, 400)
+        width: Math.min(parent.width - 32, 440)
         height: form.implicitHeight + 48
         radius: 10
         color: Theme.surface
@@ -52,6 +52,7 @@ Item {
                 Layout.fillWidth: true
                 visible: !signIn.withToken
                 focus: !signIn.withToken
+                horizontalAlignment: TextInput.AlignLeft
                 placeholderText: Lang.t("שם משתמש", "User name", "Имя пользователя")
                 inputMethodHints: Qt.ImhNoAutoUppercase | Qt.ImhNoPredictiveText
                 KeyNavigation.tab: password
@@ -62,6 +63,7 @@ Item {
                 objectName: "passwordField"
                 Layout.fillWidth: true
                 visible: !signIn.withToken
+                horizontalAlignment: TextInput.AlignLeft
                 echoMode: TextInput.Password
                 placeholderText: Lang.t("סיסמה", "Password", "Пароль")
                 KeyNavigation.tab: submitButton
@@ -73,6 +75,7 @@ Item {
                 Layout.fillWidth: true
                 visible: signIn.withToken
                 focus: signIn.withToken
+                horizontalAlignment: TextInput.AlignLeft
                 placeholderText: Lang.t("קוד כניסה חד־פעמי", "One-time sign-in code", "Одноразовый код входа")
                 onAccepted: signIn.submit()
             }
@@ -109,10 +112,13 @@ Item {
                             user.forceActiveFocus()
                     }
                 }
-                Item { Layout.fillWidth: true }
-                LanguagePicker {}
             }
         }
+    }
+    LanguagePicker {
+        anchors.horizontalCenter: parent.horizontalCenter
+        anchors.bottom: parent.bottom
+        anchors.bottomMargin: 24
     }
     Component.onCompleted: user.forceActiveFocus()
 }

@@ -1,15 +1,14 @@
 pragma Singleton
 import QtQuick
-import Halvenmark.Desktop
 
 // Colours from the skin and the appearance (light, dark, or the system's).
 QtObject {
     property SystemPalette system: SystemPalette {}
-    readonly property bool dark: App.appearance === "dark"
-        || (App.appearance === "auto" && system.window.hslLightness < 0.5)
+    readonly property bool dark: Lang.appearance === "dark"
+        || (Lang.appearance === "auto" && system.window.hslLightness < 0.5)
 
-    readonly property color accent: App.skin === "ocean" ? "#0f7c8c"
-        : App.skin === "forest" ? "#2f7d4a" : "#3a62d6"
+    readonly property color accent: Lang.skin === "ocean" ? "#0f7c8c"
+        : Lang.skin === "forest" ? "#2f7d4a" : "#3a62d6"
     readonly property color background: dark ? "#1b1d22" : "#f4f5f8"
     readonly property color surface: dark ? "#262a31" : "#ffffff"
     readonly property color raised: dark ? "#2f343d" : "#eceef3"
