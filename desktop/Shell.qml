@@ -46,6 +46,13 @@ Item {
                             objectName: "tab_" + modelData
                             text: { Lang.code; return App.pageTitle(modelData) }
                             width: implicitWidth
+                            contentItem: Label {
+                                text: parent.text
+                                font: parent.font
+                                horizontalAlignment: Text.AlignHCenter
+                                verticalAlignment: Text.AlignVCenter
+                                color: parent.checked ? Theme.text : Theme.subtle
+                            }
                             background: Rectangle {
                                 color: parent.hovered ? Theme.raised : "transparent"
                                 Rectangle {
@@ -98,15 +105,14 @@ Item {
                 delegate: Loader {
                     required property string modelData
                     required property int index
-                    property bool visited: false
+                    // A page is made when first shown and kept afterwards.
+                    readonly property bool wanted: index === bar.currentIndex
                     objectName: "page_" + modelData
-                    active: visited || index === bar.currentIndex
+                    active: false
+                    onWantedChanged: if (wanted) active = true
+                    Component.onCompleted: if (wanted) active = true
                     sourceComponent: shell.componentFor(modelData)
-                    onLoaded: {
-                        visited = true
-                        if (item.hasOwnProperty("page"))
-                            item.page = modelData
-                    }
+                    onLoaded: if (item.hasOwnProperty("page")) item.page = modelData
                 }
             }
         }

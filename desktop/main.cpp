@@ -15,11 +15,43 @@
 #include <QQuickWindow>
 #include <QtQml/qqmlextensionplugin.h>
 
+#include <QSocketNotifier>
+
+#include <csignal>
 #include <cstdio>
+#include <sys/socket.h>
+#include <unistd.h>
 
 Q_IMPORT_QML_PLUGIN(Halvenmark_DesktopPlugin)
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+int quitPipe[2] = {-1, -1};
+
+void onQuitSignal(int)
+{
+    const char byte = 1;
+    [[maybe_unused]] const auto written = ::write(quitPipe[1], &byte, 1);
+}
+
+// SIGTERM and SIGINT end the app the normal way, so the draft and the window are saved.
+void quitOnSignals(QObject *context)
+{
+    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, quitPipe) != 0)
+        return;
+    auto *notifier = new QSocketNotifier(quitPipe[0], QSocketNotifier::Read, context);
+    QObject::connect(notifier, &QSocketNotifier::activated, context, [] { QCoreApplication::quit(); });
+    struct sigaction action = {};
+    action.sa_handler = onQuitSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    ::sigaction(SIGTERM, &action, nullptr);
+    ::sigaction(SIGINT, &action, nullptr);
+}
+
+} // namespace
 
 int main(int argc, char **argv)
 {
@@ -29,6 +61,7 @@ int main(int argc, char **argv)
     QGuiApplication::setApplicationName(u"halvenmark"_s);
     QGuiApplication::setApplicationDisplayName(u"Halvenmark"_s);
     QGuiApplication::setApplicationVersion(Api::userAgent());
+    quitOnSignals(&app);
 
     if (const QString refused = Api::baseError(); !refused.isEmpty()) {
         std::fprintf(stderr, "%s\n", qPrintable(refused));
