@@ -14,14 +14,30 @@ Item {
     property bool stick: true
 
     function toEnd() {
-        // A conversation shorter than the view stays at its top.
-        if (list.contentHeight > list.height)
-            list.positionViewAtEnd()
-        else
-            list.positionViewAtBeginning()
+        settle.left = 4
+        settle.restart()
         stick = true
         if (chat)
             chat.markRead()
+    }
+
+    // Heights of rows not yet made are estimates: the end moves as they are made, so look
+    // again a few frames later (a bounded number of times, never a loop of its own).
+    Timer {
+        id: settle
+        property int left: 0
+        interval: 16
+        triggeredOnStart: true
+        repeat: true
+        onTriggered: {
+            // A conversation shorter than the view stays at its top.
+            if (list.contentHeight > list.height)
+                list.positionViewAtEnd()
+            else
+                list.positionViewAtBeginning()
+            if (--left <= 0 || (list.atYEnd && left < 2))
+                stop()
+        }
     }
 
     Connections {

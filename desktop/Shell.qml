@@ -1,6 +1,7 @@
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
+import QtQuick.Window
 import Halvenmark.Desktop
 
 // The signed-in window: a page bar with the user's pages, the offline banner, the page.
@@ -117,6 +118,8 @@ Item {
             }
         }
     }
+
+    Component.onCompleted: App.shellShown(Window.window)
 
     Component { id: chatPage; ChatPage {} }
     Component { id: settingsPage; SettingsPage {} }

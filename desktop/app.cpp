@@ -1,6 +1,7 @@
 #include "app.h"
 
 #include "chatcontroller.h"
+#include "chat/chatrowsmodel.h"
 #include "net/failuretext.h"
 #include "platform/appdata.h"
 #include "text/l.h"
@@ -9,11 +10,29 @@
 #include "text/word.h"
 
 #include <QDateTime>
+#include <QFile>
+#include <QLoggingCategory>
+#include <QQuickWindow>
 #include <QQmlEngine>
 
 using namespace Qt::StringLiterals;
 
+Q_LOGGING_CATEGORY(lcStartup, "halvenmark.desktop.startup", QtWarningMsg)
+
 namespace {
+
+// Resident memory of this process in KiB; 0 where /proc does not say.
+qint64 residentKiB()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly))
+        return 0;
+    for (const QByteArray &line : status.readAll().split('\n')) {
+        if (line.startsWith("VmRSS:"))
+            return line.mid(6).trimmed().split(' ').value(0).toLongLong();
+    }
+    return 0;
+}
 
 App *s_instance = nullptr;
 
@@ -30,6 +49,7 @@ App::App(Session *session, QObject *parent)
     , m_language(new Language(this))
 {
     s_instance = this;
+    m_sinceStart.start();
     connect(m_session, &Session::gateChanged, this, &App::follow);
     connect(m_session, &Session::profileChanged, this, &App::follow);
 }
@@ -239,6 +259,25 @@ void App::saveWindowGeometry(const QRect &rect)
 {
     if (rect.width() > 0 && rect.height() > 0)
         AppData::setSetting(geometryKey, rect);
+}
+
+void App::shellShown(QQuickWindow *window)
+{
+    if (!window || m_shellShown)
+        return;
+    m_shellShown = true;
+    auto once = std::make_shared<QMetaObject::Connection>();
+    // frameSwapped comes from the render thread: more than one may be queued already.
+    *once = connect(window, &QQuickWindow::frameSwapped, this, [this, once] {
+        if (!*once)
+            return;
+        disconnect(*once);
+        *once = {};
+        const int rows = m_chat ? m_chat->store()->rows()->rowCount() : 0;
+        qCInfo(lcStartup).nospace() << "shell first frame " << m_sinceStart.elapsed()
+                                    << " ms after start, " << rows << " chat rows, "
+                                    << residentKiB() / 1024 << " MiB resident";
+    });
 }
 
 void App::activated()

@@ -3,6 +3,8 @@
 #include "foreign.h"
 
 #include <QCoroTask>
+#include <QElapsedTimer>
+#include <QQuickWindow>
 #include <QObject>
 #include <QPointer>
 #include <QRect>
@@ -13,6 +15,7 @@
 #include "chatcontroller.h"
 class QQmlEngine;
 class QJSEngine;
+
 
 // The long-lived state behind the window: the session, the language, the window settings and,
 // while someone is signed in, the main conversation. Made once by main; QML reaches it as the
@@ -90,6 +93,10 @@ public:
     Q_INVOKABLE QRect windowGeometry() const;
     Q_INVOKABLE void saveWindowGeometry(const QRect &rect);
 
+    // The shell is on screen: its first frame is logged (halvenmark.desktop.startup) with the
+    // time since start and the memory in use.
+    Q_INVOKABLE void shellShown(QQuickWindow *window);
+
     // The window became active: the session and the chat catch up (at most every 10 s).
     Q_INVOKABLE void activated();
 
@@ -119,4 +126,6 @@ private:
     bool m_busy = false;
     QString m_error;
     qint64 m_lastCatchUp = 0;
+    QElapsedTimer m_sinceStart;
+    bool m_shellShown = false;
 };
