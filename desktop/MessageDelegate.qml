@@ -68,6 +68,7 @@ Item {
                 html: row.html
                 plain: row.text
                 Layout.preferredWidth: Math.ceil(row.measured.width) + 1
+                Layout.fillWidth: row.isLane
                 Layout.preferredHeight: row.measured.height
                 font.family: Qt.application.font.family
                 visible: row.text !== ""

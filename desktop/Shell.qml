@@ -1,4 +1,5 @@
 import QtQuick
+import QtQml
 import QtQuick.Controls
 import QtQuick.Layouts
 import QtQuick.Window
@@ -38,7 +39,10 @@ Item {
                 TabBar {
                     id: bar
                     objectName: "pageBar"
-                    Layout.fillWidth: true
+                    // As wide as its tabs: a wider bar spreads or scrolls them, worst of all
+                    // when mirrored.
+                    Layout.preferredWidth: contentWidth
+                    Layout.maximumWidth: shell.width - 120
                     background: null
                     Repeater {
                         model: shell.pages
@@ -67,6 +71,7 @@ Item {
                         }
                     }
                 }
+                Item { Layout.fillWidth: true }
                 Label {
                     objectName: "userLabel"
                     text: App.session.label
@@ -120,6 +125,16 @@ Item {
     }
 
     Component.onCompleted: App.shellShown(Window.window)
+
+    // Ctrl+1 to Ctrl+9 open the pages in their order on the bar.
+    Instantiator {
+        model: Math.min(shell.pages.length, 9)
+        delegate: Shortcut {
+            required property int index
+            sequence: "Ctrl+" + (index + 1)
+            onActivated: bar.currentIndex = index
+        }
+    }
 
     Component { id: chatPage; ChatPage {} }
     Component { id: settingsPage; SettingsPage {} }
