@@ -13,7 +13,6 @@ Pane {
     palette.buttonText: Theme.text
     palette.highlight: Theme.accent
     palette.highlightedText: "#ffffff"
-    palette.placeholderText: Theme.subtle
     palette.mid: Theme.border
     palette.dark: Theme.accent
     palette.light: Theme.surface

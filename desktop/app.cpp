@@ -1,7 +1,7 @@
 #include "app.h"
 
-#include "chatcontroller.h"
 #include "chat/chatrowsmodel.h"
+#include "chatcontroller.h"
 #include "net/failuretext.h"
 #include "platform/appdata.h"
 #include "text/l.h"
@@ -12,8 +12,8 @@
 #include <QDateTime>
 #include <QFile>
 #include <QLoggingCategory>
-#include <QQuickWindow>
 #include <QQmlEngine>
+#include <QQuickWindow>
 
 using namespace Qt::StringLiterals;
 
@@ -233,7 +233,8 @@ void App::openProject(int id, const QString &name)
     if (id < 1 || !m_session->signedIn())
         return;
     closeProject();
-    m_projectChat = new ChatController(ChatScope::project(id), m_session->user(), m_session->role(), this);
+    m_projectChat =
+        new ChatController(ChatScope::project(id), m_session->user(), m_session->role(), this);
     m_projectName = name;
     emit projectChatChanged();
     m_projectChat->open();
@@ -274,9 +275,9 @@ void App::shellShown(QQuickWindow *window)
         disconnect(*once);
         *once = {};
         const int rows = m_chat ? m_chat->store()->rows()->rowCount() : 0;
-        qCInfo(lcStartup).nospace() << "shell first frame " << m_sinceStart.elapsed()
-                                    << " ms after start, " << rows << " chat rows, "
-                                    << residentKiB() / 1024 << " MiB resident";
+        qCInfo(lcStartup).nospace()
+            << "shell first frame " << m_sinceStart.elapsed() << " ms after start, " << rows
+            << " chat rows, " << residentKiB() / 1024 << " MiB resident";
     });
 }
 

@@ -4,9 +4,9 @@
 
 #include <QCoroTask>
 #include <QElapsedTimer>
-#include <QQuickWindow>
 #include <QObject>
 #include <QPointer>
+#include <QQuickWindow>
 #include <QRect>
 #include <QtQml/qqmlregistration.h>
 
@@ -15,7 +15,6 @@
 #include "chatcontroller.h"
 class QQmlEngine;
 class QJSEngine;
-
 
 // The long-lived state behind the window: the session, the language, the window settings and,
 // while someone is signed in, the main conversation. Made once by main; QML reaches it as the

@@ -108,8 +108,8 @@ int ChatController::attachUrls(const QList<QUrl> &urls)
 {
     int attached = 0;
     for (const QUrl &url : urls) {
-        if (url.isLocalFile() && QFileInfo(url.toLocalFile()).isFile()
-            && m_store->attachFile(url.toLocalFile()))
+        if (url.isLocalFile() && QFileInfo(url.toLocalFile()).isFile() &&
+            m_store->attachFile(url.toLocalFile()))
             ++attached;
     }
     return attached;

@@ -8,32 +8,28 @@
 #include <QtQml/qqml.h>
 
 // Core stores made known to QML as they are: screens bind to their properties directly.
-struct SessionForeign
-{
+struct SessionForeign {
     Q_GADGET
     QML_FOREIGN(Session)
     QML_NAMED_ELEMENT(Session)
     QML_UNCREATABLE("owned by the app")
 };
 
-struct ChatStoreForeign
-{
+struct ChatStoreForeign {
     Q_GADGET
     QML_FOREIGN(ChatStore)
     QML_NAMED_ELEMENT(ChatStore)
     QML_UNCREATABLE("owned by the app")
 };
 
-struct FeedCoreForeign
-{
+struct FeedCoreForeign {
     Q_GADGET
     QML_FOREIGN(FeedCore)
     QML_NAMED_ELEMENT(FeedCore)
     QML_UNCREATABLE("made by PageFeed")
 };
 
-struct LanguageForeign
-{
+struct LanguageForeign {
     Q_GADGET
     QML_FOREIGN(Language)
     QML_NAMED_ELEMENT(Language)

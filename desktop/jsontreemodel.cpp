@@ -7,8 +7,8 @@ namespace {
 bool isContainer(const QVariant &value)
 {
     const int type = value.typeId();
-    return type == QMetaType::QVariantMap || type == QMetaType::QVariantList
-           || type == QMetaType::QVariantHash || type == QMetaType::QStringList;
+    return type == QMetaType::QVariantMap || type == QMetaType::QVariantList ||
+           type == QMetaType::QVariantHash || type == QMetaType::QStringList;
 }
 
 QString scalarText(const QVariant &value)
@@ -26,8 +26,7 @@ QString scalarText(const QVariant &value)
 
 JsonTreeModel::JsonTreeModel(QObject *parent)
     : QAbstractListModel(parent)
-{
-}
+{}
 
 JsonTreeModel::~JsonTreeModel() = default;
 
@@ -83,7 +82,8 @@ QVariant JsonTreeModel::data(const QModelIndex &index, int role) const
     case ValueRole:
         if (!node.container)
             return scalarText(node.value);
-        if (node.value.typeId() == QMetaType::QVariantList || node.value.typeId() == QMetaType::QStringList)
+        if (node.value.typeId() == QMetaType::QVariantList ||
+            node.value.typeId() == QMetaType::QStringList)
             return u"[%1]"_s.arg(node.value.toList().size());
         return u"{%1}"_s.arg(node.value.toMap().size());
     case DepthRole:

@@ -43,8 +43,7 @@ signals:
     void jsonChanged();
 
 private:
-    struct Node
-    {
+    struct Node {
         QString key;
         QVariant value;
         int depth = 0;

@@ -42,7 +42,8 @@ void quitOnSignals(QObject *context)
     if (::socketpair(AF_UNIX, SOCK_STREAM, 0, quitPipe) != 0)
         return;
     auto *notifier = new QSocketNotifier(quitPipe[0], QSocketNotifier::Read, context);
-    QObject::connect(notifier, &QSocketNotifier::activated, context, [] { QCoreApplication::quit(); });
+    QObject::connect(notifier, &QSocketNotifier::activated, context,
+                     [] { QCoreApplication::quit(); });
     struct sigaction action = {};
     action.sa_handler = onQuitSignal;
     sigemptyset(&action.sa_mask);
@@ -76,8 +77,9 @@ int main(int argc, char **argv)
 
     QQmlApplicationEngine engine;
     DesktopApp::guard(engine);
-    QObject::connect(&engine, &QQmlApplicationEngine::objectCreationFailed, &app,
-                     [] { QCoreApplication::exit(1); }, Qt::QueuedConnection);
+    QObject::connect(
+        &engine, &QQmlApplicationEngine::objectCreationFailed, &app,
+        [] { QCoreApplication::exit(1); }, Qt::QueuedConnection);
 
     LaunchSteps steps;
     // Crash capture, push registration and the health observer join here when they exist.

@@ -25,7 +25,8 @@ QVariant MessageRows::data(const QModelIndex &index, int role) const
     }
     if (role == ToolsTextRole) {
         QStringList lines;
-        const QVariantList tools = QIdentityProxyModel::data(index, ChatRowsModel::ToolsRole).toList();
+        const QVariantList tools =
+            QIdentityProxyModel::data(index, ChatRowsModel::ToolsRole).toList();
         for (const QVariant &tool : tools) {
             const QVariantMap step = tool.toMap();
             const QString detail = step.value(u"detail"_s).toString();

@@ -28,8 +28,7 @@ public:
     int cached() const { return int(m_html.size()); }
 
 private:
-    struct Rendered
-    {
+    struct Rendered {
         QString text;
         QString html;
     };

@@ -9,8 +9,7 @@ using namespace Qt::StringLiterals;
 
 PageFeed::PageFeed(QObject *parent)
     : QObject(parent)
-{
-}
+{}
 
 PageFeed::~PageFeed() = default;
 
@@ -56,7 +55,9 @@ void PageFeed::rebuild()
         m_core = std::make_unique<FeedCore>(
             u"webapi/"_s + m_path, m_every,
             [](const QByteArray &body) -> std::any { return Decode::parse(body); },
-            [](const std::any &value) { return std::any_cast<const QJsonValue &>(value).toVariant(); });
+            [](const std::any &value) {
+                return std::any_cast<const QJsonValue &>(value).toVariant();
+            });
         connect(m_core.get(), &FeedCore::valueChanged, this, &PageFeed::valueChanged);
         connect(m_core.get(), &FeedCore::loadingChanged, this, &PageFeed::loadingChanged);
         connect(m_core.get(), &FeedCore::failureChanged, this, &PageFeed::failureChanged);

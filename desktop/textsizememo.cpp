@@ -14,9 +14,9 @@ QSizeF TextSizeMemo::measure(const QString &html, qreal width, const QString &fa
     const int w = int(width);
     QCryptographicHash hash(QCryptographicHash::Sha1);
     hash.addData(html.toUtf8());
-    const QString key = QString::fromLatin1(hash.result().toHex()) + QLatin1Char('/')
-                        + QString::number(w) + QLatin1Char('/') + family + QLatin1Char('/')
-                        + QString::number(pixelSize) + (bold ? QLatin1Char('b') : QLatin1Char('r'));
+    const QString key = QString::fromLatin1(hash.result().toHex()) + QLatin1Char('/') +
+                        QString::number(w) + QLatin1Char('/') + family + QLatin1Char('/') +
+                        QString::number(pixelSize) + (bold ? QLatin1Char('b') : QLatin1Char('r'));
     const auto found = m_sizes.constFind(key);
     if (found != m_sizes.cend())
         return *found;

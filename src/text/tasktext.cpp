@@ -50,7 +50,8 @@ QString counts(int open, int done)
 
 QString untitled()
 {
-    return L::t(u"למשימה צריך כותרת."_s, u"A task needs a title."_s, u"У задачи должно быть название."_s);
+    return L::t(u"למשימה צריך כותרת."_s, u"A task needs a title."_s,
+                u"У задачи должно быть название."_s);
 }
 
 } // namespace TaskText

@@ -52,8 +52,9 @@ bool chatPosted(Service &service, const QByteArray &text)
 {
     for (const QJsonValue &entry : service.log()) {
         const QJsonObject request = entry.toObject();
-        if (request.value(u"method"_s).toString() == u"POST" && request.value(u"path"_s).toString() == u"webapi/chat"
-            && request.value(u"body"_s).toString().toUtf8().contains(text))
+        if (request.value(u"method"_s).toString() == u"POST" &&
+            request.value(u"path"_s).toString() == u"webapi/chat" &&
+            request.value(u"body"_s).toString().toUtf8().contains(text))
             return true;
     }
     return false;
@@ -63,8 +64,8 @@ bool chatPosted(Service &service, const QByteArray &text)
 
 void DesktopEndToEndTest::signInSendAndReply()
 {
-    if (QStandardPaths::findExecutable(u"Xvfb"_s).isEmpty()
-        || QStandardPaths::findExecutable(u"xdotool"_s).isEmpty())
+    if (QStandardPaths::findExecutable(u"Xvfb"_s).isEmpty() ||
+        QStandardPaths::findExecutable(u"xdotool"_s).isEmpty())
         QSKIP("Xvfb and xdotool are needed");
 
     Service service;
@@ -100,8 +101,8 @@ void DesktopEndToEndTest::signInSendAndReply()
     QVERIFY(xdotool({u"key"_s, u"Tab"_s}, display));
     QVERIFY(xdotool({u"type"_s, u"--delay"_s, u"30"_s, u"demo-password"_s}, display));
     QVERIFY(xdotool({u"key"_s, u"Return"_s}, display));
-    QTRY_VERIFY_WITH_TIMEOUT(homeHolds(home.path(), "\"user\":\"demo\"")
-                                 || homeHolds(home.path(), "\"user\": \"demo\""),
+    QTRY_VERIFY_WITH_TIMEOUT(homeHolds(home.path(), "\"user\":\"demo\"") ||
+                                 homeHolds(home.path(), "\"user\": \"demo\""),
                              15000);
     QTest::qWait(800);
 

@@ -3,8 +3,8 @@
 #include "messagerows.h"
 #include "textsizememo.h"
 
-#include "chat/chatrowsmodel.h"
 #include "chat/chatoutbox.h"
+#include "chat/chatrowsmodel.h"
 #include "support/testhome.h"
 
 #include <QAbstractItemModelTester>
@@ -37,9 +37,9 @@ QString shown(const JsonTreeModel &model)
     QStringList rows;
     for (int i = 0; i < model.rowCount(); ++i) {
         const QModelIndex at = model.index(i);
-        rows.append(QString(at.data(JsonTreeModel::DepthRole).toInt(), u'.')
-                    + at.data(JsonTreeModel::KeyRole).toString() + u'='
-                    + at.data(JsonTreeModel::ValueRole).toString());
+        rows.append(QString(at.data(JsonTreeModel::DepthRole).toInt(), u'.') +
+                    at.data(JsonTreeModel::KeyRole).toString() + u'=' +
+                    at.data(JsonTreeModel::ValueRole).toString());
     }
     return rows.join(u'|');
 }
@@ -58,14 +58,14 @@ void DesktopModelsTest::jsonTree_data()
                                       << QList<int>{} << uR"(a=1|b={1}|d=null|e="x")"_s;
     QTest::newRow("open a child") << uR"({"a":1,"b":{"c":true}})"_s << QList<int>{1}
                                   << u"a=1|b={1}|.c=true"_s;
-    QTest::newRow("open and close") << uR"({"a":1,"b":{"c":true}})"_s << QList<int>{1, 1}
-                                    << u"a=1|b={1}"_s;
+    QTest::newRow("open and close")
+        << uR"({"a":1,"b":{"c":true}})"_s << QList<int>{1, 1} << u"a=1|b={1}"_s;
     QTest::newRow("closing hides the whole subtree")
         << uR"([{"x":[1,2]}])"_s << QList<int>{0, 1, 0} << u"0={1}"_s;
     QTest::newRow("nested open") << uR"([{"x":[1,2]}])"_s << QList<int>{0, 1}
                                  << u"0={1}|.x=[2]|..0=1|..1=2"_s;
-    QTest::newRow("scalars and bad rows ignored") << uR"({"a":1})"_s << QList<int>{0, -1, 7}
-                                                  << u"a=1"_s;
+    QTest::newRow("scalars and bad rows ignored")
+        << uR"({"a":1})"_s << QList<int>{0, -1, 7} << u"a=1"_s;
     QTest::newRow("empty container stays shut") << uR"({"a":[]})"_s << QList<int>{0} << u"a=[0]"_s;
 }
 
@@ -93,7 +93,8 @@ void DesktopModelsTest::messageRowsRenderOncePerText()
     QAbstractItemModelTester tester(&rows, QAbstractItemModelTester::FailureReportingMode::QtTest);
     rows.setSourceModel(&source);
 
-    ChatMessage hebrew = ChatMessage::make(u"assistant"_s, u"שלום עולם\nHello <script>x</script>"_s, 1000);
+    ChatMessage hebrew =
+        ChatMessage::make(u"assistant"_s, u"שלום עולם\nHello <script>x</script>"_s, 1000);
     hebrew.seq = 1;
     source.update({Row::message(hebrew)});
     const QString html = rows.index(0, 0).data(MessageRows::HtmlRole).toString();
@@ -174,7 +175,8 @@ void DesktopModelsTest::pasteAttaches()
         return;
     QCOMPARE(attached.first().name, name);
     QCOMPARE(attached.first().mime, mime);
-    const std::optional<QByteArray> bytes = chat.store()->outbox().readData(attached.first().fileID);
+    const std::optional<QByteArray> bytes =
+        chat.store()->outbox().readData(attached.first().fileID);
     QVERIFY(bytes.has_value());
     if (kind == u"image") {
         QVERIFY(bytes->startsWith("\xFF\xD8"));

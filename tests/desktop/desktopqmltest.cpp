@@ -33,8 +33,7 @@ class Fixture : public QObject
 public:
     explicit Fixture(ChatController *chat)
         : m_chat(chat)
-    {
-    }
+    {}
 
     // Replaces the conversation with the given server messages (a JSON array).
     Q_INVOKABLE void messages(const QString &json)
@@ -80,7 +79,8 @@ public slots:
         engine->addImportPath(u"qrc:/"_s);
         engine->rootContext()->setContextProperty(u"testChat"_s, m_chat.get());
         engine->rootContext()->setContextProperty(u"fixture"_s, m_fixture.get());
-        engine->rootContext()->setContextProperty(u"shotFolder"_s, QStringLiteral(HALVENMARK_SHOTS));
+        engine->rootContext()->setContextProperty(u"shotFolder"_s,
+                                                  QStringLiteral(HALVENMARK_SHOTS));
         QDir().mkpath(QStringLiteral(HALVENMARK_SHOTS));
     }
 
