@@ -81,6 +81,7 @@ Item {
             delegate: MessageDelegate {
                 onReplyRequested: seq => { page.chat.replyTo(seq); composer.area.forceActiveFocus() }
                 onCopyRequested: text => page.chat.copy(text)
+                onStopRequested: number => page.chat.stop(number)
             }
             footer: PendingTurns {
                 width: list.width

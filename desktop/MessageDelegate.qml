@@ -23,6 +23,7 @@ Item {
 
     signal replyRequested(var seq)
     signal copyRequested(string text)
+    signal stopRequested(int number)
 
     readonly property bool mine: role === "user"
     readonly property real maxText: Math.max(120, Math.min(width * 0.78, 760) - 24)
@@ -90,6 +91,13 @@ Item {
                     color: Theme.subtle
                 }
                 Item { Layout.fillWidth: true }
+                Button {
+                    objectName: "stopButton"
+                    visible: row.isLane && !row.finished && row.taskNumber > 0
+                    flat: true
+                    text: Lang.t("עצירה", "Stop", "Остановить")
+                    onClicked: row.stopRequested(row.taskNumber)
+                }
                 Label {
                     visible: row.taskNumber !== undefined && row.taskNumber !== null && row.taskNumber > 0
                     text: "#" + row.taskNumber

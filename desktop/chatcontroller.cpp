@@ -86,7 +86,12 @@ void ChatController::retry(const QString &turnID)
 
 void ChatController::discard(const QString &turnID)
 {
+    // The turn's text takes the composer's place: a draft already there is kept after it.
+    const QString draft = m_store->composerText();
     m_store->takeBack(turnID);
+    const QString back = m_store->composerText();
+    if (!draft.isEmpty() && back != draft)
+        m_store->setComposerText(back.isEmpty() ? draft : back + u'\n' + draft);
 }
 
 void ChatController::replyTo(qint64 seq)
@@ -172,6 +177,12 @@ QUrl ChatController::preview(const QString &id) const
 void ChatController::copy(const QString &text) const
 {
     QGuiApplication::clipboard()->setText(text);
+}
+
+void ChatController::stop(int number)
+{
+    if (number > 0)
+        m_store->cancelTask(number);
 }
 
 void ChatController::markRead()

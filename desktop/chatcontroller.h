@@ -52,6 +52,8 @@ public:
     // A composer attachment's bytes as a local URL, for its preview; empty when not an image.
     Q_INVOKABLE QUrl preview(const QString &id) const;
     Q_INVOKABLE void copy(const QString &text) const;
+    // Asks the server to stop task `number` (what "/stop N" in the composer does).
+    Q_INVOKABLE void stop(int number);
     Q_INVOKABLE void markRead();
 
     // What paste() does with given data: an image becomes "photo.jpg" at JPEG quality 0.9.
