@@ -85,8 +85,12 @@ Item {
             RowLayout {
                 Layout.fillWidth: true
                 Label {
-                    text: row.isLane ? (row.finished ? App.word(row.outcome || "done") : Lang.t("עובד…", "Working…", "Работает…"))
-                                     : row.time
+                    text: {
+                        Lang.code
+                        if (!row.isLane)
+                            return row.time
+                        return row.finished ? App.word(row.outcome || "done") : Lang.t("עובד…", "Working…", "Работает…")
+                    }
                     font.pixelSize: 11
                     color: Theme.subtle
                 }
