@@ -20,6 +20,7 @@ Item {
     required property bool finished
     required property string outcome
     required property var taskNumber
+    required property string replyText
 
     signal replyRequested(var seq)
     signal copyRequested(string text)
@@ -55,6 +56,21 @@ Item {
             width: bubble.width - 24
             spacing: 4
 
+            // The message this one answers, quoted.
+            RowLayout {
+                visible: row.replyText !== ""
+                Rectangle { width: 3; Layout.fillHeight: true; color: Theme.accent }
+                Label {
+                    Layout.maximumWidth: row.maxText - 12
+                    text: row.replyText
+                    elide: Text.ElideRight
+                    maximumLineCount: 2
+                    wrapMode: Text.Wrap
+                    textFormat: Text.PlainText
+                    color: Theme.subtle
+                    font.pixelSize: 12
+                }
+            }
             Label {
                 visible: row.isLane
                 text: row.label

@@ -35,6 +35,14 @@ QVariant MessageRows::data(const QModelIndex &index, int role) const
         }
         return lines.join(u'\n');
     }
+    if (role == ReplyTextRole) {
+        const auto *rows = qobject_cast<const ChatRowsModel *>(sourceModel());
+        const QModelIndex at = mapToSource(index);
+        if (!rows || !at.isValid() || at.row() >= rows->rows().size())
+            return QString();
+        const ChatMessage *message = rows->rows().at(at.row()).message();
+        return message ? message->replyToText.value_or(QString()) : QString();
+    }
     return QIdentityProxyModel::data(index, role);
 }
 
@@ -44,5 +52,6 @@ QHash<int, QByteArray> MessageRows::roleNames() const
     names.insert(HtmlRole, "html");
     names.insert(TimeRole, "time");
     names.insert(ToolsTextRole, "toolsText");
+    names.insert(ReplyTextRole, "replyText");
     return names;
 }

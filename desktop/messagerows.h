@@ -17,6 +17,7 @@ public:
         HtmlRole = Qt::UserRole + 100,
         TimeRole,
         ToolsTextRole,
+        ReplyTextRole, // the text of the message this one answers; "" when none
     };
 
     using QIdentityProxyModel::QIdentityProxyModel;

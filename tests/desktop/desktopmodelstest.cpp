@@ -110,6 +110,14 @@ void DesktopModelsTest::messageRowsRenderOncePerText()
     QVERIFY(changed.contains(u"Only English now"_s));
     QVERIFY(!changed.contains(u"dir=\"rtl\""_s));
     QCOMPARE(rows.cached(), 1);
+    QCOMPARE(rows.index(0, 0).data(MessageRows::ReplyTextRole).toString(), QString());
+
+    // A reply carries the text it answers.
+    ChatMessage reply = ChatMessage::make(u"user"_s, u"Thanks"_s, 1001);
+    reply.seq = 2;
+    reply.replyToText = u"Only English now"_s;
+    source.update({Row::message(hebrew), Row::message(reply)});
+    QCOMPARE(rows.index(1, 0).data(MessageRows::ReplyTextRole).toString(), u"Only English now"_s);
 }
 
 void DesktopModelsTest::memoMeasuresOnce()

@@ -22,6 +22,7 @@ Surface {
             fixture.messages(JSON.stringify([
                 { seq: 1, role: "user", text: "When is the next bus to Haifa?", created_at: 1740000000 },
                 { seq: 2, role: "assistant", created_at: 1740000060,
+                  reply_to_id: "1", reply_to_role: "user", reply_to_text: "When is the next bus to Haifa?",
                   text: "שלום! מצאתי את זמני האוטובוס.\n\n| line | time |\n|---|---|\n| 12 | 07:05 |\n| 40 | 07:35 |\n\nהסקריפט נמצא ב-/usr/local/bin/bus ואפשר להריץ אותו משם.\nMore in the [timetable](https://example.com/bus). **Leave ten minutes early.**" }
             ]))
         }
