@@ -150,6 +150,8 @@ public:
     void acknowledge(const QString &requestID);
     void reconcile(const MessagesFeed &feed);
     void discardDeadReply(const QString &turnID);
+    // The user takes a turn back from the outbox: its text and files return to the composer.
+    void takeBack(const QString &turnID);
     // Settles, without sending, every turn whose answer a background transfer kept.
     void resumeBackgroundTransfers();
     // The same for the main conversation and every project conversation stored for an account.

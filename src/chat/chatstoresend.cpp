@@ -284,6 +284,17 @@ void ChatStore::discardDeadReply(const QString &turnID)
     restorePending();
 }
 
+void ChatStore::takeBack(const QString &turnID)
+{
+    // The same road as a dead reply, without its notice: the user asked for this.
+    const QString banner = m_banner;
+    discardDeadReply(turnID);
+    if (m_banner != banner) {
+        m_banner = banner;
+        emit bannerChanged();
+    }
+}
+
 PendingTurn ChatStore::pending(const OutboxTurn &turn) const
 {
     PendingTurn p;

@@ -12,6 +12,7 @@ import chatapi
 import pushreport
 import voicenotes
 import features
+import workspace
 from state import State, User
 from wire import (COOKIE_NAME, Reject, digest, dumps, header_dict, json_body, reply,
                   seconds_text, session_cookie, text_or_empty, unauthorized)
@@ -194,11 +195,13 @@ ROUTES = {
     "chat": (False, {"POST": chatapi.send}),
     "router/feedback": (False, {"POST": chatapi.feedback}),
     **pushreport.ROUTES,
+    **workspace.ROUTES,
 }
 # Paths with a variable part, all for signed-in users.
 PATTERNS = [
     (re.compile(r"runs/([^/]+)"), {"GET": chatapi.run}),
     (re.compile(r"tasks/p-([1-9][0-9]{0,17})/stop"), {"POST": chatapi.stop_task}),
+    *workspace.PATTERNS,
 ] + [(re.compile(pattern), methods) for pattern, methods in voicenotes.PATTERNS]
 ROUTES.update(features.ROUTES)
 PATTERNS += features.PATTERNS

@@ -1,0 +1,173 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
+import QtQuick.Dialogs
+import Halvenmark.Desktop
+
+// Where the user writes: Enter sends, Shift+Enter starts a new line; the draft is the store's
+// (saved half a second after the last key, so it survives a restart); files from the picker,
+// a drop or the clipboard.
+Rectangle {
+    id: composer
+    property ChatController chat
+    readonly property ChatStore store: chat ? chat.store : null
+    property alias area: area
+    implicitHeight: column.implicitHeight + 16
+    color: Theme.surface
+
+    function send() {
+        if (!chat)
+            return
+        // The store takes the text from here; it empties the composer once the turn is on disk.
+        store.composerText = area.text
+        chat.send(area.text)
+    }
+
+    function follow() {
+        if (store && area.text !== store.composerText) {
+            area.text = store.composerText
+            area.cursorPosition = area.length
+        }
+    }
+
+    Connections {
+        target: composer.store
+        function onComposerChanged() { composer.follow() }
+        function onFocusTickChanged() { area.forceActiveFocus() }
+    }
+    onStoreChanged: follow()
+
+    Rectangle {
+        anchors.top: parent.top
+        width: parent.width
+        height: 1
+        color: Theme.border
+    }
+
+    ColumnLayout {
+        id: column
+        x: 12
+        y: 8
+        width: parent.width - 24
+        spacing: 6
+
+        // The message being answered.
+        RowLayout {
+            objectName: "replyBar"
+            Layout.fillWidth: true
+            visible: composer.store !== null && composer.store.replyTo.seq !== undefined
+            Rectangle { width: 3; Layout.fillHeight: true; color: Theme.accent }
+            Label {
+                Layout.fillWidth: true
+                text: composer.store && composer.store.replyTo.text !== undefined
+                      ? Lang.t("תשובה ל: ", "Replying to: ", "Ответ на: ") + composer.store.replyTo.text : ""
+                elide: Text.ElideRight
+                maximumLineCount: 1
+                color: Theme.subtle
+            }
+            ToolButton {
+                text: "✕"
+                onClicked: composer.chat.clearReply()
+                ToolTip.visible: hovered
+                ToolTip.text: Lang.t("ביטול התשובה", "Cancel the reply", "Отменить ответ")
+            }
+        }
+
+        // Attached files, images with a preview.
+        Flow {
+            Layout.fillWidth: true
+            spacing: 6
+            visible: composer.store !== null && composer.store.attachments.length > 0
+            Repeater {
+                model: composer.store ? composer.store.attachments : []
+                delegate: Rectangle {
+                    id: chip
+                    required property var modelData
+                    readonly property url preview: composer.chat.preview(modelData.id)
+                    width: chipRow.implicitWidth + 12
+                    height: 44
+                    radius: 8
+                    color: Theme.raised
+                    border.color: modelData.failed ? Theme.danger : Theme.border
+                    RowLayout {
+                        id: chipRow
+                        x: 6
+                        anchors.verticalCenter: parent.verticalCenter
+                        Image {
+                            visible: chip.preview.toString() !== ""
+                            source: chip.preview
+                            sourceSize.height: 36
+                            Layout.preferredHeight: 36
+                            Layout.preferredWidth: 36
+                            fillMode: Image.PreserveAspectCrop
+                            asynchronous: true
+                        }
+                        Label { text: chip.modelData.name; elide: Text.ElideMiddle; Layout.maximumWidth: 180 }
+                        ToolButton {
+                            text: "✕"
+                            onClicked: composer.chat.removeAttachment(chip.modelData.id)
+                        }
+                    }
+                }
+            }
+        }
+
+        Label {
+            objectName: "sendError"
+            Layout.fillWidth: true
+            // A refused turn says it on its own card.
+            visible: text !== "" && !(composer.chat && composer.chat.pending.some(t => t.state === "failed"))
+            text: composer.store ? composer.store.sendError : ""
+            color: Theme.danger
+            wrapMode: Text.Wrap
+        }
+
+        RowLayout {
+            Layout.fillWidth: true
+            spacing: 6
+            ToolButton {
+                objectName: "attachButton"
+                text: "+"
+                font.pixelSize: 22
+                onClicked: picker.open()
+                ToolTip.visible: hovered
+                ToolTip.text: Lang.t("צירוף קבצים", "Attach files", "Прикрепить файлы")
+            }
+            ScrollView {
+                Layout.fillWidth: true
+                Layout.preferredHeight: Math.min(area.implicitHeight, 160)
+                TextArea {
+                    id: area
+                    objectName: "composerArea"
+                    wrapMode: TextEdit.Wrap
+                    placeholderText: Lang.t("הודעה לסוכן…", "Message the agent…", "Сообщение агенту…")
+                    background: Rectangle { radius: 8; color: Theme.raised; border.color: area.activeFocus ? Theme.accent : Theme.border }
+                    onTextChanged: if (composer.store && composer.store.composerText !== text) composer.store.composerText = text
+                    Keys.onPressed: event => {
+                        if ((event.key === Qt.Key_Return || event.key === Qt.Key_Enter)
+                                && !(event.modifiers & Qt.ShiftModifier)) {
+                            event.accepted = true
+                            composer.send()
+                        } else if (event.matches(StandardKey.Paste) && composer.chat && composer.chat.paste()) {
+                            event.accepted = true
+                        }
+                    }
+                }
+            }
+            Button {
+                objectName: "sendButton"
+                highlighted: true
+                text: Lang.t("שליחה", "Send", "Отправить")
+                enabled: area.text.trim() !== "" || (composer.store && composer.store.attachments.length > 0)
+                onClicked: composer.send()
+            }
+        }
+    }
+
+    FileDialog {
+        id: picker
+        title: Lang.t("צירוף קבצים", "Attach files", "Прикрепить файлы")
+        fileMode: FileDialog.OpenFiles
+        onAccepted: composer.chat.attachUrls(selectedFiles)
+    }
+}

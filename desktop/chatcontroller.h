@@ -1,0 +1,69 @@
+#pragma once
+
+#include "foreign.h"
+
+#include <QObject>
+#include <QUrl>
+#include <QVariantList>
+#include <QtQml/qqmlregistration.h>
+
+#include "messagerows.h"
+class QMimeData;
+
+// The chat screen's hands on one conversation: what QML may do to the store (send, retry,
+// attach, reply), and the rows with their rendered text.
+class ChatController : public QObject
+{
+    Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("made by the app")
+    // The conversation itself: composer, unread, banner, sendError...
+    Q_PROPERTY(ChatStore *store READ store CONSTANT)
+    // The rows with their HTML and plain text.
+    Q_PROPERTY(MessageRows *rows READ rows CONSTANT)
+    // Turns in the outbox with their state ("sending", "waiting", "failed", "working") and
+    // upload progress, in the order they were written.
+    Q_PROPERTY(QVariantList pending READ pending NOTIFY pendingChanged)
+
+public:
+    ChatController(ChatScope scope, QString account, QString role, QObject *parent = nullptr);
+    ~ChatController() override;
+
+    ChatStore *store() const { return m_store; }
+    MessageRows *rows() const { return m_rows; }
+    QString account() const { return m_account; }
+    QVariantList pending() const;
+
+    void open();
+    void refresh();
+
+    // Sends the composer's text (Enter); the composer empties when the turn is on disk.
+    Q_INVOKABLE void send(const QString &text);
+    Q_INVOKABLE void retry(const QString &turnID);
+    // Takes a failed turn back into the composer: its text and files are kept there.
+    Q_INVOKABLE void discard(const QString &turnID);
+    Q_INVOKABLE void replyTo(qint64 seq);
+    Q_INVOKABLE void clearReply();
+    // Local files (picker, drop); returns how many were attached.
+    Q_INVOKABLE int attachUrls(const QList<QUrl> &urls);
+    // The clipboard's image or files; false when it holds neither (text pastes as usual).
+    Q_INVOKABLE bool paste();
+    Q_INVOKABLE void removeAttachment(const QString &id);
+    // A composer attachment's bytes as a local URL, for its preview; empty when not an image.
+    Q_INVOKABLE QUrl preview(const QString &id) const;
+    Q_INVOKABLE void copy(const QString &text) const;
+    // Asks the server to stop task `number` (what "/stop N" in the composer does).
+    Q_INVOKABLE void stop(int number);
+    Q_INVOKABLE void markRead();
+
+    // What paste() does with given data: an image becomes "photo.jpg" at JPEG quality 0.9.
+    bool attachMime(const QMimeData *data);
+
+signals:
+    void pendingChanged();
+
+private:
+    QString m_account;
+    ChatStore *m_store;
+    MessageRows *m_rows;
+};

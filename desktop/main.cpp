@@ -1,0 +1,99 @@
+// halvenmark: the desktop app.
+
+#include "app.h"
+#include "desktopapp.h"
+#include "launch.h"
+
+#include "chat/chatbackgroundtransfer.h"
+#include "chat/chatstore.h"
+#include "net/api.h"
+#include "platform/secretstore.h"
+#include "session/session.h"
+
+#include <QGuiApplication>
+#include <QQmlApplicationEngine>
+#include <QQuickWindow>
+#include <QtQml/qqmlextensionplugin.h>
+
+#include <QSocketNotifier>
+
+#include <csignal>
+#include <cstdio>
+#include <sys/socket.h>
+#include <unistd.h>
+
+Q_IMPORT_QML_PLUGIN(Halvenmark_DesktopPlugin)
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+int quitPipe[2] = {-1, -1};
+
+void onQuitSignal(int)
+{
+    const char byte = 1;
+    [[maybe_unused]] const auto written = ::write(quitPipe[1], &byte, 1);
+}
+
+// SIGTERM and SIGINT end the app the normal way, so the draft and the window are saved.
+void quitOnSignals(QObject *context)
+{
+    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, quitPipe) != 0)
+        return;
+    auto *notifier = new QSocketNotifier(quitPipe[0], QSocketNotifier::Read, context);
+    QObject::connect(notifier, &QSocketNotifier::activated, context,
+                     [] { QCoreApplication::quit(); });
+    struct sigaction action = {};
+    action.sa_handler = onQuitSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    ::sigaction(SIGTERM, &action, nullptr);
+    ::sigaction(SIGINT, &action, nullptr);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    DesktopApp::prepareStyle();
+    QGuiApplication app(argc, argv);
+    QGuiApplication::setOrganizationName(u"Halvenmark"_s);
+    QGuiApplication::setApplicationName(u"halvenmark"_s);
+    QGuiApplication::setApplicationDisplayName(u"Halvenmark"_s);
+    QGuiApplication::setApplicationVersion(Api::userAgent());
+    quitOnSignals(&app);
+
+    if (const QString refused = Api::baseError(); !refused.isEmpty()) {
+        std::fprintf(stderr, "%s\n", qPrintable(refused));
+        return 2;
+    }
+
+    // The stores of the app's whole life, made here and nowhere else.
+    Session session(SecretStore::platform(u"Halvenmark"_s));
+    session.onForget([] { ChatStore::resetAll(); });
+    ChatBackgroundTransfer transfers;
+    App shell(&session);
+
+    QQmlApplicationEngine engine;
+    DesktopApp::guard(engine);
+    QObject::connect(
+        &engine, &QQmlApplicationEngine::objectCreationFailed, &app,
+        [] { QCoreApplication::exit(1); }, Qt::QueuedConnection);
+
+    LaunchSteps steps;
+    // Crash capture, push registration and the health observer join here when they exist.
+    steps.observeActivation = [&] {
+        QObject::connect(&app, &QGuiApplication::applicationStateChanged, &shell,
+                         [&](Qt::ApplicationState state) {
+                             if (state == Qt::ApplicationActive)
+                                 shell.activated();
+                         });
+    };
+    steps.armWindow = [&] { engine.load(QUrl(DesktopApp::mainQml)); };
+    steps.run();
+    if (engine.rootObjects().isEmpty())
+        return 1;
+    shell.boot();
+    return app.exec();
+}
