@@ -63,7 +63,7 @@ QString summary()
         "  chat                                שיחה אינטראקטיבית\n"
         "  render [--html | --ansi | --plain] טקסט של הודעה מהקלט, כפי שהוא מוצג\n"
         "  prefs [set KEY VALUE]               העדפות בשרת\n"
-        "  logout                              יציאה\n"
+        "  logout [--force]                    יציאה\n"
         "  delete-account                      מחיקת החשבון\n"
         "\n"
         "קוד יציאה: 0 הצלחה, 1 השרת סירב, 2 שימוש שגוי, 3 לא מחוברים,\n"
@@ -84,7 +84,7 @@ QString summary()
         "  chat                                an interactive conversation\n"
         "  render [--html | --ansi | --plain] one message text from stdin, as it is shown\n"
         "  prefs [set KEY VALUE]               server-side preferences\n"
-        "  logout                              sign out\n"
+        "  logout [--force]                    sign out\n"
         "  delete-account                      delete the account\n"
         "\n"
         "Exit status: 0 done, 1 refused by the server, 2 usage, 3 not signed in,\n"
@@ -105,7 +105,7 @@ QString summary()
         "  chat                                интерактивный разговор\n"
         "  render [--html | --ansi | --plain] текст сообщения из ввода, как он показывается\n"
         "  prefs [set KEY VALUE]               настройки на сервере\n"
-        "  logout                              выйти\n"
+        "  logout [--force]                    выйти\n"
         "  delete-account                      удалить аккаунт\n"
         "\n"
         "Код выхода: 0 готово, 1 сервер отказал, 2 ошибка вызова, 3 вход не выполнен,\n"
@@ -139,7 +139,9 @@ int main(int argc, char **argv)
     const QCommandLineOption ansi(u"ansi"_s, u"render: styled for a terminal."_s);
     const QCommandLineOption plain(u"plain"_s, u"render: the shown text with its direction marks."_s);
     const QCommandLineOption wait(u"wait"_s, u"Seconds to wait for the agent's reply."_s, u"SECONDS"_s);
+    const QCommandLineOption force(u"force"_s, u"logout: even with turns not yet sent."_s);
     parser.addOptions({json, user, token, lang, every, project, file, replyTo, wait, html, ansi, plain});
+    parser.addOption(force);
     parser.addPositionalArgument(u"command"_s, u"What to do."_s);
 
     if (!parser.parse(QCoreApplication::arguments())) {
@@ -175,6 +177,8 @@ int main(int argc, char **argv)
     }
     in.command = words.takeFirst();
     in.args = words;
+    if (parser.isSet(force))
+        in.args.append(u"--force"_s); // read by logout alone
     in.json = parser.isSet(json);
     in.user = parser.value(user);
     in.token = parser.value(token);

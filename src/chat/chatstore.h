@@ -180,8 +180,19 @@ public:
     // Runs a pending debounced activity save now and waits for every disk write.
     void flushDisk();
 
-    // Forgets every conversation's files and every live store's state (sign-out).
-    static void resetAll();
+    // Sign-out: forgets every conversation's transcript, lanes, composer and transfers and
+    // every live store's state. Unsent turns stay on disk (owner-only) for the next sign-in
+    // of their account unless `unsent` says they go too (sign-out forced, account deleted).
+    enum class Unsent { Keep, Remove };
+    static void resetAll(Unsent unsent = Unsent::Keep);
+    // The main conversation and every project conversation stored for the account.
+    static QList<ChatScope> knownScopes(const QString &account);
+    // The outbox folders of an account's conversations known on this device.
+    static QStringList outboxFolders(const QString &account);
+    // Turns waiting in those folders.
+    static int unsentCount(const QString &account);
+    // Removes those folders (a forced sign-out, a deleted account).
+    static void removeOutboxes(const QStringList &folders);
 
 signals:
     void connectedChanged();
@@ -201,6 +212,8 @@ signals:
     void cancellingChanged();
     // One delivery attempt ended.
     void delivered(const QString &turnID, Delivery delivery, const QString &error);
+    // A turn was withdrawn (its reply target is gone); its text is back in the composer.
+    void withdrawn(const QString &turnID);
     // The server took a turn: its message's seq and the run that answers it.
     void settled(const QString &turnID, qint64 userSeq, const QString &runID);
 

@@ -157,7 +157,9 @@ private slots:
         QCOMPARE(summary.settled, 1);
         QCOMPARE(store->pendingTurns().size(), 1);
         QCOMPARE(store->pendingTurns().first().id, first);
-        QCOMPARE(store->pendingTurns().first().error, QStringLiteral("Nope."));
+        QCOMPARE(store->pendingTurns().first().error, ChatCourier::savedForRetry());
+        QCOMPARE(store->pendingTurns().first().reason, QStringLiteral("Nope."));
+        QVERIFY(store->pendingTurns().first().refused);
 
         const int posts = requests(QStringLiteral("webapi/chat"));
         drain(*store);
