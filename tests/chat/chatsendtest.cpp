@@ -170,13 +170,64 @@ private slots:
         Q_UNUSED(second)
     }
 
-    void acceptanceWithoutIdsIsNotSettled()
+    // One failed answer never stands in for the next attempt: after recovery every turn goes.
+    void afterAFailureEveryTurnGoesOut_data()
     {
-        service.fault({{"match", "webapi/chat"}, {"status", 200}, {"body", R"({"ok":true})"}});
+        QTest::addColumn<QJsonObject>("fault");
+        QTest::addColumn<bool>("byRetry");
+        QTest::addColumn<int>("uploads");
+        const QJsonObject busy{{"match", "webapi/upload"}, {"status", 503}};
+        // Twice: once more after the in-attempt pause.
+        const QJsonObject chatBusy{{"match", "webapi/chat"}, {"status", 503}, {"times", 2}};
+        QTest::newRow("upload 503, next drain") << busy << false << 2;
+        QTest::newRow("upload 503, retry") << busy << true << 2;
+        QTest::newRow("chat 503, next drain") << chatBusy << false << 1;
+    }
+
+    void afterAFailureEveryTurnGoesOut()
+    {
+        QFETCH(QJsonObject, fault);
+        QFETCH(bool, byRetry);
+        QFETCH(int, uploads);
+        service.fault(fault);
         auto store = newStore();
-        store->send(QStringLiteral("hm"), false, false);
-        QCOMPARE(drain(*store).refused, 1);
-        QCOMPARE(store->pendingTurns().first().error, ChatCourier::notConfirmed());
+        QVERIFY(store->attach(QStringLiteral("a.txt"), QStringLiteral("text/plain"), "bytes"));
+        const QString withFile = store->send(QStringLiteral("with a file"), false, false);
+        store->send(QStringLiteral("text behind it"), false, false);
+        QCOMPARE(drain(*store).offline, 2);
+        QCOMPARE(store->pendingTurns().size(), 2);
+        if (byRetry)
+            QCOMPARE(Sync::run(store->retry(withFile)), Delivery::Settled);
+        drain(*store);
+        QVERIFY(store->pendingTurns().isEmpty());
+        QCOMPARE(stored().size(), 2);
+        QCOMPARE(requests(QStringLiteral("webapi/upload")), uploads);
+    }
+
+    // Each turn's outcome is its own: a garbage answer to one refuses that one alone, and its
+    // answer is not read back by Retry.
+    void aGarbageAnswerRefusesItsTurnAlone_data()
+    {
+        QTest::addColumn<QString>("body");
+        QTest::newRow("no ids") << R"({"ok":true})";
+        QTest::newRow("not JSON") << "<html>oops</html>";
+    }
+
+    void aGarbageAnswerRefusesItsTurnAlone()
+    {
+        QFETCH(QString, body);
+        auto store = newStore();
+        const QString first = store->send(QStringLiteral("first"), false, false);
+        store->send(QStringLiteral("second"), false, false);
+        service.fault({{"match", "webapi/chat"}, {"status", 200}, {"body", body}});
+        const auto summary = drain(*store);
+        QCOMPARE(summary.refused, 1);
+        QCOMPARE(summary.settled, 1);
+        QCOMPARE(store->pendingTurns().size(), 1);
+        QCOMPARE(store->pendingTurns().first().id, first);
+        QVERIFY(store->pendingTurns().first().refused);
+        QCOMPARE(Sync::run(store->retry(first)), Delivery::Settled);
+        QCOMPARE(stored().size(), 2);
     }
 
     void stopSendsNothing()
