@@ -5,6 +5,7 @@
 #include "sessioncommands.h"
 
 #include "chat/chatbackgroundtransfer.h"
+#include "chat/chatjson.h"
 #include "chat/chatoutbox.h"
 #include "chat/chatrowsmodel.h"
 #include "chatprompt.h"
@@ -41,7 +42,7 @@ QString rendered(const QString &text);
 
 QString line(const ChatMessage &m)
 {
-    const QString when = QDateTime::fromMSecsSinceEpoch(qint64(m.createdAt * 1000))
+    const QString when = QDateTime::fromMSecsSinceEpoch(ChatJson::millisOf(m.createdAt))
                              .toString(u"yyyy-MM-dd HH:mm"_s);
     return u"["_s + when + u"] "_s + who(m) + u": "_s
            + (m.role == u"assistant" ? rendered(m.text) : TerminalText::safe(m.text, TerminalText::Lines::Keep));
@@ -291,7 +292,8 @@ QCoro::Task<int> sendTurn(Invocation in)
     waited.start();
     // Looked at a few times a second; QCoro 0.8's signal-with-timeout wait can touch its timer
     // after it is gone, so plain sleeps it is.
-    while (!replied() && waited.elapsed() < qint64(in.wait * 1000))
+    const qint64 patience = std::isfinite(in.wait) ? qint64(std::min(in.wait, 86400.0) * 1000) : 0;
+    while (!replied() && waited.elapsed() < patience)
         co_await QCoro::sleepFor(std::chrono::milliseconds(100));
     for (const ChatMessage &m : store->messages()) {
         if (m.role == u"assistant" && m.runID == runID) {

@@ -1,6 +1,7 @@
 #include "chatcourier.h"
 
 #include "chat/chatbackgroundtransfer.h"
+#include "chat/chatjson.h"
 #include "chat/chatoutbox.h"
 #include "chat/uploadreply.h"
 #include "net/api.h"
@@ -193,7 +194,7 @@ QCoro::Task<ChatCourier::Result> ChatCourier::sendText(Route route, OutboxTurn t
             failed = std::current_exception();
         }
         if (!failed) {
-            const qint64 seq = qint64(reply.value(u"user_seq").toDouble());
+            const qint64 seq = ChatJson::looseInteger(reply.value(u"user_seq")).value_or(0);
             const QString run = reply.value(u"run_id").toString();
             if (seq >= 1 && !run.isEmpty()) {
                 Result done;

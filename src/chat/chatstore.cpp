@@ -1,6 +1,7 @@
 #include "chatstore.h"
 
 #include "chat/chatbackoff.h"
+#include "chat/chatjson.h"
 #include "chat/chatorder.h"
 #include "chat/chatbackgroundtransfer.h"
 #include "chat/chatoutbox.h"
@@ -307,6 +308,7 @@ QCoro::Task<> ChatStore::fetch(bool withActivity)
         if (!self)
             co_return;
         if (failed) {
+            m_fetchFailed = true;
             m_failureUnreachable = FailureText::isUnreachable(failed);
             if (const QString text = loadFailureText(failed); !text.isEmpty())
                 setFailure(text);
@@ -319,11 +321,16 @@ QCoro::Task<> ChatStore::fetch(bool withActivity)
         }
         setFailure(QString());
         m_failureUnreachable = false;
+        // The server is back after a failure: what waited in the outbox goes now.
+        if (std::exchange(m_fetchFailed, false) && m_open)
+            drain();
         const qint64 before = m_cursor;
+        const qint64 activityBefore = m_activityCursor;
         absorb(feed, m_messages.isEmpty());
         absorbActivity(feed);
         // The rest of a long history comes at once; a reply that moves nothing ends it.
-        const bool more = (feed.hasMore && m_cursor > before) || feed.activityHasMore;
+        const bool more = (feed.hasMore && m_cursor > before)
+                          || (feed.activityHasMore && m_activityCursor > activityBefore);
         if (!more)
             break;
         withActivity = withActivity || feed.activityHasMore;
@@ -345,11 +352,13 @@ void ChatStore::absorb(const MessagesFeed &feed, bool replacing)
     }
     QList<ChatMessage> added;
     int newReplies = 0;
+    // The server's own cursor bounds ours: one bogus seq must not hide everything after it.
+    const qint64 ceiling = feed.cursor >= 1 ? std::max(m_cursor, feed.cursor) : ChatJson::maxSeq;
     for (const ChatMessage &incoming : feed.messages) {
         if (incoming.seq < 1 || m_seen.contains(seqKey(incoming.seq)))
             continue;
         m_seen.insert(seqKey(incoming.seq));
-        m_cursor = std::max(m_cursor, incoming.seq);
+        m_cursor = std::clamp(incoming.seq, m_cursor, ceiling);
         if (const auto at = bySeq.find(incoming.seq); at != bySeq.end()) {
             m_messages[*at] = incoming;
             continue;
@@ -457,9 +466,18 @@ Lane &ChatStore::laneFor(const QString &runID)
     return m_lanes.last();
 }
 
+bool ChatStore::laneFinished(const QString &runID) const
+{
+    const auto same = [&](const Lane &l) { return l.id == runID && l.finished; };
+    return std::any_of(m_history.begin(), m_history.end(), same)
+           || std::any_of(m_lanes.begin(), m_lanes.end(), same);
+}
+
 void ChatStore::upsert(const QString &runID, const QString &label, const QString &text,
                        std::optional<int> attempt)
 {
+    if (laneFinished(runID))
+        return;
     const qsizetype lanesBefore = m_lanes.size() + m_history.size();
     Lane &lane = laneFor(runID);
     if (!label.isEmpty())
@@ -584,7 +602,15 @@ void ChatStore::handle(const ChatFrame &frame)
     if (frame.conversationID != m_scope.conversationID())
         return;
     const QString &type = frame.type;
+    // A late frame of a run that has ended (a delta after its final, a tool step after it
+    // completed) never reopens or relabels its lane.
+    const bool late = type == u"run_started" || type == u"delta" || type == u"tool";
+    if (late && laneFinished(frame.runID))
+        return;
     if (type == u"run_started") {
+        // Followed by polling only when it answers a turn of this client.
+        const bool ours = (!frame.clientRequestID.isEmpty() && turnOf(frame.clientRequestID))
+                          || m_awaitingRun.contains(frame.runID);
         if (frame.userSeq >= 1 && !frame.clientRequestID.isEmpty())
             stamp(frame.userSeq, frame.clientRequestID);
         Lane &lane = laneFor(frame.runID);
@@ -595,8 +621,10 @@ void ChatStore::handle(const ChatFrame &frame)
         rebuild();
         saveActivity();
         emit laneChanged(copy);
-        m_awaitingRun.insert(frame.runID);
-        poll(frame.runID);
+        if (ours) {
+            m_awaitingRun.insert(frame.runID);
+            poll(frame.runID);
+        }
     } else if (type == u"delta") {
         upsert(frame.runID, frame.label, frame.text, frame.attempt);
     } else if (type == u"tool") {

@@ -98,6 +98,11 @@ public:
     qint64 revealSeq() const { return m_revealSeq; }
     const QSet<QString> &awaitingRuns() const { return m_awaitingRun; }
 
+    // Runs followed by polling at once; the others wait for one of these to end.
+    static constexpr qsizetype maxPolls = 4;
+    // A socket that stays open this long (or delivers a frame) was healthy: back-off resets.
+    static constexpr std::chrono::seconds steadySocket{30};
+
     // Brings the store up: prepare(), then goLive().
     void open();
     // What is on this device: the outbox, the transcript and lanes, the composer; turns whose
@@ -235,6 +240,7 @@ private:
     void reset();
 
     Lane &laneFor(const QString &runID);
+    bool laneFinished(const QString &runID) const;
     void upsert(const QString &runID, const QString &label, const QString &text,
                 std::optional<int> attempt);
     void finishActivity(const QString &runID, const QString &outcome);
@@ -290,6 +296,8 @@ private:
     bool m_socketLoop = false;
     bool m_pollLoop = false;
     int m_retries = 0;
+    int m_frames = 0; // frames received since the socket last opened
+    bool m_fetchFailed = false; // the last fetch failed: the next success drains
     bool m_refreshing = false;
     bool m_refreshPending = false;
     QSet<QString> m_polling;

@@ -127,7 +127,7 @@ private slots:
                             {"client_request_id", "turn-1"}}));
         QCOMPARE(chat->lanes().size(), 1);
         QCOMPARE(chat->lanes().first().after, 0);
-        QVERIFY(chat->awaitingRuns().contains(QStringLiteral("run_a")));
+        QVERIFY(!chat->awaitingRuns().contains(QStringLiteral("run_a"))); // not a turn of ours
 
         chat->handle(frame({{"type", "run_started"}, {"run_id", "run_b"}, {"user_seq", 4}}));
         QCOMPARE(chat->lanes().last().after, 4);
