@@ -350,6 +350,19 @@ private slots:
         QCOMPARE(stored.contains(u"failure"), kind != int(TurnFailure::None));
     }
 
+    // Bytes no turn names (a kill between writing them and recording the turn) are swept.
+    void strayFilesAreSwept()
+    {
+        ChatOutbox ob(key);
+        OutboxTurn named = turn(1);
+        named.files.append({u"f"_s, u"a.txt"_s, u"text/plain"_s, u"kept"_s});
+        QVERIFY(ob.writeData(u"kept"_s, "a") && ob.writeData(u"stray"_s, "b"));
+        QVERIFY(ob.append(named));
+        QCOMPARE(ob.sweep(std::chrono::hours(1)), 0); // too young: maybe another process's
+        QCOMPARE(ob.sweep(std::chrono::seconds(0)), 1);
+        QVERIFY(ob.readData(u"kept"_s) && !ob.readData(u"stray"_s));
+    }
+
     // Two processes share one folder: every turn of both is kept, once, in each one's order.
     void twoWriters()
     {

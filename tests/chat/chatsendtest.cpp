@@ -248,11 +248,12 @@ private slots:
         auto store = newStore();
         store->continueTask(99, QStringLiteral("the old task"));
         const QString id = store->send(QStringLiteral("and one more thing"), false, false);
+        store->setComposerText(QStringLiteral("typed meanwhile")); // kept, not overwritten
         drain(*store);
         QVERIFY(store->pendingTurns().isEmpty());
-        QCOMPARE(store->composerText(), QStringLiteral("and one more thing"));
+        QCOMPARE(store->composerText(), QStringLiteral("typed meanwhile\nand one more thing"));
         QCOMPARE(store->banner(), QStringLiteral("The task you replied to is no longer available"));
-        QCOMPARE(onDisk().composerText, std::optional<QString>("and one more thing"));
+        QCOMPARE(onDisk().composerText, std::optional<QString>("typed meanwhile\nand one more thing"));
         QCOMPARE(stored().size(), 0);
         Q_UNUSED(id)
     }
@@ -288,14 +289,20 @@ private slots:
         QCOMPARE(again->composerText(), QStringLiteral("draft"));
     }
 
+    // Settled at the start of the next run, before any store opens; the lanes already kept
+    // (a finished one here) stay.
     void aKeptAnswerSettlesWithoutSending()
     {
         auto store = newStore();
+        store->handle(ChatFrame::fromJson(QJsonObject{{"type", "final"}, {"run_id", "run_old"}, {"text", "ok"}}));
         const QString id = store->send(QStringLiteral("answered before the crash"), false, false);
         store.reset();
         transfers->keep(ChatBackgroundTransfer::key(QStringLiteral("demo"), QStringLiteral("chat"), id), 200,
                         R"({"ok":true,"user_seq":7,"run_id":"run_kept"})");
+        ChatStore::resumeAllBackgroundTransfers(QStringLiteral("demo"));
+        QVERIFY(onDisk().turns.isEmpty());
         auto next = newStore();
+        QCOMPARE(next->activityHistory().size(), 1);
         QVERIFY(next->pendingTurns().isEmpty());
         QVERIFY(onDisk().turns.isEmpty());
         QCOMPARE(requests(QStringLiteral("webapi/chat")), 0);

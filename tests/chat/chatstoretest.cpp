@@ -36,12 +36,13 @@ QJsonObject message(qint64 seq, const QString &role, const QString &text, double
     return m;
 }
 
-MessagesFeed feedOf(const QJsonArray &messages, const QString &conversation = QStringLiteral("main"))
+MessagesFeed feedOf(const QJsonArray &messages, const QString &conversation = QStringLiteral("main"),
+                    qint64 cursor = 0)
 {
     return MessagesFeed::fromJson(QJsonObject{{"ok", true},
                                               {"conversation_id", conversation},
                                               {"messages", messages},
-                                              {"cursor", 0}});
+                                              {"cursor", cursor}});
 }
 
 QStringList rowIds(const ChatStore &store)
@@ -301,6 +302,42 @@ private slots:
         chat->handle(frame({{"type", "final"}, {"run_id", "run_a"}, {"text", "done"}}));
         QCOMPARE(inserted.count(), 1);
         QCOMPARE(chat->rows()->rowCount(), 3);
+    }
+
+    // A late frame of an ended run (after its final) never reopens or relabels its lane.
+    void lateFramesLeaveAFinishedLane_data()
+    {
+        QTest::addColumn<QJsonObject>("late");
+        QTest::newRow("delta") << QJsonObject{{"type", "delta"}, {"label", "Relabelled"}, {"text", "more"}};
+        QTest::newRow("tool started") << QJsonObject{{"type", "tool"}, {"name", "search"}, {"status", "started"}};
+        QTest::newRow("run started") << QJsonObject{{"type", "run_started"}, {"user_seq", 9}};
+    }
+
+    void lateFramesLeaveAFinishedLane()
+    {
+        QFETCH(QJsonObject, late);
+        auto chat = newStore();
+        chat->handle(frame({{"type", "delta"}, {"run_id", "run_a"}, {"label", "Research"}, {"text", "t"}}));
+        chat->handle(frame({{"type", "tool"}, {"run_id", "run_a"}, {"name", "search"}, {"status", "completed"}}));
+        chat->handle(frame({{"type", "final"}, {"run_id", "run_a"}, {"text", "done"}}));
+        const Lane before = chat->activityHistory().first();
+        late.insert(QStringLiteral("run_id"), QStringLiteral("run_a"));
+        chat->handle(frame(late));
+        QVERIFY(chat->lanes().isEmpty());
+        QCOMPARE(chat->activityHistory().size(), 1);
+        QCOMPARE(chat->activityHistory().first(), before);
+    }
+
+    // One bogus seq must not move the cursor past what the server itself says it has.
+    void theCursorStaysWithinTheServers()
+    {
+        auto chat = newStore();
+        chat->absorb(feedOf({message(3, "user", "q", 100),
+                             message(9007199254740991, "assistant", "bogus", 101)},
+                            QStringLiteral("main"), 5),
+                     true);
+        QCOMPARE(chat->cursor(), 5);
+        QCOMPARE(chat->messages().size(), 2);
     }
 
     void resetAllForgetsEverything()
