@@ -2,6 +2,7 @@
 
 #include "chat/chatjson.h"
 #include "chat/tasknumber.h"
+#include "text/l.h"
 
 #include <QDateTime>
 #include <QJsonArray>
@@ -71,6 +72,12 @@ ChatMessage ChatMessage::fromJson(const QJsonValue &value, double now)
     if (m.kind.isEmpty())
         m.kind = u"text"_s;
     m.text = take(u"text", text, QString());
+    if (m.text.size() > maxText) {
+        m.text.truncate(maxText);
+        m.text += L::t(u"\n\n[ההודעה קוצרה: היא ארוכה ממה שהמכשיר הזה מציג]"_s,
+                       u"\n\n[Message cut: it is longer than this device shows]"_s,
+                       u"\n\n[Сообщение обрезано: оно длиннее, чем показывает это устройство]"_s);
+    }
     m.voiceFile = take(u"voice_file", optional, none);
     m.runID = take(u"run_id", id, none);
     m.createdAt = take(u"created_at", [&](const QString &key) { return r.number(key, now); }, now);

@@ -84,6 +84,7 @@ ChatStore::ChatStore(ChatScope scope, QString account, QString role, ChatDepende
     , m_meter(new UploadMeter(m_sleeper, {}, this))
     , m_composerSave(this, 500ms, [this] { saveComposer(); }, m_sleeper)
     , m_activitySave(this, 400ms, [this] { writeActivity(); }, m_sleeper)
+    , m_transcriptSave(this, 300ms, [this] { writeTranscript(); }, m_sleeper)
 {
     m_disk.setMaxThreadCount(1);
     m_disk.setObjectName(u"chat.activity.disk"_s);
@@ -254,6 +255,8 @@ void ChatStore::hydrate()
     if (const auto bytes = AtomicFile::read(QDir(dir).filePath(Transcript::activityFileName(storageKey())))) {
         for (Lane &lane : Transcript::decodeLanes(*bytes))
             (lane.finished ? m_history : m_lanes).append(std::move(lane));
+        if (m_history.size() > maxHistory)
+            m_history.remove(0, m_history.size() - maxHistory);
     }
     placeLanes();
     rebuild();
@@ -299,14 +302,23 @@ QCoro::Task<> ChatStore::fetch(bool withActivity)
         }
         std::exception_ptr failed;
         MessagesFeed feed;
+        bool tooLarge = false;
         try {
             const QByteArray body = co_await Api::fetch(m_scope.path(base));
-            feed = Decode::from<MessagesFeed>(body);
+            tooLarge = body.size() > maxPageBytes;
+            if (!tooLarge)
+                feed = Decode::from<MessagesFeed>(body);
         } catch (...) {
             failed = std::current_exception();
         }
         if (!self)
             co_return;
+        if (tooLarge) {
+            setFailure(L::t(u"השרת שלח דף גדול מכדי לשמור אותו במכשיר הזה."_s,
+                            u"The server sent a page too large to keep on this device."_s,
+                            u"Сервер прислал страницу, слишком большую для этого устройства."_s));
+            break;
+        }
         if (failed) {
             m_fetchFailed = true;
             m_failureUnreachable = FailureText::isUnreachable(failed);
@@ -540,6 +552,15 @@ void ChatStore::placeLanes()
     std::for_each(m_history.begin(), m_history.end(), place);
     if (!moved)
         return;
+    // Bounded: past the cap only the lanes still held keep their anchor.
+    if (m_anchors.size() > maxAnchors) {
+        QSet<QString> held;
+        for (const Lane &lane : std::as_const(m_lanes))
+            held.insert(lane.id);
+        for (const Lane &lane : std::as_const(m_history))
+            held.insert(lane.id);
+        m_anchors.removeIf([&](const auto &it) { return !held.contains(it.key()); });
+    }
     QVariantMap anchors;
     for (auto it = m_anchors.begin(); it != m_anchors.end(); ++it)
         anchors.insert(it.key(), it.value());
@@ -563,6 +584,9 @@ void ChatStore::archive(const QString &runID)
     for (qsizetype i = 0; i < m_lanes.size(); ++i) {
         if (m_lanes.at(i).id == runID && m_lanes.at(i).finished) {
             m_history.append(m_lanes.takeAt(i));
+            // The oldest finished lanes go first; their replies stay in the transcript.
+            if (m_history.size() > maxHistory)
+                m_history.remove(0, m_history.size() - maxHistory);
             return;
         }
     }
@@ -666,14 +690,24 @@ void ChatStore::markRead()
 
 void ChatStore::persist()
 {
+    // One pending write, newest wins: a first load of a hundred pages writes once.
+    m_transcriptSave.schedule();
+}
+
+void ChatStore::writeTranscript()
+{
     const QString dir = Transcript::folder();
     if (dir.isEmpty())
         return;
     for (const ChatMessage &m : std::as_const(m_messages))
         m_cachedSeq = std::max(m_cachedSeq, m.seq);
     const QString file = QDir(dir).filePath(Transcript::fileName(storageKey(), m_role == u"owner"));
-    // The list is shared, not copied, until this thread changes it again.
-    Transcript::Contents contents{m_messages, m_cachedSeq};
+    // The list is shared, not copied, until this thread changes it again. Only the newest
+    // messages are kept on the device; the server holds the rest.
+    Transcript::Contents contents{m_messages.size() > maxTranscript
+                                      ? m_messages.mid(m_messages.size() - maxTranscript)
+                                      : m_messages,
+                                  m_cachedSeq};
     m_disk.start([file, contents = std::move(contents)] {
         if (!AtomicFile::write(file, Transcript::encode(contents)))
             qCWarning(lcChat) << "could not write the transcript" << file;
@@ -701,6 +735,7 @@ void ChatStore::writeActivity()
 
 void ChatStore::flushDisk()
 {
+    m_transcriptSave.flush();
     m_activitySave.flush();
     m_disk.waitForDone();
 }

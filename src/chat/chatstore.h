@@ -100,6 +100,12 @@ public:
 
     // Runs followed by polling at once; the others wait for one of these to end.
     static constexpr qsizetype maxPolls = 4;
+    // Finished lanes kept for display, and lane anchors kept in the settings.
+    static constexpr qsizetype maxHistory = 200;
+    static constexpr qsizetype maxAnchors = 500;
+    // One fetched page, and the newest messages kept in the transcript file.
+    static constexpr qsizetype maxPageBytes = 32 * 1024 * 1024;
+    static constexpr qsizetype maxTranscript = 20000;
     // A socket that stays open this long (or delivers a frame) was healthy: back-off resets.
     static constexpr std::chrono::seconds steadySocket{30};
 
@@ -252,6 +258,7 @@ private:
     void rebuild();
     void rebuildLane(const Lane &lane);
     void persist();
+    void writeTranscript();
     void saveActivity();
     void writeActivity();
     void setConnected(bool connected);
@@ -320,5 +327,6 @@ private:
 
     Debouncer m_composerSave;
     Debouncer m_activitySave;
+    Debouncer m_transcriptSave;
     QThreadPool m_disk; // "chat.activity.disk": one writer, in order
 };

@@ -328,6 +328,15 @@ private slots:
         QCOMPARE(chat->activityHistory().first(), before);
     }
 
+    void finishedLanesAreBounded()
+    {
+        auto chat = newStore();
+        for (int i = 0; i < ChatStore::maxHistory + 10; ++i)
+            chat->handle(frame({{"type", "final"}, {"run_id", QStringLiteral("run_%1").arg(i)}}));
+        QCOMPARE(chat->activityHistory().size(), ChatStore::maxHistory);
+        QCOMPARE(chat->activityHistory().first().id, QStringLiteral("run_10"));
+    }
+
     // One bogus seq must not move the cursor past what the server itself says it has.
     void theCursorStaysWithinTheServers()
     {

@@ -129,6 +129,14 @@ private slots:
         }
     }
 
+    void aHugeMessageIsCutAndSaysSo()
+    {
+        const QString text(ChatMessage::maxText + 10, u'x');
+        const ChatMessage m = ChatMessage::fromJson(QJsonObject{{u"seq"_s, 1}, {u"text"_s, text}}, decodedAt);
+        QVERIFY(m.text.startsWith(text.left(ChatMessage::maxText)));
+        QVERIFY(m.text.endsWith(u"[Message cut: it is longer than this device shows]"_s));
+    }
+
     void feedSkipsBadElements()
     {
         const MessagesFeed f = MessagesFeed::fromJson(
