@@ -363,6 +363,7 @@ void ChatStore::absorb(const MessagesFeed &feed, bool replacing)
             locals.append(i);
     }
     QList<ChatMessage> added;
+    bool replaced = false;
     int newReplies = 0;
     // The server's own cursor bounds ours: one bogus seq must not hide everything after it.
     const qint64 ceiling = feed.cursor >= 1 ? std::max(m_cursor, feed.cursor) : ChatJson::maxSeq;
@@ -373,6 +374,7 @@ void ChatStore::absorb(const MessagesFeed &feed, bool replacing)
         m_cursor = std::clamp(incoming.seq, m_cursor, ceiling);
         if (const auto at = bySeq.find(incoming.seq); at != bySeq.end()) {
             m_messages[*at] = incoming;
+            replaced = true;
             continue;
         }
         // The stored copy of a reply or turn shown from a frame takes that copy's place.
@@ -383,6 +385,7 @@ void ChatStore::absorb(const MessagesFeed &feed, bool replacing)
                        || (m.clientRequestID && m.clientRequestID == incoming.clientRequestID));
         });
         if (local != locals.end()) {
+            replaced = true;
             m_messages[*local] = incoming;
             bySeq.insert(incoming.seq, *local);
             locals.erase(local);
@@ -421,9 +424,12 @@ void ChatStore::absorb(const MessagesFeed &feed, bool replacing)
         }
     }
 
-    orderMessages(m_messages);
-    placeLanes();
-    rebuild();
+    // A page of newer messages appends rows; anything else rebuilds them.
+    const bool moved = placeLanes();
+    if (replaced || moved || !appendRows(added)) {
+        orderMessages(m_messages);
+        rebuild();
+    }
     persist();
     if (newReplies) {
         m_unread += newReplies;
@@ -532,7 +538,7 @@ void ChatStore::rebuild()
     m_model->update(m_rows);
 }
 
-void ChatStore::placeLanes()
+bool ChatStore::placeLanes()
 {
     QHash<QString, qint64> turnOf; // run id → seq of the user message that started it
     for (const ChatMessage &m : std::as_const(m_messages)) {
@@ -551,7 +557,7 @@ void ChatStore::placeLanes()
     std::for_each(m_lanes.begin(), m_lanes.end(), place);
     std::for_each(m_history.begin(), m_history.end(), place);
     if (!moved)
-        return;
+        return false;
     // Bounded: past the cap only the lanes still held keep their anchor.
     if (m_anchors.size() > maxAnchors) {
         QSet<QString> held;
@@ -565,6 +571,43 @@ void ChatStore::placeLanes()
     for (auto it = m_anchors.begin(); it != m_anchors.end(); ++it)
         anchors.insert(it.key(), it.value());
     AppData::setSetting(laneAnchorKey(), anchors);
+    return true;
+}
+
+bool ChatStore::appendRows(const QList<ChatMessage> &added)
+{
+    // Only when the new messages simply follow the rows there are (the usual page of newer
+    // messages): the rows end in a message, the new ones sort after it and in their order,
+    // and no lane sits under them. Anything else takes the full rebuild.
+    const qsizetype old = m_messages.size() - added.size();
+    if (added.isEmpty() || old < 0 || m_rows.isEmpty() || !m_rows.constLast().isMessage())
+        return false;
+    QList<ChatMessage> tail{m_messages.at(old - 1 < 0 ? 0 : old - 1)};
+    if (old == 0)
+        tail.clear();
+    tail.append(added);
+    QList<ChatMessage> ordered = tail;
+    orderMessages(ordered);
+    for (qsizetype i = 0; i < tail.size(); ++i) {
+        if (ordered.at(i).localID != tail.at(i).localID)
+            return false;
+    }
+    QSet<qint64> seqs;
+    for (const ChatMessage &m : added)
+        seqs.insert(m.seq);
+    for (const QList<Lane> *list : {&m_lanes, &m_history}) {
+        for (const Lane &lane : *list) {
+            if (lane.after < 1 || seqs.contains(lane.after))
+                return false;
+        }
+    }
+    QList<Row> rows;
+    rows.reserve(added.size());
+    for (const ChatMessage &m : added)
+        rows.append(Row::message(m));
+    m_rows.append(rows);
+    m_model->append(rows);
+    return true;
 }
 
 void ChatStore::finishActivity(const QString &runID, const QString &outcome)

@@ -254,7 +254,8 @@ private:
     void appendReply(const QString &runID, const QString &text, std::optional<double> createdAt,
                      const QString &voiceFile);
     void append(ChatMessage message);
-    void placeLanes();
+    bool placeLanes(); // true when a lane moved
+    bool appendRows(const QList<ChatMessage> &added);
     void rebuild();
     void rebuildLane(const Lane &lane);
     void persist();

@@ -328,6 +328,32 @@ private slots:
         QCOMPARE(chat->activityHistory().first(), before);
     }
 
+    // A later page appends rows when it can; the rows are the same as a full rebuild's.
+    void aSecondPageKeepsTheRowsInOrder_data()
+    {
+        QTest::addColumn<double>("at");
+        QTest::addColumn<bool>("laneFirst");
+        QTest::addColumn<QStringList>("rows");
+        QTest::newRow("newer") << 102.0 << false << QStringList{"seq:1", "seq:2", "seq:3"};
+        QTest::newRow("older") << 50.0 << false << QStringList{"seq:3", "seq:1", "seq:2"};
+        QTest::newRow("under a waiting lane")
+            << 102.0 << true << QStringList{"seq:1", "seq:2", "seq:3", "lane:run_c"};
+    }
+
+    void aSecondPageKeepsTheRowsInOrder()
+    {
+        QFETCH(double, at);
+        QFETCH(bool, laneFirst);
+        QFETCH(QStringList, rows);
+        auto chat = newStore();
+        chat->absorb(feedOf({message(1, "user", "q", 100), message(2, "assistant", "a", 101)}), true);
+        if (laneFirst)
+            chat->handle(frame({{"type", "run_started"}, {"run_id", "run_c"}, {"user_seq", 3}}));
+        chat->absorb(feedOf({message(3, "user", "q2", at)}), false);
+        QCOMPARE(rowIds(*chat), rows);
+        QCOMPARE(chat->rows()->rowCount(), rows.size());
+    }
+
     void finishedLanesAreBounded()
     {
         auto chat = newStore();
