@@ -5,11 +5,13 @@
 #include "sessioncommands.h"
 
 #include "chat/chatbackgroundtransfer.h"
+#include "chat/chatjson.h"
 #include "chat/chatoutbox.h"
 #include "chat/chatrowsmodel.h"
 #include "chatprompt.h"
 #include "voicecommands.h"
 #include "render.h"
+#include "terminaltext.h"
 #include "chat/markup/ansiwriter.h"
 #include "chat/chatstore.h"
 #include "session/session.h"
@@ -41,10 +43,10 @@ QString rendered(const QString &text);
 
 QString line(const ChatMessage &m)
 {
-    const QString when = QDateTime::fromMSecsSinceEpoch(qint64(m.createdAt * 1000))
+    const QString when = QDateTime::fromMSecsSinceEpoch(ChatJson::millisOf(m.createdAt))
                              .toString(u"yyyy-MM-dd HH:mm"_s);
     return u"["_s + when + u"] "_s + who(m) + u": "_s
-           + (m.role == u"assistant" ? rendered(m.text) : m.text);
+           + (m.role == u"assistant" ? rendered(m.text) : TerminalText::safe(m.text, TerminalText::Lines::Keep));
 }
 
 void usage()
@@ -100,7 +102,7 @@ QCoro::Task<int> log(Invocation in)
     co_await store->load();
     store->flushDisk();
     if (!store->failure().isEmpty()) {
-        Console::err(store->failure());
+        Console::err(TerminalText::safe(store->failure()));
         if (store->messages().isEmpty())
             co_return store->failureUnreachable() ? Unreachable : Refused;
     }
@@ -143,19 +145,22 @@ private:
             seen.label = lane.heading();
             seen.text = lane.text;
             const QString last = lane.text.section(u'\n', -1, -1, QString::SectionSkipEmpty);
-            Console::out(u"▸ "_s + lane.heading() + (last.isEmpty() ? QString() : u": "_s + last.left(160)));
+            Console::out(u"▸ "_s + TerminalText::safe(lane.heading())
+                         + (last.isEmpty() ? QString() : u": "_s + TerminalText::safe(last.left(160))));
         }
         for (const Activity &step : lane.tools) {
             if (seen.tools.value(step.id) == step.status)
                 continue;
             seen.tools.insert(step.id, step.status);
             const QString detail = step.usefulDetail();
-            Console::out(u"  ↳ "_s + step.title + (detail.isEmpty() ? QString() : u" — "_s + detail)
-                         + u" ["_s + step.status + u"]"_s);
+            Console::out(u"  ↳ "_s + TerminalText::safe(step.title)
+                         + (detail.isEmpty() ? QString() : u" — "_s + TerminalText::safe(detail))
+                         + u" ["_s + TerminalText::safe(step.status) + u"]"_s);
         }
         if (lane.finished && !seen.finished) {
             seen.finished = true;
-            Console::out(u"✓ "_s + lane.heading() + u" ("_s + lane.outcome.value_or(u"completed"_s) + u")"_s);
+            Console::out(u"✓ "_s + TerminalText::safe(lane.heading()) + u" ("_s
+                         + TerminalText::safe(lane.outcome.value_or(u"completed"_s)) + u")"_s);
         }
     }
 
@@ -170,7 +175,7 @@ QCoro::Task<int> follow(Invocation in)
     while (store->loading())
         co_await qCoro(store.get(), &ChatStore::loadingChanged);
     if (!store->failure().isEmpty())
-        Console::err(store->failure());
+        Console::err(TerminalText::safe(store->failure()));
     Follower follower(store.get());
     Session *session = Session::shared();
     while (session->gate() != Session::Gate::Out)
@@ -210,11 +215,13 @@ int outcomeOf(const ChatStore &store, const QString &turnID)
     for (const OutboxTurn &turn : store.outbox().state().turns) {
         if (turn.id != turnID)
             continue;
-        if (ChatCourier::isOfflineError(turn.error) || turn.error.isEmpty()) {
+        if (turn.failure != TurnFailure::Refused) {
             Console::err(keptText());
             return Unreachable;
         }
         Console::err(turn.error);
+        if (!turn.reason.isEmpty())
+            Console::err(u"    "_s + TerminalText::safe(turn.reason));
         return Refused;
     }
     return Done;
@@ -257,6 +264,9 @@ QCoro::Task<int> sendTurn(Invocation in)
     QString runID;
     QObject::connect(store.get(), &ChatStore::settled, store.get(),
                      [&runID](const QString &, qint64, const QString &run) { runID = run; });
+    QStringList withdrawn;
+    QObject::connect(store.get(), &ChatStore::withdrawn, store.get(),
+                     [&withdrawn](const QString &id) { withdrawn.append(id); });
     showProgress();
     const QString turnID = store->send(text, false, false);
     if (turnID.isEmpty()) {
@@ -265,6 +275,10 @@ QCoro::Task<int> sendTurn(Invocation in)
     }
     co_await store->drain();
     store->flushDisk();
+    if (withdrawn.contains(turnID)) {
+        Console::err(store->banner());
+        co_return Refused;
+    }
     const int status = outcomeOf(*store, turnID);
     if (status != Done || in.wait <= 0 || runID.isEmpty())
         co_return status;
@@ -280,7 +294,8 @@ QCoro::Task<int> sendTurn(Invocation in)
     waited.start();
     // Looked at a few times a second; QCoro 0.8's signal-with-timeout wait can touch its timer
     // after it is gone, so plain sleeps it is.
-    while (!replied() && waited.elapsed() < qint64(in.wait * 1000))
+    const qint64 patience = std::isfinite(in.wait) ? qint64(std::min(in.wait, 86400.0) * 1000) : 0;
+    while (!replied() && waited.elapsed() < patience)
         co_await QCoro::sleepFor(std::chrono::milliseconds(100));
     for (const ChatMessage &m : store->messages()) {
         if (m.role == u"assistant" && m.runID == runID) {
@@ -305,17 +320,20 @@ QCoro::Task<int> outbox(Invocation in)
             for (const OutboxFile &file : turn.files)
                 files.append(file.name);
             out.append(QJsonObject{{u"id"_s, turn.id}, {u"text"_s, turn.text}, {u"files"_s, files},
-                                   {u"error"_s, turn.error}});
+                                   {u"error"_s, turn.error}, {u"reason"_s, turn.reason},
+                                   {u"refused"_s, turn.failure == TurnFailure::Refused}});
         }
         Console::json(out);
     } else {
         for (const OutboxTurn &turn : turns) {
-            QString line = turn.id + u"  "_s + turn.text;
+            QString line = turn.id + u"  "_s + TerminalText::safe(turn.text);
             for (const OutboxFile &file : turn.files)
-                line += u"  📎 "_s + file.name;
+                line += u"  📎 "_s + TerminalText::safe(file.name);
             Console::out(line);
             if (!turn.error.isEmpty())
                 Console::out(u"    ⚠ "_s + turn.error);
+            if (!turn.reason.isEmpty())
+                Console::out(u"      "_s + TerminalText::safe(turn.reason));
         }
     }
     co_return Done;
@@ -354,9 +372,16 @@ QCoro::Task<int> retryTurn(Invocation in)
                          .arg(id));
         co_return Refused;
     }
+    bool withdrawn = false;
+    QObject::connect(store.get(), &ChatStore::withdrawn, store.get(),
+                     [&withdrawn, id](const QString &turn) { withdrawn = withdrawn || turn == id; });
     showProgress();
     co_await store->retry(id);
     store->flushDisk();
+    if (withdrawn) {
+        Console::err(store->banner()); // its text is back in the composer
+        co_return Refused;
+    }
     co_return outcomeOf(*store, id);
 }
 

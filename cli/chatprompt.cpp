@@ -3,6 +3,7 @@
 #include "console.h"
 #include "outcome.h"
 #include "render.h"
+#include "terminaltext.h"
 
 #include "chat/markup/ansiwriter.h"
 
@@ -72,7 +73,7 @@ void showMessage(const ChatMessage &m)
     const QString text = m.role == u"assistant"
                              ? Markup::AnsiWriter::render(m.text, RenderCommand::terminalWidth(),
                                                           RenderCommand::colourWanted())
-                             : m.text;
+                             : TerminalText::safe(m.text, TerminalText::Lines::Keep);
     Console::out(who + u": "_s + text);
 }
 
@@ -89,9 +90,12 @@ QCoro::Task<int> run(ChatScope scope)
     for (qsizetype i = std::max<qsizetype>(0, messages.size() - 20); i < messages.size(); ++i)
         showMessage(messages.at(i));
     for (const PendingTurn &p : store.pendingTurns())
-        Console::out(u"⏳ "_s + p.id + u"  "_s + p.text + (p.error.isEmpty() ? QString() : u"  ⚠ "_s + p.error));
+        Console::out(u"⏳ "_s + p.id + u"  "_s + TerminalText::safe(p.text)
+                     + (p.error.isEmpty() ? QString() : u"  ⚠ "_s + p.error)
+                     + (p.reason.isEmpty() ? QString() : u" ("_s + TerminalText::safe(p.reason) + u")"_s));
     if (!store.composerText().isEmpty())
-        Console::out(L::t(u"טיוטה: "_s, u"Draft: "_s, u"Черновик: "_s) + store.composerText());
+        Console::out(L::t(u"טיוטה: "_s, u"Draft: "_s, u"Черновик: "_s)
+                     + TerminalText::safe(store.composerText()));
 
     QObject::connect(&store, &ChatStore::messageAdded, &store, [](const ChatMessage &m) {
         if (m.role == u"assistant")
@@ -99,13 +103,26 @@ QCoro::Task<int> run(ChatScope scope)
     });
     QObject::connect(&store, &ChatStore::laneChanged, &store, [](const Lane &lane) {
         if (!lane.finished)
-            Console::err(u"… "_s + lane.heading());
+            Console::err(u"… "_s + TerminalText::safe(lane.heading()));
     });
     QObject::connect(&store, &ChatStore::delivered, &store,
-                     [](const QString &id, Delivery delivery, const QString &error) {
-                         if (delivery != Delivery::Settled)
-                             Console::err(u"⚠ "_s + id + u": "_s + error);
+                     [&store](const QString &id, Delivery delivery, const QString &error) {
+                         if (delivery == Delivery::Settled)
+                             return;
+                         QString reason;
+                         for (const PendingTurn &p : store.pendingTurns()) {
+                             if (p.id == id)
+                                 reason = p.reason;
+                         }
+                         Console::err(u"⚠ "_s + id + u": "_s + error
+                                      + (reason.isEmpty() ? QString()
+                                                          : u" ("_s + TerminalText::safe(reason) + u")"_s));
                      });
+    QObject::connect(&store, &ChatStore::withdrawn, &store, [&store](const QString &) {
+        Console::err(u"⚠ "_s + store.banner());
+        Console::out(L::t(u"טיוטה: "_s, u"Draft: "_s, u"Черновик: "_s)
+                     + TerminalText::safe(store.composerText()));
+    });
     store.goLive();
 
     LineReader reader;

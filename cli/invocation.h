@@ -23,4 +23,5 @@ struct Invocation {
     QStringList fields;          // --field KEY=VALUE, repeatable (vault add)
     bool primary = false;        // --primary (vault add)
     bool forget = false;         // --forget (health disconnect)
+    bool force = false;          // --force (logout with turns not yet sent)
 };

@@ -81,7 +81,7 @@ QString summary()
         "  vault reveal ID | vault copy ID     סוד אחד, אחרי סיסמת חשבון המערכת\n"
         "  vault add KIND --title T [--field KEY=VALUE]... [--primary] | vault rm ID\n"
         "                                      הוספה (VALUE ‎-‎ נקרא מהקלט); מחיקה\n"
-        "  logout                              יציאה\n"
+        "  logout [--force]                    יציאה\n"
         "  delete-account                      מחיקת החשבון\n"
         "  push status [--json] | push test    בדיקת ההתראות; התראת בדיקה\n"
         "  debug crash SIGNAL | debug hang SECONDS | debug report\n"
@@ -113,7 +113,7 @@ QString summary()
         "  vault reveal ID | vault copy ID     one secret, after the system account's password\n"
         "  vault add KIND --title T [--field KEY=VALUE]... [--primary] | vault rm ID\n"
         "                                      add (a VALUE of - is read from stdin); delete\n"
-        "  logout                              sign out\n"
+        "  logout [--force]                    sign out\n"
         "  delete-account                      delete the account\n"
         "  push status [--json] | push test    check notifications; send a test one\n"
         "  debug crash SIGNAL | debug hang SECONDS | debug report\n"
@@ -145,7 +145,7 @@ QString summary()
         "  vault reveal ID | vault copy ID     один секрет, после пароля учётной записи\n"
         "  vault add KIND --title T [--field KEY=VALUE]... [--primary] | vault rm ID\n"
         "                                      добавить (VALUE - читается из ввода); удалить\n"
-        "  logout                              выйти\n"
+        "  logout [--force]                    выйти\n"
         "  delete-account                      удалить аккаунт\n"
         "  push status [--json] | push test    проверка уведомлений; тестовое уведомление\n"
         "  debug crash SIGNAL | debug hang SECONDS | debug report\n"
@@ -194,6 +194,8 @@ int main(int argc, char **argv)
     const QCommandLineOption primary(u"primary"_s, u"vault add: the default of its kind."_s);
     const QCommandLineOption forget(u"forget"_s, u"health disconnect: delete it on the server too."_s);
     parser.addOptions({title, field, primary, forget});
+    const QCommandLineOption force(u"force"_s, u"logout: even with turns not yet sent."_s);
+    parser.addOption(force);
     parser.addPositionalArgument(u"command"_s, u"What to do."_s);
 
     if (!parser.parse(QCoreApplication::arguments())) {
@@ -229,6 +231,7 @@ int main(int argc, char **argv)
     }
     in.command = words.takeFirst();
     in.args = words;
+    in.force = parser.isSet(force);
     in.json = parser.isSet(json);
     in.user = parser.value(user);
     in.token = parser.value(token);

@@ -1,6 +1,7 @@
 #include "pagecommands.h"
 
 #include "console.h"
+#include "terminaltext.h"
 #include "net/api.h"
 #include "net/feed.h"
 #include "session/session.h"
@@ -83,7 +84,7 @@ QCoro::Task<int> watch(Invocation in)
     });
     QObject::connect(core, &FeedCore::failureChanged, core, [core] {
         if (!core->failure().isEmpty())
-            Console::err(core->failure());
+            Console::err(TerminalText::safe(core->failure()));
     });
     co_await feed.load();
     feed.watch();

@@ -2,6 +2,8 @@
 
 #include "console.h"
 #include "outcome.h"
+#include "terminaltext.h"
+#include "chat/chatstore.h"
 #include "session/session.h"
 #include "text/l.h"
 #include "text/word.h"
@@ -34,7 +36,7 @@ QString signedInAs(const Session &s)
 {
     return L::t(u"מחוברים בתור %1 (%2)"_s, u"Signed in as %1 (%2)"_s,
                 u"Вы вошли как %1 (%2)"_s)
-        .arg(s.label(), Word::of(s.role()));
+        .arg(TerminalText::safe(s.label()), TerminalText::safe(Word::of(s.role())));
 }
 
 } // namespace
@@ -119,26 +121,43 @@ QCoro::Task<int> whoami(Invocation in)
         if (!s.email().isEmpty())
             Console::out(L::t(u"דוא״ל: %1"_s, u"E-mail: %1"_s,
                               u"Эл. почта: %1"_s)
-                             .arg(s.email()));
+                             .arg(TerminalText::safe(s.email())));
         Console::out(L::t(u"דפים: %1"_s, u"Pages: %1"_s,
                           u"Разделы: %1"_s)
                          .arg(s.isOwner() ? L::t(u"הכול"_s, u"all"_s,
                                                  u"все"_s)
-                                          : s.pages().join(u", "_s)));
+                                          : TerminalText::safe(s.pages().join(u", "_s))));
         if (!s.workspace().isEmpty())
             Console::out(L::t(u"סביבת עבודה: %1"_s, u"Workspace: %1"_s,
                               u"Рабочее пространство: %1"_s)
-                             .arg(s.workspace()));
+                             .arg(TerminalText::safe(s.workspace())));
     }
     co_return Done;
 }
 
-QCoro::Task<int> logout([[maybe_unused]] Invocation in)
+QCoro::Task<int> logout(Invocation in)
 {
     co_await session().boot();
     if (session().gate() == Session::Gate::Out)
         co_return Outcome::notSignedIn();
+    // Turns not yet sent are the user's own words: signing out drops them only when asked to.
+    const QString account = session().user();
+    const int unsent = ChatStore::unsentCount(account);
+    const bool force = in.force;
+    if (unsent > 0 && !force) {
+        Console::err(L::t(u"%1 הודעות עוד לא נשלחו; יציאה תמחק אותן. ‎chat drain‎ שולח אותן, "
+                          u"‎logout --force‎ יוצא בכל זאת."_s,
+                          u"%1 messages are not sent yet; signing out deletes them. chat drain "
+                          u"sends them, logout --force signs out anyway."_s,
+                          u"%1 сообщений ещё не отправлено; выход удалит их. chat drain отправит "
+                          u"их, logout --force выйдет всё равно."_s)
+                         .arg(unsent));
+        co_return Refused;
+    }
+    const QStringList outboxes = ChatStore::outboxFolders(account);
     co_await session().signOut();
+    if (force)
+        ChatStore::removeOutboxes(outboxes);
     Console::err(session().exitText());
     co_return Done;
 }
@@ -148,8 +167,10 @@ QCoro::Task<int> deleteAccount([[maybe_unused]] Invocation in)
     const bool ready = co_await signedIn();
     if (!ready)
         co_return SignedOut;
+    const QStringList outboxes = ChatStore::outboxFolders(session().user());
     const bool deleted = co_await session().deleteAccount();
     if (deleted) {
+        ChatStore::removeOutboxes(outboxes);
         Console::err(session().exitText());
         co_return Done;
     }
@@ -182,7 +203,8 @@ QCoro::Task<int> prefs(Invocation in)
         Console::json(QJsonObject::fromVariantMap(prefs));
     } else if (!setting) {
         for (auto it = prefs.begin(); it != prefs.end(); ++it)
-            Console::out(it.key() + u" = "_s + it.value().toString());
+            Console::out(TerminalText::safe(it.key()) + u" = "_s
+                         + TerminalText::safe(it.value().toString()));
     }
     co_return Done;
 }

@@ -3,6 +3,7 @@
 
 #include "chat/chatstore.h"
 #include "chat/transcript.h"
+#include "net/jsonrecord.h"
 #include "platform/appdata.h"
 #include "platform/atomicfile.h"
 #include "platform/reachability.h"
@@ -155,8 +156,58 @@ void deltaFrames(benchmark::State &state)
     state.SetItemsProcessed(state.iterations() * 2000);
 }
 
+// A fresh device opening a long conversation: 100 pages of 200 fetched one after the other,
+// each decoded and absorbed, and the transcript on disk at the end (its writes counted).
+QList<QByteArray> pages(int count, int size)
+{
+    QList<QByteArray> out;
+    for (int p = 0; p < count; ++p) {
+        const qint64 from = qint64(p) * size + 1;
+        out.append(QJsonDocument(QJsonObject{{"ok", true},
+                                             {"conversation_id", "main"},
+                                             {"messages", feedMessages(from, size)},
+                                             {"cursor", double(from + size - 1)},
+                                             {"has_more", p + 1 < count}})
+                       .toJson(QJsonDocument::Compact));
+    }
+    return out;
+}
+
+void firstLoad(benchmark::State &state)
+{
+    Home home;
+    Always net;
+    const QList<QByteArray> bodies = pages(int(state.range(0)), 200);
+    for (auto _ : state) {
+        auto store = newStore(&net);
+        for (const QByteArray &body : bodies) {
+            const MessagesFeed feed = Decode::from<MessagesFeed>(body);
+            store->absorb(feed, store->messages().isEmpty());
+        }
+        store->flushDisk();
+        benchmark::DoNotOptimize(store->builtRows().size());
+    }
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    state.counters["peak_rss_MB"] = double(usage.ru_maxrss) / 1024.0;
+}
+
+// The yardstick: the same pages decoded into one list, nothing else.
+void firstLoadPlain(benchmark::State &state)
+{
+    const QList<QByteArray> bodies = pages(int(state.range(0)), 200);
+    for (auto _ : state) {
+        QList<ChatMessage> all;
+        for (const QByteArray &body : bodies)
+            all.append(Decode::from<MessagesFeed>(body).messages);
+        benchmark::DoNotOptimize(all.size());
+    }
+}
+
 } // namespace
 
+BENCHMARK(firstLoadPlain)->Arg(100)->Unit(benchmark::kMillisecond);
+BENCHMARK(firstLoad)->Arg(100)->Unit(benchmark::kMillisecond);
 BENCHMARK(openStoredConversation)->Arg(20000)->Unit(benchmark::kMillisecond);
 BENCHMARK(parseTranscriptOnly)->Arg(20000)->Unit(benchmark::kMillisecond);
 BENCHMARK(absorbIntoLongConversation)->Arg(5000)->Arg(20000)->Arg(80000)->Unit(benchmark::kMillisecond);

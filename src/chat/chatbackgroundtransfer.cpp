@@ -9,6 +9,7 @@
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLoggingCategory>
@@ -72,14 +73,21 @@ std::optional<Api::Reply> readReceipt(const QString &key)
     return Api::Reply{*decoded, status.toInt(), {}};
 }
 
-void writeReceipt(const QString &key, int status, const QByteArray &data)
+bool writeReceipt(const QString &key, int status, const QByteArray &data)
 {
     QJsonObject o;
     o.insert(u"status"_s, status);
     o.insert(u"data"_s, QString::fromLatin1(data.toBase64()));
     const QByteArray bytes = QJsonDocument(o).toJson(QJsonDocument::Compact);
-    if (!AtomicFile::write(fileOf(key, receiptFile), bytes))
-        qCWarning(lcTransfer) << "could not keep the receipt of" << key;
+    if (AtomicFile::write(fileOf(key, receiptFile), bytes))
+        return true;
+    qCWarning(lcTransfer) << "could not keep the receipt of" << key;
+    return false;
+}
+
+bool succeeded(const Api::Reply &reply)
+{
+    return reply.status >= 200 && reply.status <= 299;
 }
 
 // Lets a crash test kill the process at a known point (see the header).
@@ -183,7 +191,7 @@ QString ChatBackgroundTransfer::key(const QString &storageKey, const QString &ki
     return storageKey + u':' + bare + u':' + id;
 }
 
-QString ChatBackgroundTransfer::folder(const QString &key) const
+QString ChatBackgroundTransfer::folder(const QString &key)
 {
     return folderOf(key);
 }
@@ -193,9 +201,14 @@ QCoro::Task<Api::Reply> ChatBackgroundTransfer::perform(Api::Request request, QS
     if (key.isEmpty())
         throw Api::TransportError(QNetworkReply::ProtocolInvalidOperationError,
                                   u"A background transfer needs a name."_s);
-    if (std::optional<Api::Reply> kept = readReceipt(key)) {
-        qCDebug(lcTransfer) << "answered from the receipt of" << key;
-        co_return *kept;
+    if (std::optional<Api::Reply> kept = receipt(key)) {
+        if (succeeded(*kept)) {
+            qCDebug(lcTransfer) << "answered from the receipt of" << key;
+            co_return *kept;
+        }
+        // A failure from an earlier attempt: this attempt asks the server again.
+        qCDebug(lcTransfer) << "dropping the failed receipt of" << key << kept->status;
+        discard(key);
     }
     std::shared_ptr<Flight> flight = m_flights.value(key);
     if (flight)
@@ -208,6 +221,13 @@ QCoro::Task<Api::Reply> ChatBackgroundTransfer::perform(Api::Request request, QS
 
 std::optional<Api::Reply> ChatBackgroundTransfer::stored(const QString &key) const
 {
+    return receipt(key);
+}
+
+std::optional<Api::Reply> ChatBackgroundTransfer::receipt(const QString &key) const
+{
+    if (m_stale.contains(key))
+        return std::nullopt;
     return readReceipt(key);
 }
 
@@ -217,7 +237,7 @@ QCoro::Task<std::optional<Api::Reply>> ChatBackgroundTransfer::watch(
     Sleeper *sleeper = m_sleeper;
     std::chrono::milliseconds waited{0};
     for (;;) {
-        std::optional<Api::Reply> kept = readReceipt(key);
+        std::optional<Api::Reply> kept = receipt(key);
         if (kept || waited >= patience)
             co_return kept;
         co_await sleeper->sleep(1s);
@@ -295,7 +315,8 @@ void ChatBackgroundTransfer::finish(const QString &key, const std::shared_ptr<Fl
     } else {
         // Exactly what the receipt holds, so an answer reads the same now and after a restart.
         const QByteArray data = reply->readAll();
-        writeReceipt(key, status, data);
+        if (writeReceipt(key, status, data))
+            m_stale.remove(key);
         pauseAt("receipt-written");
         qCDebug(lcTransfer) << key << "→" << status;
         flight->result = Api::Reply{data, status, {}};
@@ -305,12 +326,16 @@ void ChatBackgroundTransfer::finish(const QString &key, const std::shared_ptr<Fl
 
 void ChatBackgroundTransfer::keep(const QString &key, int status, const QByteArray &data)
 {
-    writeReceipt(key, status, data);
+    if (writeReceipt(key, status, data))
+        m_stale.remove(key);
 }
 
 void ChatBackgroundTransfer::discard(const QString &key)
 {
     remove(key);
+    // Whatever could not be deleted is no answer any more.
+    if (QFileInfo::exists(fileOf(key, receiptFile)))
+        m_stale.insert(key);
 }
 
 void ChatBackgroundTransfer::acknowledged(const QStringList &keys)

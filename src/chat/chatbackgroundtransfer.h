@@ -5,6 +5,7 @@
 
 #include <QCoroTask>
 #include <QHash>
+#include <QSet>
 #include <QObject>
 #include <QStringList>
 
@@ -47,14 +48,16 @@ public:
 
     // kind "chat", "voice" or "upload": storageKey + ":" + kind + ":" + id.
     static QString key(const QString &storageKey, const QString &kind, const QString &id);
-    QString folder(const QString &key) const;
+    static QString folder(const QString &key);
 
-    // A stored receipt at once, without sending; else the running transfer of the key (one
+    // A stored receipt of a success (2xx) at once, without sending; a kept failure is never
+    // an answer to a new attempt (it is discarded and the request goes again); else the running transfer of the key (one
     // request however many callers wait); else a new transfer. Any HTTP status is a reply;
     // no reply at all is an Api::TransportError, and leaves no receipt. The reply holds what a
     // receipt holds (status and body, no headers), so it reads the same after a restart.
     QCoro::Task<Api::Reply> perform(Api::Request request, QString key) override;
-    // The reply kept in receipt.json.
+    // The reply kept in receipt.json; nothing for one that was discarded but could not be
+    // deleted (a read-only folder): it is stale for the rest of this run.
     std::optional<Api::Reply> stored(const QString &key) const;
     // Waits up to patience for the key's receipt, checking once a second, so an answer that
     // a transfer of this run or of an earlier one wrote is found. Nothing when none came.
@@ -84,6 +87,9 @@ private:
     void finish(const QString &key, const std::shared_ptr<Flight> &flight, QNetworkReply *reply);
     void remove(const QString &key);
 
+    std::optional<Api::Reply> receipt(const QString &key) const;
+
     Sleeper *m_sleeper;
     QHash<QString, std::shared_ptr<Flight>> m_flights;
+    QSet<QString> m_stale; // discarded, yet still on disk
 };

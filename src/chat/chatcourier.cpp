@@ -1,9 +1,11 @@
 #include "chatcourier.h"
 
 #include "chat/chatbackgroundtransfer.h"
+#include "chat/chatjson.h"
 #include "chat/chatoutbox.h"
 #include "chat/uploadreply.h"
 #include "net/api.h"
+#include "platform/atomicfile.h"
 #include "platform/sleeper.h"
 #include "text/l.h"
 
@@ -25,13 +27,6 @@ namespace {
 constexpr auto blipPause = 8s;
 
 enum class Failure { Offline, Blip, Refused, DeadReply };
-
-// Hebrew, English, Russian.
-constexpr const char16_t *savedText[] = {
-    u"ההודעה נשמרה במכשיר הזה. הקישו „נסו שוב” על ההודעה.",
-    u"Your message is saved on this device. Tap Retry on the message.",
-    u"Сообщение сохранено на этом устройстве. Нажмите «Повторить» на сообщении.",
-};
 
 Failure classify(const std::exception_ptr &error)
 {
@@ -71,6 +66,26 @@ QJsonObject withScope(QJsonObject body, const ChatScope &scope)
     return body;
 }
 
+ChatCourier::Result kept(Delivery delivery, TurnFailure failure, QString reason = {})
+{
+    ChatCourier::Result r;
+    r.delivery = delivery;
+    r.failure = failure;
+    r.error = OutboxTurn::savedForRetry();
+    r.reason = std::move(reason);
+    return r;
+}
+
+ChatCourier::Result offline()
+{
+    return kept(Delivery::Offline, TurnFailure::Offline);
+}
+
+ChatCourier::Result refused(QString reason)
+{
+    return kept(Delivery::Stopped, TurnFailure::Refused, std::move(reason));
+}
+
 } // namespace
 
 ChatCourier::ChatCourier(ChatScope scope, QString storageKey, Sleeper *sleeper)
@@ -80,84 +95,80 @@ ChatCourier::ChatCourier(ChatScope scope, QString storageKey, Sleeper *sleeper)
 {
 }
 
-QString ChatCourier::savedForRetry()
+QCoro::Task<ChatCourier::Result> ChatCourier::deliver(OutboxTurn turn, const ChatOutbox *outbox) const
 {
-    return L::t(QString::fromUtf16(savedText[0]), QString::fromUtf16(savedText[1]),
-                QString::fromUtf16(savedText[2]));
+    QStringList paths;
+    for (const OutboxFile &file : turn.files)
+        paths.append(outbox->dataPath(file.fileID));
+    Route route{m_scope, m_storageKey, m_sleeper};
+    return deliverWith(std::move(route), std::move(turn), std::move(paths));
 }
 
-QString ChatCourier::notConfirmed()
-{
-    return L::t(u"השרת לא אישר את קבלת ההודעה."_s, u"Message acceptance was not confirmed."_s,
-                u"Сервер не подтвердил приём сообщения."_s);
-}
-
-bool ChatCourier::isOfflineError(const QString &error)
-{
-    // The text was stored in whatever language the app spoke then.
-    return std::any_of(std::begin(savedText), std::end(savedText),
-                       [&](const char16_t *text) { return error == QStringView(text); });
-}
-
-QCoro::Task<ChatCourier::Result> ChatCourier::deliver(OutboxTurn turn, const ChatOutbox *outbox)
+QCoro::Task<ChatCourier::Result> ChatCourier::deliverWith(Route route, OutboxTurn turn,
+                                                          QStringList dataPaths)
 {
     if (turn.voiceNote) {
         // Voice notes go through "webapi/voice" first; this build cannot record them, so a
         // turn carrying one (from another build) waits in the outbox untouched.
-        co_return Result{Delivery::Stopped,
-                         L::t(u"הודעות קוליות עדיין לא נשלחות מהמכשיר הזה."_s,
-                              u"Voice notes cannot be sent from this device yet."_s,
-                              u"Голосовые сообщения с этого устройства пока не отправляются."_s)};
+        co_return refused(L::t(u"הודעות קוליות עדיין לא נשלחות מהמכשיר הזה."_s,
+                               u"Voice notes cannot be sent from this device yet."_s,
+                               u"Голосовые сообщения с этого устройства пока не отправляются."_s));
     }
 
     QStringList lines;
-    for (const OutboxFile &file : turn.files) {
-        const std::optional<QByteArray> bytes = outbox->readData(file.fileID);
+    for (qsizetype i = 0; i < turn.files.size(); ++i) {
+        const OutboxFile file = turn.files.at(i);
+        const std::optional<QByteArray> bytes =
+            dataPaths.at(i).isEmpty() ? std::nullopt : AtomicFile::read(dataPaths.at(i));
         if (!bytes) {
-            co_return Result{Delivery::Stopped,
-                             L::t(u"הקובץ %1 כבר לא נמצא במכשיר."_s,
-                                  u"The file %1 is no longer on this device."_s,
-                                  u"Файла %1 больше нет на устройстве."_s)
-                                 .arg(file.name)};
+            co_return refused(L::t(u"הקובץ %1 כבר לא נמצא במכשיר."_s,
+                                   u"The file %1 is no longer on this device."_s,
+                                   u"Файла %1 больше нет на устройстве."_s)
+                                  .arg(file.name));
         }
         Multipart::Fields fields;
         fields.append({u"client_request_id"_s, file.id});
-        const QJsonObject scope = m_scope.fields();
+        const QJsonObject scope = route.scope.fields();
         for (auto it = scope.begin(); it != scope.end(); ++it)
             fields.append({it.key(), it.value().isDouble() ? QString::number(it.value().toInteger())
                                                            : it.value().toString()});
         Api::Upload upload{{u"file"_s, file.name, file.mime, *bytes}, fields};
-        const QString key = ChatBackgroundTransfer::key(m_storageKey, u"upload"_s, file.id);
+        const QString key = ChatBackgroundTransfer::key(route.storageKey, u"upload"_s, file.id);
         std::exception_ptr failed;
         UploadReply reply;
         // Named, not a braced temporary: GCC 12 destroys brace-built aggregate arguments of a
         // coroutine twice.
         const Api::Options options{{}, key};
+        const QString path = route.scope.path(u"webapi/upload"_s);
         try {
-            reply = co_await Api::upload<UploadReply>(m_scope.path(u"webapi/upload"_s), upload,
-                                                      options);
+            reply = co_await Api::upload<UploadReply>(path, upload, options);
         } catch (...) {
             failed = std::current_exception();
+        }
+        if (failed || !reply.ok || !reply.fileID) {
+            // A failed answer must never stand in for the next attempt.
+            if (auto *transfers = ChatBackgroundTransfer::shared())
+                transfers->discard(key);
         }
         if (failed) {
             const Failure kind = classify(failed);
             if (kind == Failure::Offline || kind == Failure::Blip)
-                co_return Result{Delivery::Offline, savedForRetry()};
-            co_return Result{Delivery::Stopped, reasonOf(failed)};
+                co_return offline();
+            co_return refused(reasonOf(failed));
         }
         if (!reply.ok || !reply.fileID) {
-            co_return Result{Delivery::Stopped,
-                             reply.error.value_or(L::t(u"השרת לא קיבל את הקובץ %1."_s,
-                                                       u"The server did not take the file %1."_s,
-                                                       u"Сервер не принял файл %1."_s)
-                                                      .arg(file.name))};
+            co_return refused(reply.error.value_or(L::t(u"השרת לא קיבל את הקובץ %1."_s,
+                                                        u"The server did not take the file %1."_s,
+                                                        u"Сервер не принял файл %1."_s)
+                                                       .arg(file.name)));
         }
         lines.append(u"[attachment: "_s + reply.name.value_or(file.name) + u"]"_s);
     }
-    co_return co_await sendText(std::move(turn), std::move(lines));
+    co_return co_await sendText(std::move(route), std::move(turn), std::move(lines));
 }
 
-QCoro::Task<ChatCourier::Result> ChatCourier::sendText(OutboxTurn turn, QStringList attachmentLines)
+QCoro::Task<ChatCourier::Result> ChatCourier::sendText(Route route, OutboxTurn turn,
+                                                       QStringList attachmentLines)
 {
     QString text = turn.text;
     for (const QString &line : attachmentLines)
@@ -169,37 +180,48 @@ QCoro::Task<ChatCourier::Result> ChatCourier::sendText(OutboxTurn turn, QStringL
     if (!turn.replyID.isEmpty())
         body.insert(u"reply_to_id"_s, turn.replyID);
     body.insert(u"client_request_id"_s, turn.id);
-    body = withScope(body, m_scope);
-    const QString key = ChatBackgroundTransfer::key(m_storageKey, u"chat"_s, turn.id);
+    body = withScope(body, route.scope);
+    const QString key = ChatBackgroundTransfer::key(route.storageKey, u"chat"_s, turn.id);
 
     const Api::Options options{{}, key};
+    const QString path = route.scope.path(u"webapi/chat"_s);
     for (int attempt = 0;; ++attempt) {
         std::exception_ptr failed;
         QJsonObject reply;
         try {
-            reply = co_await Api::post(m_scope.path(u"webapi/chat"_s), body, options);
+            reply = co_await Api::post(path, body, options);
         } catch (...) {
             failed = std::current_exception();
         }
         if (!failed) {
-            const qint64 seq = qint64(reply.value(u"user_seq").toDouble());
+            const qint64 seq = ChatJson::looseInteger(reply.value(u"user_seq")).value_or(0);
             const QString run = reply.value(u"run_id").toString();
-            if (seq >= 1 && !run.isEmpty())
-                co_return Result{Delivery::Settled, {}, seq, run};
-            co_return Result{Delivery::Stopped, notConfirmed()};
+            if (seq >= 1 && !run.isEmpty()) {
+                Result done;
+                done.delivery = Delivery::Settled;
+                done.userSeq = seq;
+                done.runID = run;
+                co_return done;
+            }
+            // Kept for Retry, which must post again rather than read this answer back.
+            if (auto *transfers = ChatBackgroundTransfer::shared())
+                transfers->discard(key);
+            Result unconfirmed = refused({});
+            unconfirmed.error = OutboxTurn::notConfirmed();
+            co_return unconfirmed;
         }
         const Failure kind = classify(failed);
         if (kind == Failure::DeadReply) {
-            Result dead{Delivery::Stopped, reasonOf(failed)};
+            Result dead = refused(reasonOf(failed));
             dead.deadReply = true;
             co_return dead;
         }
         if (kind == Failure::Refused)
-            co_return Result{Delivery::Stopped, reasonOf(failed)};
+            co_return refused(reasonOf(failed));
         if (kind == Failure::Offline || attempt > 0)
-            co_return Result{Delivery::Offline, savedForRetry()};
+            co_return offline();
         qCDebug(lcChat) << "the chat post hit a blip; one more try in" << blipPause.count() << "s";
-        co_await m_sleeper->sleep(blipPause);
+        co_await route.sleeper->sleep(blipPause);
         // A receipt of any status from the first try would answer again: drop it.
         if (auto *transfers = ChatBackgroundTransfer::shared())
             transfers->discard(key);

@@ -18,6 +18,8 @@ public:
     struct Result {
         Delivery delivery = Delivery::Offline;
         QString error;       // what the turn shows when it is not settled
+        TurnFailure failure = TurnFailure::None;
+        QString reason;      // the server's (or the device's) own words, when there are any
         qint64 userSeq = 0;  // the seq the server gave the user's message
         QString runID;       // the agent run that answers it
         bool deadReply = false; // the message it answers is gone from the server
@@ -25,17 +27,22 @@ public:
 
     ChatCourier(ChatScope scope, QString storageKey, Sleeper *sleeper);
 
-    QCoro::Task<Result> deliver(OutboxTurn turn, const ChatOutbox *outbox);
+    // Touches neither this courier nor the outbox after its first wait: what it needs is
+    // copied first, so the store may go while it runs.
+    QCoro::Task<Result> deliver(OutboxTurn turn, const ChatOutbox *outbox) const;
 
     // The texts a turn keeps after a failed attempt.
-    static QString savedForRetry();
-    static QString notConfirmed();
-    // Whether an error text is the one an offline attempt leaves (in any of our languages):
-    // such turns go out with the next drain; any other error waits for the user's Retry.
-    static bool isOfflineError(const QString &error);
+    static QString savedForRetry() { return OutboxTurn::savedForRetry(); }
+    static QString notConfirmed() { return OutboxTurn::notConfirmed(); }
 
 private:
-    QCoro::Task<Result> sendText(OutboxTurn turn, QStringList attachmentLines);
+    struct Route {
+        ChatScope scope;
+        QString storageKey;
+        Sleeper *sleeper;
+    };
+    static QCoro::Task<Result> deliverWith(Route route, OutboxTurn turn, QStringList dataPaths);
+    static QCoro::Task<Result> sendText(Route route, OutboxTurn turn, QStringList attachmentLines);
 
     ChatScope m_scope;
     QString m_storageKey;

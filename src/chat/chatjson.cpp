@@ -125,6 +125,16 @@ std::optional<double> looseNumber(const QJsonValue &value)
     return std::nullopt;
 }
 
+bool isSaneTime(double seconds)
+{
+    return std::isfinite(seconds) && seconds >= 0 && seconds <= 253402300799.0;
+}
+
+qint64 millisOf(double seconds)
+{
+    return isSaneTime(seconds) ? qint64(std::llround(seconds * 1000)) : 0;
+}
+
 bool looseFlag(const QJsonValue &value, bool fallback)
 {
     if (value.isBool())

@@ -32,6 +32,14 @@ std::optional<int> looseInt(const QJsonValue &value); // within int range
 std::optional<double> looseNumber(const QJsonValue &value);
 bool looseFlag(const QJsonValue &value, bool fallback = false);
 
+// A time in seconds since 1970 that a message may carry: finite, from 1970 to the end of
+// year 9999. Anything else (1e300, NaN, negative) is no time at all.
+bool isSaneTime(double seconds);
+// Milliseconds of a sane time; 0 for any other value, never an undefined conversion.
+qint64 millisOf(double seconds);
+// The largest seq the client accepts: every integer up to it is exact in a JSON number.
+constexpr qint64 maxSeq = qint64(1) << 53;
+
 // The last path segment of a URL ("…/voice/abc.m4a?sig=1" gives "abc.m4a"); nothing for none.
 std::optional<QString> fileNameOf(const QString &url);
 

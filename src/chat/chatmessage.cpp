@@ -2,6 +2,7 @@
 
 #include "chat/chatjson.h"
 #include "chat/tasknumber.h"
+#include "text/l.h"
 
 #include <QDateTime>
 #include <QJsonArray>
@@ -43,28 +44,59 @@ ChatMessage ChatMessage::fromJson(const QJsonValue &value)
 ChatMessage ChatMessage::fromJson(const QJsonValue &value, double now)
 {
     using namespace ChatJson;
-    const JsonRecord r(value);
+    const JsonRecord r(value); // throws only for a value that is not an object
     ChatMessage m;
-    m.seq = r.integer(u"seq"_s);
-    m.role = r.string(u"role"_s);
-    m.kind = r.string(u"kind"_s);
+    // Lenient: a key of the wrong type (or a number out of range) takes its default, and the
+    // message stays.
+    const auto take = [&](const char16_t *key, auto read, auto fallback) {
+        try {
+            return read(QString::fromUtf16(key));
+        } catch (const DecodeError &e) {
+            qCDebug(lcModel) << "message key" << e.key << "should be" << e.expected << "found"
+                             << e.found << "- default used";
+            return decltype(read(QString()))(fallback);
+        }
+    };
+    const auto text = [&](const QString &key) { return r.string(key); };
+    const auto optional = [&](const QString &key) { return optionalString(r, key); };
+    const auto id = [&](const QString &key) { return idText(r, key); };
+    const std::optional<QString> none;
+
+    m.seq = take(u"seq", [&](const QString &key) { return r.integer(key); }, qint64(0));
+    if (m.seq < 0 || m.seq > maxSeq) {
+        qCDebug(lcModel) << "message seq" << m.seq << "out of range - default used";
+        m.seq = 0;
+    }
+    m.role = take(u"role", text, QString());
+    m.kind = take(u"kind", text, QString());
     if (m.kind.isEmpty())
         m.kind = u"text"_s;
-    m.text = r.string(u"text"_s);
-    m.voiceFile = optionalString(r, u"voice_file"_s);
-    m.runID = idText(r, u"run_id"_s);
-    m.createdAt = r.number(u"created_at"_s, now);
-    m.source = optionalString(r, u"source"_s);
-    m.clientRequestID = idText(r, u"client_request_id"_s);
-    m.tgMessageID = idText(r, u"tg_message_id"_s);
-    m.replyToID = idText(r, u"reply_to_id"_s);
-    m.replyToRole = optionalString(r, u"reply_to_role"_s);
-    m.replyToText = optionalString(r, u"reply_to_text"_s);
-    m.replyRef = idText(r, u"reply_ref"_s);
-    m.taskNo = idText(r, u"task_no"_s);
-    m.routeVote = optionalString(r, u"route_vote"_s);
-    if (r.has(u"attachments"_s)) {
-        const QJsonArray items = r.array(u"attachments"_s);
+    m.text = take(u"text", text, QString());
+    if (m.text.size() > maxText) {
+        m.text.truncate(maxText);
+        m.text += L::t(u"\n\n[ההודעה קוצרה: היא ארוכה ממה שהמכשיר הזה מציג]"_s,
+                       u"\n\n[Message cut: it is longer than this device shows]"_s,
+                       u"\n\n[Сообщение обрезано: оно длиннее, чем показывает это устройство]"_s);
+    }
+    m.voiceFile = take(u"voice_file", optional, none);
+    m.runID = take(u"run_id", id, none);
+    m.createdAt = take(u"created_at", [&](const QString &key) { return r.number(key, now); }, now);
+    if (!isSaneTime(m.createdAt)) {
+        qCDebug(lcModel) << "message time" << m.createdAt << "out of range - now used";
+        m.createdAt = now;
+    }
+    m.source = take(u"source", optional, none);
+    m.clientRequestID = take(u"client_request_id", id, none);
+    m.tgMessageID = take(u"tg_message_id", id, none);
+    m.replyToID = take(u"reply_to_id", id, none);
+    m.replyToRole = take(u"reply_to_role", optional, none);
+    m.replyToText = take(u"reply_to_text", optional, none);
+    m.replyRef = take(u"reply_ref", id, none);
+    m.taskNo = take(u"task_no", id, none);
+    m.routeVote = take(u"route_vote", optional, none);
+    const QJsonArray items =
+        take(u"attachments", [&](const QString &key) { return r.array(key); }, QJsonArray());
+    if (r.has(u"attachments"_s) && r.object().value(u"attachments").isArray()) {
         QList<ChatAttachment> list;
         list.reserve(items.size());
         for (const QJsonValue &item : items) {

@@ -13,6 +13,9 @@
 // before the server has stamped it (seq 0).
 struct ChatMessage
 {
+    // Longer texts are cut (and say so): one message never holds more than this.
+    static constexpr qsizetype maxText = 1024 * 1024;
+
     qint64 seq = 0; // 0: not stamped by the server yet
     QString role;   // "user" or "assistant"
     QString kind = QStringLiteral("text");

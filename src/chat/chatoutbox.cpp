@@ -44,15 +44,19 @@
 #include "platform/atomicfile.h"
 
 #include <QCryptographicHash>
+#include <QDateTime>
+#include <QSet>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
+#include <QLockFile>
 #include <QLoggingCategory>
 #include <QSaveFile>
 #include <QUuid>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -69,6 +73,10 @@ const QString stateName = u"state.json"_s;
 const QString journalName = u"state.journal"_s;
 const QString damagedName = u"state-damaged.json"_s;
 const QString tokenKey = u"journal"_s;
+const QString lockName = u"state.lock"_s;
+// A writer holds the lock for one fsync or one compaction; a holder that died is noticed by
+// QLockFile at once (its pid is gone).
+constexpr int lockPatience = 10'000;
 
 // The rename or creation of an entry is durable only once its folder is synced.
 bool syncFolder(const QString &path)
@@ -97,7 +105,7 @@ qsizetype indexOf(const QList<OutboxTurn> &turns, const QString &id)
 
 // One recorded change, read back from its JSON line.
 struct Change {
-    enum Op { Append, Update, Remove, Composer } op = Append;
+    enum Op { Append, Update, Remove, Composer, ClearDrafts } op = Append;
     OutboxTurn turn;
     QString id;
     std::optional<QString> composerText;
@@ -122,6 +130,8 @@ Change decode(const QJsonObject &record)
         c.composerText = ChatJson::optionalString(r, u"composerText"_s);
         if (r.has(u"replyTo"_s))
             c.replyTo = ChatMessage::fromJson(record.value(u"replyTo"));
+    } else if (op == u"drafts") {
+        c.op = Change::ClearDrafts;
     } else {
         throw DecodeError(r.pathOf(u"op"_s), u"a known change"_s, op);
     }
@@ -150,6 +160,9 @@ void apply(OutboxState &state, const Change &c)
     case Change::Composer:
         state.composerText = c.composerText;
         state.replyTo = c.replyTo;
+        break;
+    case Change::ClearDrafts:
+        state.drafts.clear();
         break;
     }
 }
@@ -252,6 +265,22 @@ JournalFile readJournal(const QString &path)
     return out;
 }
 
+// Holds the folder's lock for one transaction; an unusable lock is logged, and the change
+// goes ahead (a lone process must not lose a turn because its lock file cannot be made).
+class FolderLock
+{
+public:
+    explicit FolderLock(const QString &folder)
+        : m_lock(QDir(folder).filePath(lockName))
+    {
+        if (!m_lock.tryLock(lockPatience))
+            qCWarning(lcOutbox).noquote() << "outbox lock" << folder << "not taken:" << m_lock.error();
+    }
+
+private:
+    QLockFile m_lock;
+};
+
 } // namespace
 
 ChatOutbox::ChatOutbox(QString storageKey)
@@ -262,6 +291,13 @@ ChatOutbox::ChatOutbox(QString storageKey)
 ChatOutbox::~ChatOutbox() = default;
 ChatOutbox::ChatOutbox(ChatOutbox &&) noexcept = default;
 ChatOutbox &ChatOutbox::operator=(ChatOutbox &&) noexcept = default;
+
+ChatOutbox ChatOutbox::at(const QString &folder)
+{
+    ChatOutbox outbox({});
+    outbox.m_folder = folder;
+    return outbox;
+}
 
 QString ChatOutbox::folderFor(const QString &storageKey)
 {
@@ -289,7 +325,39 @@ void ChatOutbox::closeJournal()
     m_journalBytes = 0;
 }
 
+ChatOutbox::Stamps ChatOutbox::stampNow() const
+{
+    auto of = [](const QString &path) {
+        struct stat st{};
+        if (path.isEmpty() || ::stat(QFile::encodeName(path).constData(), &st) != 0)
+            return Stamp{};
+        return Stamp{qint64(st.st_ino), qint64(st.st_size),
+                     qint64(st.st_mtim.tv_sec) * 1'000'000'000 + st.st_mtim.tv_nsec};
+    };
+    return Stamps{of(statePath()), of(journalPath())};
+}
+
 void ChatOutbox::load()
+{
+    if (m_folder.isEmpty() || !QFileInfo(m_folder).isDir()) {
+        loadUnlocked();
+        return;
+    }
+    FolderLock lock(m_folder);
+    loadUnlocked();
+}
+
+bool ChatOutbox::refresh()
+{
+    if (!m_loaded)
+        return load(), true;
+    if (m_folder.isEmpty() || stampNow() == m_seen)
+        return false;
+    load();
+    return true;
+}
+
+void ChatOutbox::loadUnlocked()
 {
     closeJournal();
     m_state = {};
@@ -340,11 +408,17 @@ void ChatOutbox::load()
             qCInfo(lcOutbox) << "outbox journal ends in a torn line; ignored";
     }
 
-    const bool dirty = stateDamaged || damagedLines > 0
+    // Turns written before the failure kind was kept: rewritten once with the kind.
+    bool guessed = false;
+    for (OutboxTurn &turn : m_state.turns)
+        guessed = std::exchange(turn.failureGuessed, false) || guessed;
+
+    const bool dirty = stateDamaged || damagedLines > 0 || guessed
                        || (replay && (!journal.records.isEmpty() || journal.tornTail));
     if (dirty) {
         if (!compact(m_state))
             qCWarning(lcOutbox).noquote() << "outbox" << m_folder << "could not be compacted";
+        m_seen = stampNow();
         return;
     }
     if (replay) {
@@ -354,12 +428,15 @@ void ChatOutbox::load()
             m_journalBytes = journal.size;
         }
     }
+    m_seen = stampNow();
 }
 
 bool ChatOutbox::ensureLoaded()
 {
     if (!m_loaded || m_unreadable)
         load();
+    else
+        refresh();
     return !m_unreadable && !m_folder.isEmpty();
 }
 
@@ -380,7 +457,22 @@ bool ChatOutbox::ensureFolder()
 
 bool ChatOutbox::commit(const QJsonObject &record)
 {
-    if (!ensureLoaded())
+    if (!ensureFolder())
+        return false;
+    FolderLock lock(m_folder);
+    // Another process changed the files: build on what it wrote, never on a replaced journal.
+    if (m_loaded && stampNow() != m_seen)
+        loadUnlocked();
+    const bool ok = commitUnlocked(record);
+    m_seen = stampNow();
+    return ok;
+}
+
+bool ChatOutbox::commitUnlocked(const QJsonObject &record)
+{
+    if (!m_loaded || m_unreadable)
+        loadUnlocked();
+    if (m_unreadable || m_folder.isEmpty())
         return false;
     Change change;
     try {
@@ -487,6 +579,47 @@ bool ChatOutbox::setComposer(const std::optional<QString> &text,
     if (m_state.composerText == text && m_state.replyTo == replyTo)
         return true;
     return commit(composerRecord(text, replyTo));
+}
+
+bool ChatOutbox::clearDrafts()
+{
+    if (!ensureLoaded())
+        return false;
+    if (m_state.drafts.isEmpty())
+        return true;
+    return commit(QJsonObject{{u"op"_s, u"drafts"_s}});
+}
+
+int ChatOutbox::sweep(std::chrono::seconds minAge)
+{
+    if (m_folder.isEmpty() || !QFileInfo(m_folder).isDir())
+        return 0;
+    FolderLock lock(m_folder);
+    if (!m_loaded || stampNow() != m_seen)
+        loadUnlocked();
+    if (m_unreadable)
+        return 0;
+    QSet<QString> named;
+    for (const QList<OutboxTurn> *list : {&m_state.turns, &m_state.drafts}) {
+        for (const OutboxTurn &turn : *list) {
+            for (const OutboxFile &file : turn.files)
+                named.insert(file.fileID + u".data"_s);
+            if (turn.voiceNote)
+                named.insert(turn.voiceNote->fileID + u".data"_s);
+        }
+    }
+    const QDateTime before = QDateTime::currentDateTimeUtc().addSecs(-minAge.count());
+    int removed = 0;
+    const QFileInfoList files = QDir(m_folder).entryInfoList({u"*.data"_s}, QDir::Files);
+    for (const QFileInfo &file : files) {
+        if (named.contains(file.fileName()) || file.lastModified().toUTC() > before)
+            continue;
+        if (QFile::remove(file.filePath()))
+            ++removed;
+    }
+    if (removed > 0)
+        qCInfo(lcOutbox) << "outbox" << m_folder << "swept" << removed << "stray files";
+    return removed;
 }
 
 QString ChatOutbox::dataPath(const QString &fileID) const

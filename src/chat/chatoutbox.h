@@ -8,6 +8,7 @@
 #include <QJsonObject>
 #include <QString>
 
+#include <chrono>
 #include <memory>
 #include <optional>
 
@@ -15,7 +16,9 @@ class QFile;
 
 // One conversation's outbox folder: AppData "chat-outbox/<lower-case hex SHA-256 of the
 // storage key>/". Holds the unconfirmed turns, the composer draft and the bytes of their files.
-// One object per folder at a time; it is not shared between threads or processes.
+// Several processes may hold the same folder (an interactive chat beside a one-shot send):
+// every change takes "state.lock" (a QLockFile) and first re-reads the files when another
+// process changed them since this one last looked. One thread per object.
 class ChatOutbox
 {
 public:
@@ -25,6 +28,8 @@ public:
     ChatOutbox &operator=(ChatOutbox &&) noexcept;
 
     static QString folderFor(const QString &storageKey);
+    // The outbox in a folder found on disk.
+    static ChatOutbox at(const QString &folder);
     QString folder() const { return m_folder; }
     const OutboxState &state() const { return m_state; }
 
@@ -32,6 +37,8 @@ public:
     // can be read is kept, the rest is reported on stderr through a logging category, and a
     // damaged "state.json" is kept aside as "state-damaged.json".
     void load();
+    // Re-reads the files when another process changed them; true when it did.
+    bool refresh();
 
     // Every change below is durable (written and flushed to disk) before it returns true;
     // false when the disk refused it, and then the in-memory state is unchanged too.
@@ -42,6 +49,10 @@ public:
     bool update(const OutboxTurn &turn);
     bool remove(const QString &turnID); // the turn, not its data files; an unknown id is no-op
     bool setComposer(const std::optional<QString> &text, const std::optional<ChatMessage> &replyTo);
+    bool clearDrafts();
+    // Removes ".data" files that no queued turn or draft names and that are older than
+    // minAge (a younger one may be another process's composer attachment). Returns how many.
+    int sweep(std::chrono::seconds minAge);
 
     // The bytes of attachments and voice notes. A file id that could leave the folder ("",
     // "..", one holding a slash) has no path, and every operation on it fails.
@@ -56,6 +67,18 @@ public:
     qint64 bytesWritten() const { return m_written; }
 
 private:
+    // What the files looked like when this object last read or wrote them.
+    struct Stamp {
+        qint64 inode = -1, size = -1, modified = -1;
+        bool operator==(const Stamp &) const = default;
+    };
+    struct Stamps {
+        Stamp state, journal;
+        bool operator==(const Stamps &) const = default;
+    };
+    Stamps stampNow() const;
+    void loadUnlocked();
+    bool commitUnlocked(const QJsonObject &record);
     bool commit(const QJsonObject &record);
     bool appendRecord(const QByteArray &line);
     bool compact(const OutboxState &next);
@@ -73,4 +96,5 @@ private:
     qint64 m_journalBytes = 0;
     qint64 m_stateBytes = 0;
     qint64 m_written = 0;
+    Stamps m_seen;
 };

@@ -139,6 +139,15 @@ void ChatRowsModel::update(const QList<Row> &next)
     }
 }
 
+void ChatRowsModel::append(const QList<Row> &rows)
+{
+    if (rows.isEmpty())
+        return;
+    beginInsertRows({}, int(m_rows.size()), int(m_rows.size() + rows.size() - 1));
+    m_rows.append(rows);
+    endInsertRows();
+}
+
 void ChatRowsModel::replace(int row, const Row &value)
 {
     if (row < 0 || row >= m_rows.size())

@@ -39,6 +39,8 @@ public:
     void update(const QList<Row> &rows);
     // One row changed in place (a streamed lane): no diff over the whole list.
     void replace(int row, const Row &value);
+    // New rows after the last one (a page of newer messages): no diff over the whole list.
+    void append(const QList<Row> &rows);
 
 private:
     QList<Row> m_rows;

@@ -1,6 +1,7 @@
 #include "chatstore.h"
 
 #include "chat/chatbackoff.h"
+#include "chat/chatjson.h"
 #include "chat/chatorder.h"
 #include "chat/chatbackgroundtransfer.h"
 #include "chat/chatoutbox.h"
@@ -19,6 +20,8 @@
 #include <QCoroSignal>
 #include <QCoroWebSocket>
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QLoggingCategory>
 #include <QWebSocket>
@@ -81,6 +84,7 @@ ChatStore::ChatStore(ChatScope scope, QString account, QString role, ChatDepende
     , m_meter(new UploadMeter(m_sleeper, {}, this))
     , m_composerSave(this, 500ms, [this] { saveComposer(); }, m_sleeper)
     , m_activitySave(this, 400ms, [this] { writeActivity(); }, m_sleeper)
+    , m_transcriptSave(this, 300ms, [this] { writeTranscript(); }, m_sleeper)
 {
     m_disk.setMaxThreadCount(1);
     m_disk.setObjectName(u"chat.activity.disk"_s);
@@ -251,6 +255,8 @@ void ChatStore::hydrate()
     if (const auto bytes = AtomicFile::read(QDir(dir).filePath(Transcript::activityFileName(storageKey())))) {
         for (Lane &lane : Transcript::decodeLanes(*bytes))
             (lane.finished ? m_history : m_lanes).append(std::move(lane));
+        if (m_history.size() > maxHistory)
+            m_history.remove(0, m_history.size() - maxHistory);
     }
     placeLanes();
     rebuild();
@@ -296,15 +302,25 @@ QCoro::Task<> ChatStore::fetch(bool withActivity)
         }
         std::exception_ptr failed;
         MessagesFeed feed;
+        bool tooLarge = false;
         try {
             const QByteArray body = co_await Api::fetch(m_scope.path(base));
-            feed = Decode::from<MessagesFeed>(body);
+            tooLarge = body.size() > maxPageBytes;
+            if (!tooLarge)
+                feed = Decode::from<MessagesFeed>(body);
         } catch (...) {
             failed = std::current_exception();
         }
         if (!self)
             co_return;
+        if (tooLarge) {
+            setFailure(L::t(u"השרת שלח דף גדול מכדי לשמור אותו במכשיר הזה."_s,
+                            u"The server sent a page too large to keep on this device."_s,
+                            u"Сервер прислал страницу, слишком большую для этого устройства."_s));
+            break;
+        }
         if (failed) {
+            m_fetchFailed = true;
             m_failureUnreachable = FailureText::isUnreachable(failed);
             if (const QString text = loadFailureText(failed); !text.isEmpty())
                 setFailure(text);
@@ -317,11 +333,16 @@ QCoro::Task<> ChatStore::fetch(bool withActivity)
         }
         setFailure(QString());
         m_failureUnreachable = false;
+        // The server is back after a failure: what waited in the outbox goes now.
+        if (std::exchange(m_fetchFailed, false) && m_open)
+            drain();
         const qint64 before = m_cursor;
+        const qint64 activityBefore = m_activityCursor;
         absorb(feed, m_messages.isEmpty());
         absorbActivity(feed);
         // The rest of a long history comes at once; a reply that moves nothing ends it.
-        const bool more = (feed.hasMore && m_cursor > before) || feed.activityHasMore;
+        const bool more = (feed.hasMore && m_cursor > before)
+                          || (feed.activityHasMore && m_activityCursor > activityBefore);
         if (!more)
             break;
         withActivity = withActivity || feed.activityHasMore;
@@ -342,14 +363,18 @@ void ChatStore::absorb(const MessagesFeed &feed, bool replacing)
             locals.append(i);
     }
     QList<ChatMessage> added;
+    bool replaced = false;
     int newReplies = 0;
+    // The server's own cursor bounds ours: one bogus seq must not hide everything after it.
+    const qint64 ceiling = feed.cursor >= 1 ? std::max(m_cursor, feed.cursor) : ChatJson::maxSeq;
     for (const ChatMessage &incoming : feed.messages) {
         if (incoming.seq < 1 || m_seen.contains(seqKey(incoming.seq)))
             continue;
         m_seen.insert(seqKey(incoming.seq));
-        m_cursor = std::max(m_cursor, incoming.seq);
+        m_cursor = std::clamp(incoming.seq, m_cursor, ceiling);
         if (const auto at = bySeq.find(incoming.seq); at != bySeq.end()) {
             m_messages[*at] = incoming;
+            replaced = true;
             continue;
         }
         // The stored copy of a reply or turn shown from a frame takes that copy's place.
@@ -360,6 +385,7 @@ void ChatStore::absorb(const MessagesFeed &feed, bool replacing)
                        || (m.clientRequestID && m.clientRequestID == incoming.clientRequestID));
         });
         if (local != locals.end()) {
+            replaced = true;
             m_messages[*local] = incoming;
             bySeq.insert(incoming.seq, *local);
             locals.erase(local);
@@ -398,9 +424,12 @@ void ChatStore::absorb(const MessagesFeed &feed, bool replacing)
         }
     }
 
-    orderMessages(m_messages);
-    placeLanes();
-    rebuild();
+    // A page of newer messages appends rows; anything else rebuilds them.
+    const bool moved = placeLanes();
+    if (replaced || moved || !appendRows(added)) {
+        orderMessages(m_messages);
+        rebuild();
+    }
     persist();
     if (newReplies) {
         m_unread += newReplies;
@@ -455,9 +484,18 @@ Lane &ChatStore::laneFor(const QString &runID)
     return m_lanes.last();
 }
 
+bool ChatStore::laneFinished(const QString &runID) const
+{
+    const auto same = [&](const Lane &l) { return l.id == runID && l.finished; };
+    return std::any_of(m_history.begin(), m_history.end(), same)
+           || std::any_of(m_lanes.begin(), m_lanes.end(), same);
+}
+
 void ChatStore::upsert(const QString &runID, const QString &label, const QString &text,
                        std::optional<int> attempt)
 {
+    if (laneFinished(runID))
+        return;
     const qsizetype lanesBefore = m_lanes.size() + m_history.size();
     Lane &lane = laneFor(runID);
     if (!label.isEmpty())
@@ -500,7 +538,7 @@ void ChatStore::rebuild()
     m_model->update(m_rows);
 }
 
-void ChatStore::placeLanes()
+bool ChatStore::placeLanes()
 {
     QHash<QString, qint64> turnOf; // run id → seq of the user message that started it
     for (const ChatMessage &m : std::as_const(m_messages)) {
@@ -519,11 +557,57 @@ void ChatStore::placeLanes()
     std::for_each(m_lanes.begin(), m_lanes.end(), place);
     std::for_each(m_history.begin(), m_history.end(), place);
     if (!moved)
-        return;
+        return false;
+    // Bounded: past the cap only the lanes still held keep their anchor.
+    if (m_anchors.size() > maxAnchors) {
+        QSet<QString> held;
+        for (const Lane &lane : std::as_const(m_lanes))
+            held.insert(lane.id);
+        for (const Lane &lane : std::as_const(m_history))
+            held.insert(lane.id);
+        m_anchors.removeIf([&](const auto &it) { return !held.contains(it.key()); });
+    }
     QVariantMap anchors;
     for (auto it = m_anchors.begin(); it != m_anchors.end(); ++it)
         anchors.insert(it.key(), it.value());
     AppData::setSetting(laneAnchorKey(), anchors);
+    return true;
+}
+
+bool ChatStore::appendRows(const QList<ChatMessage> &added)
+{
+    // Only when the new messages simply follow the rows there are (the usual page of newer
+    // messages): the rows end in a message, the new ones sort after it and in their order,
+    // and no lane sits under them. Anything else takes the full rebuild.
+    const qsizetype old = m_messages.size() - added.size();
+    if (added.isEmpty() || old < 0 || m_rows.isEmpty() || !m_rows.constLast().isMessage())
+        return false;
+    QList<ChatMessage> tail{m_messages.at(old - 1 < 0 ? 0 : old - 1)};
+    if (old == 0)
+        tail.clear();
+    tail.append(added);
+    QList<ChatMessage> ordered = tail;
+    orderMessages(ordered);
+    for (qsizetype i = 0; i < tail.size(); ++i) {
+        if (ordered.at(i).localID != tail.at(i).localID)
+            return false;
+    }
+    QSet<qint64> seqs;
+    for (const ChatMessage &m : added)
+        seqs.insert(m.seq);
+    for (const QList<Lane> *list : {&m_lanes, &m_history}) {
+        for (const Lane &lane : *list) {
+            if (lane.after < 1 || seqs.contains(lane.after))
+                return false;
+        }
+    }
+    QList<Row> rows;
+    rows.reserve(added.size());
+    for (const ChatMessage &m : added)
+        rows.append(Row::message(m));
+    m_rows.append(rows);
+    m_model->append(rows);
+    return true;
 }
 
 void ChatStore::finishActivity(const QString &runID, const QString &outcome)
@@ -543,6 +627,9 @@ void ChatStore::archive(const QString &runID)
     for (qsizetype i = 0; i < m_lanes.size(); ++i) {
         if (m_lanes.at(i).id == runID && m_lanes.at(i).finished) {
             m_history.append(m_lanes.takeAt(i));
+            // The oldest finished lanes go first; their replies stay in the transcript.
+            if (m_history.size() > maxHistory)
+                m_history.remove(0, m_history.size() - maxHistory);
             return;
         }
     }
@@ -582,7 +669,15 @@ void ChatStore::handle(const ChatFrame &frame)
     if (frame.conversationID != m_scope.conversationID())
         return;
     const QString &type = frame.type;
+    // A late frame of a run that has ended (a delta after its final, a tool step after it
+    // completed) never reopens or relabels its lane.
+    const bool late = type == u"run_started" || type == u"delta" || type == u"tool";
+    if (late && laneFinished(frame.runID))
+        return;
     if (type == u"run_started") {
+        // Followed by polling only when it answers a turn of this client.
+        const bool ours = (!frame.clientRequestID.isEmpty() && turnOf(frame.clientRequestID))
+                          || m_awaitingRun.contains(frame.runID);
         if (frame.userSeq >= 1 && !frame.clientRequestID.isEmpty())
             stamp(frame.userSeq, frame.clientRequestID);
         Lane &lane = laneFor(frame.runID);
@@ -593,8 +688,10 @@ void ChatStore::handle(const ChatFrame &frame)
         rebuild();
         saveActivity();
         emit laneChanged(copy);
-        m_awaitingRun.insert(frame.runID);
-        poll(frame.runID);
+        if (ours) {
+            m_awaitingRun.insert(frame.runID);
+            poll(frame.runID);
+        }
     } else if (type == u"delta") {
         upsert(frame.runID, frame.label, frame.text, frame.attempt);
     } else if (type == u"tool") {
@@ -636,14 +733,24 @@ void ChatStore::markRead()
 
 void ChatStore::persist()
 {
+    // One pending write, newest wins: a first load of a hundred pages writes once.
+    m_transcriptSave.schedule();
+}
+
+void ChatStore::writeTranscript()
+{
     const QString dir = Transcript::folder();
     if (dir.isEmpty())
         return;
     for (const ChatMessage &m : std::as_const(m_messages))
         m_cachedSeq = std::max(m_cachedSeq, m.seq);
     const QString file = QDir(dir).filePath(Transcript::fileName(storageKey(), m_role == u"owner"));
-    // The list is shared, not copied, until this thread changes it again.
-    Transcript::Contents contents{m_messages, m_cachedSeq};
+    // The list is shared, not copied, until this thread changes it again. Only the newest
+    // messages are kept on the device; the server holds the rest.
+    Transcript::Contents contents{m_messages.size() > maxTranscript
+                                      ? m_messages.mid(m_messages.size() - maxTranscript)
+                                      : m_messages,
+                                  m_cachedSeq};
     m_disk.start([file, contents = std::move(contents)] {
         if (!AtomicFile::write(file, Transcript::encode(contents)))
             qCWarning(lcChat) << "could not write the transcript" << file;
@@ -671,11 +778,73 @@ void ChatStore::writeActivity()
 
 void ChatStore::flushDisk()
 {
+    m_transcriptSave.flush();
     m_activitySave.flush();
     m_disk.waitForDone();
 }
 
-void ChatStore::resetAll()
+QList<ChatScope> ChatStore::knownScopes(const QString &account)
+{
+    QList<ChatScope> scopes{ChatScope::main()};
+    const QVariantMap known = AppData::setting(u"chat.projects."_s + account).toMap();
+    for (auto it = known.begin(); it != known.end(); ++it) {
+        bool number = false;
+        const int id = it.key().toInt(&number);
+        if (number)
+            scopes.append(ChatScope::project(id));
+    }
+    return scopes;
+}
+
+namespace {
+
+// What a sign-out leaves of one outbox folder: its unsent turns and their files, readable by
+// this user only; the composer, drafts and stray files go. An empty outbox goes whole.
+void keepUnsentOnly(const QString &folder)
+{
+    ChatOutbox outbox = ChatOutbox::at(folder);
+    outbox.load();
+    if (outbox.state().turns.isEmpty()) {
+        outbox.removeAll();
+        return;
+    }
+    outbox.setComposer(std::nullopt, std::nullopt);
+    outbox.clearDrafts();
+    outbox.sweep(std::chrono::seconds(0));
+    QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner
+                                      | QFileDevice::ExeOwner);
+}
+
+} // namespace
+
+QStringList ChatStore::outboxFolders(const QString &account)
+{
+    QStringList out;
+    for (const ChatScope &scope : knownScopes(account))
+        out.append(ChatOutbox::folderFor(scope.storageKey(account)));
+    return out;
+}
+
+int ChatStore::unsentCount(const QString &account)
+{
+    int n = 0;
+    for (const QString &folder : outboxFolders(account)) {
+        if (!QFileInfo(folder).isDir())
+            continue;
+        ChatOutbox outbox = ChatOutbox::at(folder);
+        outbox.load();
+        n += int(outbox.state().turns.size());
+    }
+    return n;
+}
+
+void ChatStore::removeOutboxes(const QStringList &folders)
+{
+    for (const QString &folder : folders)
+        QDir(folder).removeRecursively();
+}
+
+void ChatStore::resetAll(Unsent unsent)
 {
     for (const QPointer<ChatStore> &store : liveStores()) {
         if (!store)
@@ -684,11 +853,35 @@ void ChatStore::resetAll()
         store->flushDisk();
         store->reset();
     }
-    for (const QString &folder : {u"transcript"_s, u"chat-outbox"_s, u"background-chat"_s}) {
+    for (const QString &folder : {u"transcript"_s, u"background-chat"_s}) {
         const QString path = AppData::path(folder);
         if (!path.isEmpty())
             QDir(path).removeRecursively();
     }
+    const QString outboxes = AppData::path(u"chat-outbox"_s);
+    if (!outboxes.isEmpty()) {
+        if (unsent == Unsent::Remove) {
+            QDir(outboxes).removeRecursively();
+        } else {
+            // Nothing the user sent is lost: an expired session keeps what it could not send.
+            const QStringList folders = QDir(outboxes).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+            for (const QString &name : folders)
+                keepUnsentOnly(QDir(outboxes).filePath(name));
+        }
+    }
+    for (const QPointer<ChatStore> &store : liveStores()) {
+        if (!store)
+            continue;
+        store->m_outbox->load();
+        store->m_composer.clear();
+        store->m_replyTo.reset();
+        store->m_attachments.clear();
+        store->m_stamped.clear();
+        store->restorePending();
+        emit store->composerChanged();
+    }
     AppData::removeSettings(u"chat.laneAnchors."_s);
-    AppData::removeSettings(u"chat.projects."_s);
+    // The list of project conversations finds their kept turns at the next sign-in.
+    if (unsent == Unsent::Remove)
+        AppData::removeSettings(u"chat.projects."_s);
 }

@@ -98,6 +98,17 @@ public:
     qint64 revealSeq() const { return m_revealSeq; }
     const QSet<QString> &awaitingRuns() const { return m_awaitingRun; }
 
+    // Runs followed by polling at once; the others wait for one of these to end.
+    static constexpr qsizetype maxPolls = 4;
+    // Finished lanes kept for display, and lane anchors kept in the settings.
+    static constexpr qsizetype maxHistory = 200;
+    static constexpr qsizetype maxAnchors = 500;
+    // One fetched page, and the newest messages kept in the transcript file.
+    static constexpr qsizetype maxPageBytes = 32 * 1024 * 1024;
+    static constexpr qsizetype maxTranscript = 20000;
+    // A socket that stays open this long (or delivers a frame) was healthy: back-off resets.
+    static constexpr std::chrono::seconds steadySocket{30};
+
     // Brings the store up: prepare(), then goLive().
     void open();
     // What is on this device: the outbox, the transcript and lanes, the composer; turns whose
@@ -182,8 +193,19 @@ public:
     // Runs a pending debounced activity save now and waits for every disk write.
     void flushDisk();
 
-    // Forgets every conversation's files and every live store's state (sign-out).
-    static void resetAll();
+    // Sign-out: forgets every conversation's transcript, lanes, composer and transfers and
+    // every live store's state. Unsent turns stay on disk (owner-only) for the next sign-in
+    // of their account unless `unsent` says they go too (sign-out forced, account deleted).
+    enum class Unsent { Keep, Remove };
+    static void resetAll(Unsent unsent = Unsent::Keep);
+    // The main conversation and every project conversation stored for the account.
+    static QList<ChatScope> knownScopes(const QString &account);
+    // The outbox folders of an account's conversations known on this device.
+    static QStringList outboxFolders(const QString &account);
+    // Turns waiting in those folders.
+    static int unsentCount(const QString &account);
+    // Removes those folders (a forced sign-out, a deleted account).
+    static void removeOutboxes(const QStringList &folders);
 
 signals:
     void connectedChanged();
@@ -203,6 +225,8 @@ signals:
     void cancellingChanged();
     // One delivery attempt ended.
     void delivered(const QString &turnID, Delivery delivery, const QString &error);
+    // A turn was withdrawn (its reply target is gone); its text is back in the composer.
+    void withdrawn(const QString &turnID);
     // The server took a turn: its message's seq and the run that answers it.
     void settled(const QString &turnID, qint64 userSeq, const QString &runID);
 
@@ -224,6 +248,7 @@ private:
     void reset();
 
     Lane &laneFor(const QString &runID);
+    bool laneFinished(const QString &runID) const;
     void upsert(const QString &runID, const QString &label, const QString &text,
                 std::optional<int> attempt);
     void finishActivity(const QString &runID, const QString &outcome);
@@ -231,10 +256,12 @@ private:
     void appendReply(const QString &runID, const QString &text, std::optional<double> createdAt,
                      const QString &voiceFile);
     void append(ChatMessage message);
-    void placeLanes();
+    bool placeLanes(); // true when a lane moved
+    bool appendRows(const QList<ChatMessage> &added);
     void rebuild();
     void rebuildLane(const Lane &lane);
     void persist();
+    void writeTranscript();
     void saveActivity();
     void writeActivity();
     void setConnected(bool connected);
@@ -279,6 +306,8 @@ private:
     bool m_socketLoop = false;
     bool m_pollLoop = false;
     int m_retries = 0;
+    int m_frames = 0; // frames received since the socket last opened
+    bool m_fetchFailed = false; // the last fetch failed: the next success drains
     bool m_refreshing = false;
     bool m_refreshPending = false;
     QSet<QString> m_polling;
@@ -301,5 +330,6 @@ private:
 
     Debouncer m_composerSave;
     Debouncer m_activitySave;
+    Debouncer m_transcriptSave;
     QThreadPool m_disk; // "chat.activity.disk": one writer, in order
 };

@@ -10,6 +10,7 @@
 #include "text/l.h"
 
 #include <QCoroTimer>
+#include <QElapsedTimer>
 #include <QCoroWebSocket>
 #include <QJsonDocument>
 #include <QLoggingCategory>
@@ -34,6 +35,7 @@ struct DeleteLater {
 
 void ChatStore::onSocketText(const QString &text)
 {
+    ++m_frames;
     const QJsonDocument doc = QJsonDocument::fromJson(text.toUtf8());
     if (!doc.isObject())
         return;
@@ -57,6 +59,7 @@ QCoro::Task<> ChatStore::socketLoop(QPointer<ChatStore> store)
     const int session = store->m_session;
     Sleeper *sleeper = store->m_sleeper;
     auto current = [&] { return store && store->m_open && store->m_session == session; };
+    bool reopening = false;
     while (current()) {
         // Deleted later, never from inside one of its own signals.
         std::unique_ptr<QWebSocket, DeleteLater> socket;
@@ -75,8 +78,13 @@ QCoro::Task<> ChatStore::socketLoop(QPointer<ChatStore> store)
         if (!current())
             break;
         if (opened) {
-            store->m_retries = 0;
+            store->m_frames = 0;
             store->setConnected(true);
+            // Back after a drop: what waited in the outbox goes now.
+            if (std::exchange(reopening, true))
+                store->drain();
+            QElapsedTimer open;
+            open.start();
             // Looked at four times a second rather than awaiting the signal with a time-out,
             // whose QCoro 0.8 timer can outlive the wait.
             while (current() && socket->state() == QAbstractSocket::ConnectedState)
@@ -86,6 +94,9 @@ QCoro::Task<> ChatStore::socketLoop(QPointer<ChatStore> store)
             store->setConnected(false);
             if (!current())
                 break;
+            // A server that closes right after opening keeps the back-off growing.
+            if (store->m_frames > 0 || open.elapsed() >= std::chrono::milliseconds(steadySocket).count())
+                store->m_retries = 0;
         }
         ++store->m_retries;
         const auto wait = ChatBackoff::delay(store->m_retries);
@@ -119,6 +130,9 @@ QCoro::Task<> ChatStore::pollLoop(QPointer<ChatStore> store)
 void ChatStore::poll(const QString &runID)
 {
     if (runID.isEmpty() || m_polling.contains(runID) || !m_awaitingRun.contains(runID))
+        return;
+    // A few at once; the others wait their turn (frames and refreshes still reach them).
+    if (m_polling.size() >= maxPolls)
         return;
     m_polling.insert(runID);
     followRun(this, runID);
@@ -157,6 +171,15 @@ QCoro::Task<> ChatStore::followRun(QPointer<ChatStore> store, QString runID)
             store->appendReply(runID, text, run->createdAt, run->voiceFile().value_or(QString()));
         break;
     }
-    if (store)
-        store->m_polling.remove(runID);
+    if (!store)
+        co_return;
+    store->m_polling.remove(runID);
+    if (!store->m_open)
+        co_return;
+    for (const QString &next : std::as_const(store->m_awaitingRun)) {
+        if (!store->m_polling.contains(next)) {
+            store->poll(next);
+            break;
+        }
+    }
 }

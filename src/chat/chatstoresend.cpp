@@ -5,6 +5,7 @@
 #include "chatstore.h"
 
 #include "chat/chatbackgroundtransfer.h"
+#include "chat/chatjson.h"
 #include "chat/chatoutbox.h"
 #include "chat/chatrowsmodel.h"
 #include "net/api.h"
@@ -13,6 +14,7 @@
 #include "text/l.h"
 
 #include <QDateTime>
+#include <QDir>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QLoggingCategory>
@@ -145,6 +147,9 @@ QCoro::Task<ChatStore::DrainSummary> ChatStore::drain()
     }
     QPointer<ChatStore> self(this);
     m_draining = true;
+    // Another process (a second terminal) may have added or settled turns meanwhile.
+    if (m_outbox->refresh())
+        restorePending();
     bool stop = false;
     do {
         m_drainAgain = false;
@@ -153,7 +158,7 @@ QCoro::Task<ChatStore::DrainSummary> ChatStore::drain()
             if (m_inFlight.contains(turn.id) || !turnOf(turn.id))
                 continue;
             // Refused by the server: it waits for the user's Retry, and never blocks the rest.
-            if (!turn.error.isEmpty() && !ChatCourier::isOfflineError(turn.error)) {
+            if (turn.failure == TurnFailure::Refused) {
                 ++summary.refused;
                 continue;
             }
@@ -197,6 +202,8 @@ QCoro::Task<Delivery> ChatStore::deliverTurn(QString turnID)
     } else if (std::optional<OutboxTurn> kept = turnOf(turnID)) {
         // Still here (a fetch may have settled it meanwhile): it keeps the reason.
         kept->error = result.error;
+        kept->failure = result.failure;
+        kept->reason = result.reason;
         m_outbox->update(*kept);
         setSendError(result.error);
         restorePending();
@@ -272,7 +279,11 @@ void ChatStore::discardDeadReply(const QString &turnID)
     forgetTurn(*turn, true);
     if (auto *transfers = ChatBackgroundTransfer::shared())
         transfers->acknowledged(transferKeys(storageKey(), *turn));
-    m_composer = turn->text;
+    // Whatever the user typed meanwhile stays; the withdrawn text comes after it.
+    if (m_composer.trimmed().isEmpty())
+        m_composer = turn->text;
+    else if (!turn->text.isEmpty() && !m_composer.contains(turn->text))
+        m_composer += u"\n"_s + turn->text;
     for (const OutboxFile &file : turn->files)
         m_attachments.append(ComposerAttachment{file.id, file.name, file.mime, file.fileID});
     m_replyTo.reset();
@@ -282,6 +293,7 @@ void ChatStore::discardDeadReply(const QString &turnID)
                     u"Задача, на которую вы ответили, больше недоступна"_s);
     emit bannerChanged();
     restorePending();
+    emit withdrawn(turnID);
 }
 
 void ChatStore::takeBack(const QString &turnID)
@@ -303,6 +315,8 @@ PendingTurn ChatStore::pending(const OutboxTurn &turn) const
     for (const OutboxFile &file : turn.files)
         p.files.append(file.name);
     p.error = turn.error;
+    p.reason = turn.reason;
+    p.refused = turn.failure == TurnFailure::Refused;
     p.online = m_networkAvailable;
     p.processing = m_stamped.contains(turn.id);
     p.created = turn.created;
@@ -330,6 +344,8 @@ QCoro::Task<Delivery> ChatStore::retry(QString turnID)
     if (!turn)
         co_return Delivery::Stopped;
     turn->error.clear();
+    turn->failure = TurnFailure::None;
+    turn->reason.clear();
     m_outbox->update(*turn);
     // The stale answer of the failed attempt must not answer again.
     if (auto *transfers = ChatBackgroundTransfer::shared())
@@ -350,41 +366,91 @@ QCoro::Task<Delivery> ChatStore::resend(QString turnID)
     co_return co_await retry(turnID);
 }
 
-void ChatStore::resumeBackgroundTransfers()
+namespace {
+
+// The seq and run of a turn whose chat post an earlier attempt got a confirmed answer to.
+std::optional<std::pair<qint64, QString>> keptAnswer(const QString &storageKey,
+                                                     const OutboxTurn &turn)
 {
     auto *transfers = ChatBackgroundTransfer::shared();
     if (!transfers)
+        return std::nullopt;
+    const auto receipt =
+        transfers->stored(ChatBackgroundTransfer::key(storageKey, u"chat"_s, turn.id));
+    if (!receipt || receipt->status < 200 || receipt->status > 299)
+        return std::nullopt;
+    const QJsonObject reply = QJsonDocument::fromJson(receipt->data).object();
+    const std::optional<qint64> seq = ChatJson::looseInteger(reply.value(u"user_seq"));
+    const QString run = reply.value(u"run_id").toString();
+    if (!seq || *seq < 1 || run.isEmpty())
+        return std::nullopt;
+    return std::pair(*seq, run);
+}
+
+// Folders of transfers no kept turn names, left by a kill between two steps. Young ones are
+// spared: another process may have just started them.
+constexpr auto strayTransferAge = std::chrono::hours(1);
+// ".data" files no turn names (a composer attachment never sent): a day, for the same reason.
+constexpr auto strayDataAge = std::chrono::hours(24);
+
+void sweepTransfers(const QSet<QString> &wanted)
+{
+    auto *transfers = ChatBackgroundTransfer::shared();
+    const QString root = AppData::path(u"background-chat"_s);
+    if (!transfers || root.isEmpty())
         return;
-    for (const OutboxTurn &turn : m_outbox->state().turns) {
-        const auto receipt = transfers->stored(ChatBackgroundTransfer::key(storageKey(), u"chat"_s, turn.id));
-        if (!receipt || receipt->status < 200 || receipt->status > 299)
+    const QDateTime before = QDateTime::currentDateTimeUtc().addSecs(
+        -std::chrono::duration_cast<std::chrono::seconds>(strayTransferAge).count());
+    const QFileInfoList folders = QDir(root).entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot);
+    for (const QFileInfo &folder : folders) {
+        if (wanted.contains(folder.fileName()) || folder.lastModified().toUTC() > before)
             continue;
-        const QJsonObject reply = QJsonDocument::fromJson(receipt->data).object();
-        const qint64 seq = qint64(reply.value(u"user_seq").toDouble());
-        const QString run = reply.value(u"run_id").toString();
-        if (seq >= 1 && !run.isEmpty()) {
+        QDir(folder.filePath()).removeRecursively();
+    }
+}
+
+} // namespace
+
+void ChatStore::resumeBackgroundTransfers()
+{
+    const QList<OutboxTurn> turns = m_outbox->state().turns;
+    for (const OutboxTurn &turn : turns) {
+        if (const auto answer = keptAnswer(storageKey(), turn)) {
             qCInfo(lcChat) << "settling turn" << turn.id << "from a kept answer";
-            settle(turn.id, seq, run);
+            settle(turn.id, answer->first, answer->second);
         }
     }
 }
 
 void ChatStore::resumeAllBackgroundTransfers(const QString &account)
 {
-    QList<ChatScope> scopes{ChatScope::main()};
-    const QVariantMap known = AppData::setting(u"chat.projects."_s + account).toMap();
-    for (auto it = known.begin(); it != known.end(); ++it) {
-        bool number = false;
-        const int id = it.key().toInt(&number);
-        if (number)
-            scopes.append(ChatScope::project(id));
+    // No store here: a store not yet hydrated would write its empty lanes over the real ones.
+    // The turn only leaves the outbox; its lane comes with the conversation's next load.
+    QSet<QString> wanted;
+    auto *transfers = ChatBackgroundTransfer::shared();
+    for (const ChatScope &scope : knownScopes(account)) {
+        const QString key = scope.storageKey(account);
+        ChatOutbox outbox(key);
+        outbox.load();
+        const QList<OutboxTurn> turns = outbox.state().turns;
+        for (const OutboxTurn &turn : turns) {
+            const QStringList keys = transferKeys(key, turn);
+            if (keptAnswer(key, turn) && outbox.remove(turn.id)) {
+                qCInfo(lcChat) << "settled turn" << turn.id << "from a kept answer";
+                for (const OutboxFile &file : turn.files)
+                    outbox.removeData(file.fileID);
+                if (turn.voiceNote)
+                    outbox.removeData(turn.voiceNote->fileID);
+                if (transfers)
+                    transfers->acknowledged(keys);
+                continue;
+            }
+            for (const QString &k : keys)
+                wanted.insert(QFileInfo(ChatBackgroundTransfer::folder(k)).fileName());
+        }
+        outbox.sweep(std::chrono::duration_cast<std::chrono::seconds>(strayDataAge));
     }
-    for (const ChatScope &scope : scopes) {
-        ChatStore store(scope, account, {});
-        store.m_outbox->load();
-        store.resumeBackgroundTransfers();
-        store.flushDisk();
-    }
+    sweepTransfers(wanted);
 }
 
 void ChatStore::setComposerText(const QString &text)
@@ -549,6 +615,8 @@ QVariantList ChatStore::pendingTurnsForQml() const
                                {u"text"_s, p.text},
                                {u"files"_s, p.files},
                                {u"error"_s, p.error},
+                               {u"reason"_s, p.reason},
+                               {u"refused"_s, p.refused},
                                {u"online"_s, p.online},
                                {u"processing"_s, p.processing}});
     return out;

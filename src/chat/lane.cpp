@@ -129,7 +129,8 @@ QString Lane::countdown(std::optional<double> until, double now) const
     const double left = *until - now;
     if (left <= 0)
         return L::t(u"בכל רגע"_s, u"Any moment now"_s, u"Вот-вот"_s);
-    const QString time = Since::lasted(qint64(std::ceil(left)));
+    // Past a year the exact figure means nothing (and a far one overflows an integer).
+    const QString time = Since::lasted(qint64(std::ceil(std::min(left, 365.0 * 86400))));
     return L::t(u"נותרו "_s + time, time + u" left"_s, u"Осталось "_s + time);
 }
 

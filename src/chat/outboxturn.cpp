@@ -1,6 +1,9 @@
 #include "outboxturn.h"
 
 #include "chat/chatjson.h"
+#include "text/l.h"
+
+#include <algorithm>
 
 #include <QJsonArray>
 #include <QLoggingCategory>
@@ -27,7 +30,61 @@ auto salvage(const QString &turnID, const QString &what, F &&read) -> decltype(r
     }
 }
 
+const char *failureName(TurnFailure failure)
+{
+    switch (failure) {
+    case TurnFailure::Offline: return "offline";
+    case TurnFailure::Refused: return "refused";
+    case TurnFailure::None: break;
+    }
+    return "";
+}
+
+// Hebrew, English, Russian.
+constexpr const char16_t *savedTexts[] = {
+    u"ההודעה נשמרה במכשיר הזה. הקישו „נסו שוב” על ההודעה.",
+    u"Your message is saved on this device. Tap Retry on the message.",
+    u"Сообщение сохранено на этом устройстве. Нажмите «Повторить» на сообщении.",
+};
+constexpr const char16_t *unconfirmedTexts[] = {
+    u"השרת לא אישר את קבלת ההודעה.",
+    u"Message acceptance was not confirmed.",
+    u"Сервер не подтвердил приём сообщения.",
+};
+
+bool oneOf(const char16_t *const (&texts)[3], const QString &text)
+{
+    return std::any_of(std::begin(texts), std::end(texts),
+                       [&](const char16_t *t) { return text == QStringView(t); });
+}
+
+QString spoken(const char16_t *const (&texts)[3])
+{
+    return L::t(QString::fromUtf16(texts[0]), QString::fromUtf16(texts[1]),
+                QString::fromUtf16(texts[2]));
+}
+
 } // namespace
+
+QString OutboxTurn::savedForRetry()
+{
+    return spoken(savedTexts);
+}
+
+QString OutboxTurn::notConfirmed()
+{
+    return spoken(unconfirmedTexts);
+}
+
+bool OutboxTurn::isSavedForRetryText(const QString &error)
+{
+    return oneOf(savedTexts, error);
+}
+
+bool OutboxTurn::isNotConfirmedText(const QString &error)
+{
+    return oneOf(unconfirmedTexts, error);
+}
 
 bool OutboxTurn::carriesBytes() const
 {
@@ -48,6 +105,26 @@ OutboxTurn OutboxTurn::fromJson(const QJsonValue &value)
     t.replyRole = r.string(u"replyRole"_s);
     t.created = r.number(u"created"_s);
     t.error = r.string(u"error"_s);
+    t.reason = r.string(u"reason"_s);
+    const QString failure = r.string(u"failure"_s);
+    if (failure == u"offline")
+        t.failure = TurnFailure::Offline;
+    else if (failure == u"refused")
+        t.failure = TurnFailure::Refused;
+    else if (!t.error.isEmpty()) {
+        // Written before the kind was kept: an offline attempt left the saved-for-retry text,
+        // anything else was the server's (or our) reason for refusing.
+        t.failureGuessed = true;
+        if (isSavedForRetryText(t.error)) {
+            t.failure = TurnFailure::Offline;
+        } else {
+            t.failure = TurnFailure::Refused;
+            if (!isNotConfirmedText(t.error)) {
+                t.reason = t.error;
+                t.error = savedForRetry();
+            }
+        }
+    }
     if (r.has(u"voicePeak"_s))
         t.voicePeak = float(r.number(u"voicePeak"_s));
     t.afterSeq = optionalInteger(r, u"afterSeq"_s);
@@ -93,6 +170,10 @@ QJsonObject OutboxTurn::toJson() const
         {u"files"_s, fileList},
         {u"error"_s, error},
     };
+    if (failure != TurnFailure::None)
+        o.insert(u"failure"_s, QString::fromLatin1(failureName(failure)));
+    if (!reason.isEmpty())
+        o.insert(u"reason"_s, reason);
     if (geo)
         o.insert(u"geo"_s, *geo);
     if (voiceNote)

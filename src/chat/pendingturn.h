@@ -13,6 +13,8 @@ struct PendingTurn
     QString text;
     QStringList files;   // names of its files
     QString error;       // empty when none
+    QString reason;      // the server's own words, shown under the error
+    bool refused = false; // waits for Retry (not for the network)
     bool online = false; // the device is online
     bool processing = false; // the server accepted it and the agent is working
     double created = 0;

@@ -1,9 +1,12 @@
 #include "transcript.h"
 
+#include "chat/chatjson.h"
 #include "net/jsonrecord.h"
 #include "platform/appdata.h"
 
 #include <QDir>
+
+#include <algorithm>
 #include <QJsonArray>
 #include <QJsonDocument>
 
@@ -47,7 +50,8 @@ std::optional<Contents> decode(const QByteArray &bytes)
     if (!doc.isObject() || doc.object().value(u"version").toInt() != version)
         return std::nullopt;
     Contents out;
-    out.cachedSeq = qint64(doc.object().value(u"cachedSeq").toDouble());
+    out.cachedSeq = std::clamp<qint64>(
+        ChatJson::looseInteger(doc.object().value(u"cachedSeq")).value_or(0), 0, ChatJson::maxSeq);
     const QJsonArray messages = doc.object().value(u"messages").toArray();
     out.messages.reserve(messages.size());
     for (const QJsonValue &m : messages) {

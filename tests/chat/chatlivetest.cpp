@@ -148,14 +148,51 @@ private slots:
         QCOMPARE(chat->messages().first().seq, 1);
     }
 
+    // A page that says there is more but does not move its cursor ends the paging.
+    void pagingStopsWhenTheCursorStands_data()
+    {
+        QTest::addColumn<QString>("body");
+        QTest::newRow("has_more") << R"({"ok":true,"conversation_id":"main","messages":[],"cursor":0,"has_more":true})";
+        QTest::newRow("activity_has_more")
+            << R"({"ok":true,"conversation_id":"main","messages":[],"cursor":0,"activity":[],"activity_cursor":0,"activity_has_more":true})";
+    }
+
+    void pagingStopsWhenTheCursorStands()
+    {
+        QFETCH(QString, body);
+        service.fault({{"match", "webapi/messages"}, {"status", 200}, {"body", body}, {"times", -1}});
+        auto chat = newStore();
+        service.clearLog();
+        Sync::run(chat->load());
+        int fetches = 0;
+        for (const QJsonValue &entry : service.log())
+            fetches += entry[u"path"].toString() == u"webapi/messages";
+        QVERIFY2(fetches <= 2, qPrintable(QString::number(fetches)));
+    }
+
+    // Back after a failure (here the 12 s refresh gets through again): kept turns go out.
+    void aKeptTurnGoesOutWhenTheServerReturns()
+    {
+        service.control("POST", QStringLiteral("agent"), {{"mode", "silent"}});
+        service.fault({{"match", "webapi/"}, {"status", 503}, {"times", -1}});
+        auto chat = newStore();
+        chat->open();
+        chat->send(QStringLiteral("kept for later"));
+        QVERIFY(passTimeUntil([&] { return !chat->pendingTurns().isEmpty()
+                                           && !chat->pendingTurns().first().error.isEmpty(); }));
+        service.control("DELETE", QStringLiteral("faults"));
+        QVERIFY(passTimeUntil([&] { return chat->pendingTurns().isEmpty(); }));
+        QCOMPARE(stored().size(), 1);
+    }
+
     void pollingCatchesUpWhenFramesAreLost()
     {
         service.control("POST", QStringLiteral("socket"), {{"drop_frames", QJsonArray{"delta", "tool", "final"}}, {"times", -1}});
         auto chat = newStore();
         chat->open();
         QTRY_VERIFY(chat->connected());
-        post(QStringLiteral("Are you there?"));
-        QTRY_COMPARE(chat->awaitingRuns().size(), 1); // run_started still arrives
+        chat->send(QStringLiteral("Are you there?"));
+        QTRY_COMPARE(chat->awaitingRuns().size(), 1); // our turn's run is followed
         QVERIFY(passTimeUntil([&] { return assistantReplies(*chat) == 1; }));
         QCOMPARE(chat->activityHistory().size(), 1);
         QVERIFY(chat->awaitingRuns().isEmpty());

@@ -7,6 +7,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QProcess>
 #include <QRegularExpression>
@@ -103,6 +104,18 @@ int runWriter(const char *home)
     return 0;
 }
 
+// One of two writers sharing the folder: appends turns "<tag>-0" … "<tag>-<count-1>".
+int runAppender(const char *home, const char *tag, int count)
+{
+    qputenv("HALVENMARK_HOME", home);
+    ChatOutbox ob(key);
+    for (int i = 0; i < count; ++i) {
+        if (!ob.append({u"%1-%2"_s.arg(QLatin1String(tag)).arg(i), QString(2000, u'x')}))
+            return 2;
+    }
+    return 0;
+}
+
 // Its queue after n changes: the last three turns appended.
 QList<OutboxTurn> writerQueueAfter(int n)
 {
@@ -128,7 +141,7 @@ private slots:
     {
         const QJsonObject whole = Decode::parse(R"({"id":"w","text":"line — שלום, привет 🎙",
             "fromVoice":true,"voiceReply":true,"replyID":"41","replyText":"q","replyRole":"bot",
-            "created":1700000000.123456,"error":"e","afterSeq":9007199254740991,"typed":"","geo":{},
+            "created":1700000000.123456,"error":"e","failure":"refused","reason":"r","afterSeq":9007199254740991,"typed":"","geo":{},
             "files":[{"id":"a","name":"שם.pdf","mime":"image/png","fileID":"fa"}],"voicePeak":0,
             "voiceNote":{"id":"v","name":"v","mime":"audio/mp4","fileID":"fv"}})").toObject();
         QCOMPARE(OutboxTurn::fromJson(whole).toJson(), whole);
@@ -295,6 +308,87 @@ private slots:
         QCOMPARE(summary(reloaded()), u"2:v1"_s);
     }
 
+    // Turns written before the failure kind was kept: the kind is worked out from the text
+    // once, then stored.
+    void failureKindOfOlderFiles_data()
+    {
+        QTest::addColumn<QString>("error");
+        QTest::addColumn<int>("kind");
+        QTest::addColumn<QString>("shown");
+        QTest::addColumn<QString>("reason");
+        const QString saved = u"Your message is saved on this device. Tap Retry on the message."_s;
+        QTest::newRow("none") << QString() << int(TurnFailure::None) << QString() << QString();
+        QTest::newRow("offline, Russian")
+            << u"Сообщение сохранено на этом устройстве. Нажмите «Повторить» на сообщении."_s
+            << int(TurnFailure::Offline)
+            << u"Сообщение сохранено на этом устройстве. Нажмите «Повторить» на сообщении."_s
+            << QString();
+        QTest::newRow("server's reason") << u"Nope."_s << int(TurnFailure::Refused) << saved
+                                         << u"Nope."_s;
+        QTest::newRow("not confirmed, Hebrew") << u"השרת לא אישר את קבלת ההודעה."_s
+                                               << int(TurnFailure::Refused)
+                                               << u"השרת לא אישר את קבלת ההודעה."_s << QString();
+    }
+
+    void failureKindOfOlderFiles()
+    {
+        QFETCH(QString, error);
+        QFETCH(int, kind);
+        QFETCH(QString, shown);
+        QFETCH(QString, reason);
+        QDir().mkpath(ChatOutbox::folderFor(key));
+        writeFile(u"state.json"_s, QJsonDocument(QJsonObject{{u"turns"_s, QJsonArray{QJsonObject{
+                      {u"id"_s, u"old"_s}, {u"text"_s, u"hi"_s}, {u"error"_s, error}}}}})
+                                       .toJson());
+        const OutboxState s = reloaded();
+        QCOMPARE(s.turns.size(), 1);
+        QCOMPARE(int(s.turns.first().failure), kind);
+        QCOMPARE(s.turns.first().error, shown);
+        QCOMPARE(s.turns.first().reason, reason);
+        const QJsonObject stored =
+            QJsonDocument::fromJson(readFile(u"state.json"_s)).object()[u"turns"][0].toObject();
+        QCOMPARE(stored.contains(u"failure"), kind != int(TurnFailure::None));
+    }
+
+    // Bytes no turn names (a kill between writing them and recording the turn) are swept.
+    void strayFilesAreSwept()
+    {
+        ChatOutbox ob(key);
+        OutboxTurn named = turn(1);
+        named.files.append({u"f"_s, u"a.txt"_s, u"text/plain"_s, u"kept"_s});
+        QVERIFY(ob.writeData(u"kept"_s, "a") && ob.writeData(u"stray"_s, "b"));
+        QVERIFY(ob.append(named));
+        QCOMPARE(ob.sweep(std::chrono::hours(1)), 0); // too young: maybe another process's
+        QCOMPARE(ob.sweep(std::chrono::seconds(0)), 1);
+        QVERIFY(ob.readData(u"kept"_s) && !ob.readData(u"stray"_s));
+    }
+
+    // Two processes share one folder: every turn of both is kept, once, in each one's order.
+    void twoWriters()
+    {
+        const int count = 120;
+        QProcess a, b;
+        for (auto [process, tag] : {std::pair{&a, "a"}, std::pair{&b, "b"}})
+            process->start(QCoreApplication::applicationFilePath(),
+                           {u"--outbox-appender"_s, home->path(), QString::fromLatin1(tag),
+                            QString::number(count)});
+        for (QProcess *process : {&a, &b}) {
+            QVERIFY(process->waitForFinished(60000));
+            QCOMPARE(process->exitCode(), 0);
+        }
+        QStringList got;
+        for (const OutboxTurn &t : reloaded().turns)
+            got.append(t.id);
+        QCOMPARE(got.size(), 2 * count);
+        for (const QString tag : {u"a"_s, u"b"_s}) {
+            const QStringList mine = got.filter(QRegularExpression(u"^"_s + tag + u"-"_s));
+            QStringList expected;
+            for (int i = 0; i < count; ++i)
+                expected.append(u"%1-%2"_s.arg(tag).arg(i));
+            QCOMPARE(mine, expected);
+        }
+    }
+
     // A real writer killed: every confirmed change is on disk, at most one more, none doubled.
     void killedWriter_data()
     {
@@ -327,6 +421,8 @@ int main(int argc, char **argv)
 {
     if (argc == 3 && qstrcmp(argv[1], "--outbox-writer") == 0)
         return runWriter(argv[2]);
+    if (argc == 5 && qstrcmp(argv[1], "--outbox-appender") == 0)
+        return runAppender(argv[2], argv[3], atoi(argv[4]));
     QCoreApplication app(argc, argv);
     ChatOutboxTest test;
     return QTest::qExec(&test, argc, argv);

@@ -157,7 +157,9 @@ private slots:
         QCOMPARE(summary.settled, 1);
         QCOMPARE(store->pendingTurns().size(), 1);
         QCOMPARE(store->pendingTurns().first().id, first);
-        QCOMPARE(store->pendingTurns().first().error, QStringLiteral("Nope."));
+        QCOMPARE(store->pendingTurns().first().error, ChatCourier::savedForRetry());
+        QCOMPARE(store->pendingTurns().first().reason, QStringLiteral("Nope."));
+        QVERIFY(store->pendingTurns().first().refused);
 
         const int posts = requests(QStringLiteral("webapi/chat"));
         drain(*store);
@@ -168,13 +170,64 @@ private slots:
         Q_UNUSED(second)
     }
 
-    void acceptanceWithoutIdsIsNotSettled()
+    // One failed answer never stands in for the next attempt: after recovery every turn goes.
+    void afterAFailureEveryTurnGoesOut_data()
     {
-        service.fault({{"match", "webapi/chat"}, {"status", 200}, {"body", R"({"ok":true})"}});
+        QTest::addColumn<QJsonObject>("fault");
+        QTest::addColumn<bool>("byRetry");
+        QTest::addColumn<int>("uploads");
+        const QJsonObject busy{{"match", "webapi/upload"}, {"status", 503}};
+        // Twice: once more after the in-attempt pause.
+        const QJsonObject chatBusy{{"match", "webapi/chat"}, {"status", 503}, {"times", 2}};
+        QTest::newRow("upload 503, next drain") << busy << false << 2;
+        QTest::newRow("upload 503, retry") << busy << true << 2;
+        QTest::newRow("chat 503, next drain") << chatBusy << false << 1;
+    }
+
+    void afterAFailureEveryTurnGoesOut()
+    {
+        QFETCH(QJsonObject, fault);
+        QFETCH(bool, byRetry);
+        QFETCH(int, uploads);
+        service.fault(fault);
         auto store = newStore();
-        store->send(QStringLiteral("hm"), false, false);
-        QCOMPARE(drain(*store).refused, 1);
-        QCOMPARE(store->pendingTurns().first().error, ChatCourier::notConfirmed());
+        QVERIFY(store->attach(QStringLiteral("a.txt"), QStringLiteral("text/plain"), "bytes"));
+        const QString withFile = store->send(QStringLiteral("with a file"), false, false);
+        store->send(QStringLiteral("text behind it"), false, false);
+        QCOMPARE(drain(*store).offline, 2);
+        QCOMPARE(store->pendingTurns().size(), 2);
+        if (byRetry)
+            QCOMPARE(Sync::run(store->retry(withFile)), Delivery::Settled);
+        drain(*store);
+        QVERIFY(store->pendingTurns().isEmpty());
+        QCOMPARE(stored().size(), 2);
+        QCOMPARE(requests(QStringLiteral("webapi/upload")), uploads);
+    }
+
+    // Each turn's outcome is its own: a garbage answer to one refuses that one alone, and its
+    // answer is not read back by Retry.
+    void aGarbageAnswerRefusesItsTurnAlone_data()
+    {
+        QTest::addColumn<QString>("body");
+        QTest::newRow("no ids") << R"({"ok":true})";
+        QTest::newRow("not JSON") << "<html>oops</html>";
+    }
+
+    void aGarbageAnswerRefusesItsTurnAlone()
+    {
+        QFETCH(QString, body);
+        auto store = newStore();
+        const QString first = store->send(QStringLiteral("first"), false, false);
+        store->send(QStringLiteral("second"), false, false);
+        service.fault({{"match", "webapi/chat"}, {"status", 200}, {"body", body}});
+        const auto summary = drain(*store);
+        QCOMPARE(summary.refused, 1);
+        QCOMPARE(summary.settled, 1);
+        QCOMPARE(store->pendingTurns().size(), 1);
+        QCOMPARE(store->pendingTurns().first().id, first);
+        QVERIFY(store->pendingTurns().first().refused);
+        QCOMPARE(Sync::run(store->retry(first)), Delivery::Settled);
+        QCOMPARE(stored().size(), 2);
     }
 
     void stopSendsNothing()
@@ -195,11 +248,12 @@ private slots:
         auto store = newStore();
         store->continueTask(99, QStringLiteral("the old task"));
         const QString id = store->send(QStringLiteral("and one more thing"), false, false);
+        store->setComposerText(QStringLiteral("typed meanwhile")); // kept, not overwritten
         drain(*store);
         QVERIFY(store->pendingTurns().isEmpty());
-        QCOMPARE(store->composerText(), QStringLiteral("and one more thing"));
+        QCOMPARE(store->composerText(), QStringLiteral("typed meanwhile\nand one more thing"));
         QCOMPARE(store->banner(), QStringLiteral("The task you replied to is no longer available"));
-        QCOMPARE(onDisk().composerText, std::optional<QString>("and one more thing"));
+        QCOMPARE(onDisk().composerText, std::optional<QString>("typed meanwhile\nand one more thing"));
         QCOMPARE(stored().size(), 0);
         Q_UNUSED(id)
     }
@@ -235,14 +289,20 @@ private slots:
         QCOMPARE(again->composerText(), QStringLiteral("draft"));
     }
 
+    // Settled at the start of the next run, before any store opens; the lanes already kept
+    // (a finished one here) stay.
     void aKeptAnswerSettlesWithoutSending()
     {
         auto store = newStore();
+        store->handle(ChatFrame::fromJson(QJsonObject{{"type", "final"}, {"run_id", "run_old"}, {"text", "ok"}}));
         const QString id = store->send(QStringLiteral("answered before the crash"), false, false);
         store.reset();
         transfers->keep(ChatBackgroundTransfer::key(QStringLiteral("demo"), QStringLiteral("chat"), id), 200,
                         R"({"ok":true,"user_seq":7,"run_id":"run_kept"})");
+        ChatStore::resumeAllBackgroundTransfers(QStringLiteral("demo"));
+        QVERIFY(onDisk().turns.isEmpty());
         auto next = newStore();
+        QCOMPARE(next->activityHistory().size(), 1);
         QVERIFY(next->pendingTurns().isEmpty());
         QVERIFY(onDisk().turns.isEmpty());
         QCOMPARE(requests(QStringLiteral("webapi/chat")), 0);

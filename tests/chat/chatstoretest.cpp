@@ -36,12 +36,13 @@ QJsonObject message(qint64 seq, const QString &role, const QString &text, double
     return m;
 }
 
-MessagesFeed feedOf(const QJsonArray &messages, const QString &conversation = QStringLiteral("main"))
+MessagesFeed feedOf(const QJsonArray &messages, const QString &conversation = QStringLiteral("main"),
+                    qint64 cursor = 0)
 {
     return MessagesFeed::fromJson(QJsonObject{{"ok", true},
                                               {"conversation_id", conversation},
                                               {"messages", messages},
-                                              {"cursor", 0}});
+                                              {"cursor", cursor}});
 }
 
 QStringList rowIds(const ChatStore &store)
@@ -127,7 +128,7 @@ private slots:
                             {"client_request_id", "turn-1"}}));
         QCOMPARE(chat->lanes().size(), 1);
         QCOMPARE(chat->lanes().first().after, 0);
-        QVERIFY(chat->awaitingRuns().contains(QStringLiteral("run_a")));
+        QVERIFY(!chat->awaitingRuns().contains(QStringLiteral("run_a"))); // not a turn of ours
 
         chat->handle(frame({{"type", "run_started"}, {"run_id", "run_b"}, {"user_seq", 4}}));
         QCOMPARE(chat->lanes().last().after, 4);
@@ -301,6 +302,77 @@ private slots:
         chat->handle(frame({{"type", "final"}, {"run_id", "run_a"}, {"text", "done"}}));
         QCOMPARE(inserted.count(), 1);
         QCOMPARE(chat->rows()->rowCount(), 3);
+    }
+
+    // A late frame of an ended run (after its final) never reopens or relabels its lane.
+    void lateFramesLeaveAFinishedLane_data()
+    {
+        QTest::addColumn<QJsonObject>("late");
+        QTest::newRow("delta") << QJsonObject{{"type", "delta"}, {"label", "Relabelled"}, {"text", "more"}};
+        QTest::newRow("tool started") << QJsonObject{{"type", "tool"}, {"name", "search"}, {"status", "started"}};
+        QTest::newRow("run started") << QJsonObject{{"type", "run_started"}, {"user_seq", 9}};
+    }
+
+    void lateFramesLeaveAFinishedLane()
+    {
+        QFETCH(QJsonObject, late);
+        auto chat = newStore();
+        chat->handle(frame({{"type", "delta"}, {"run_id", "run_a"}, {"label", "Research"}, {"text", "t"}}));
+        chat->handle(frame({{"type", "tool"}, {"run_id", "run_a"}, {"name", "search"}, {"status", "completed"}}));
+        chat->handle(frame({{"type", "final"}, {"run_id", "run_a"}, {"text", "done"}}));
+        const Lane before = chat->activityHistory().first();
+        late.insert(QStringLiteral("run_id"), QStringLiteral("run_a"));
+        chat->handle(frame(late));
+        QVERIFY(chat->lanes().isEmpty());
+        QCOMPARE(chat->activityHistory().size(), 1);
+        QCOMPARE(chat->activityHistory().first(), before);
+    }
+
+    // A later page appends rows when it can; the rows are the same as a full rebuild's.
+    void aSecondPageKeepsTheRowsInOrder_data()
+    {
+        QTest::addColumn<double>("at");
+        QTest::addColumn<bool>("laneFirst");
+        QTest::addColumn<QStringList>("rows");
+        QTest::newRow("newer") << 102.0 << false << QStringList{"seq:1", "seq:2", "seq:3"};
+        QTest::newRow("older") << 50.0 << false << QStringList{"seq:3", "seq:1", "seq:2"};
+        QTest::newRow("under a waiting lane")
+            << 102.0 << true << QStringList{"seq:1", "seq:2", "seq:3", "lane:run_c"};
+    }
+
+    void aSecondPageKeepsTheRowsInOrder()
+    {
+        QFETCH(double, at);
+        QFETCH(bool, laneFirst);
+        QFETCH(QStringList, rows);
+        auto chat = newStore();
+        chat->absorb(feedOf({message(1, "user", "q", 100), message(2, "assistant", "a", 101)}), true);
+        if (laneFirst)
+            chat->handle(frame({{"type", "run_started"}, {"run_id", "run_c"}, {"user_seq", 3}}));
+        chat->absorb(feedOf({message(3, "user", "q2", at)}), false);
+        QCOMPARE(rowIds(*chat), rows);
+        QCOMPARE(chat->rows()->rowCount(), rows.size());
+    }
+
+    void finishedLanesAreBounded()
+    {
+        auto chat = newStore();
+        for (int i = 0; i < ChatStore::maxHistory + 10; ++i)
+            chat->handle(frame({{"type", "final"}, {"run_id", QStringLiteral("run_%1").arg(i)}}));
+        QCOMPARE(chat->activityHistory().size(), ChatStore::maxHistory);
+        QCOMPARE(chat->activityHistory().first().id, QStringLiteral("run_10"));
+    }
+
+    // One bogus seq must not move the cursor past what the server itself says it has.
+    void theCursorStaysWithinTheServers()
+    {
+        auto chat = newStore();
+        chat->absorb(feedOf({message(3, "user", "q", 100),
+                             message(9007199254740991, "assistant", "bogus", 101)},
+                            QStringLiteral("main"), 5),
+                     true);
+        QCOMPARE(chat->cursor(), 5);
+        QCOMPARE(chat->messages().size(), 2);
     }
 
     void resetAllForgetsEverything()

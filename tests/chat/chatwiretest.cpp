@@ -57,6 +57,20 @@ private slots:
                  {"file_id":"9","name":"b.png"}]})");
         QTest::newRow("an empty list is not none")
             << QByteArray(R"({"attachments":[]})") << QByteArray();
+        // One key of the wrong type, or a number out of range, takes its default.
+        QTest::newRow("seq as text") << QByteArray(R"({"seq":"abc","text":"kept"})")
+                                     << QByteArray(R"({"text":"kept"})");
+        QTest::newRow("time as text") << QByteArray(R"({"created_at":"noon","role":"user"})")
+                                      << QByteArray(R"({"role":"user"})");
+        QTest::newRow("id as list") << QByteArray(R"({"run_id":[1],"seq":3})")
+                                    << QByteArray(R"({"seq":3})");
+        QTest::newRow("attachments as text") << QByteArray(R"({"attachments":"a.pdf","seq":3})")
+                                             << QByteArray(R"({"seq":3})");
+        QTest::newRow("seq past 2^53") << QByteArray(R"({"seq":9007199254740994})")
+                                       << QByteArray("{}");
+        QTest::newRow("negative seq") << QByteArray(R"({"seq":-4})") << QByteArray("{}");
+        QTest::newRow("time 1e300") << QByteArray(R"({"created_at":1e300})") << QByteArray("{}");
+        QTest::newRow("time before 1970") << QByteArray(R"({"created_at":-5})") << QByteArray("{}");
     }
 
     // Decoded and written back: defaults filled in, absent optionals left out, localID
@@ -86,10 +100,6 @@ private slots:
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QString>("key"); // of the DecodeError
         QTest::newRow("message not an object") << "message" << QByteArray(R"(["hello"])") << "";
-        QTest::newRow("seq as text") << "message" << QByteArray(R"({"seq":"abc"})") << "seq";
-        QTest::newRow("time as text")
-            << "message" << QByteArray(R"({"created_at":"noon"})") << "created_at";
-        QTest::newRow("id as list") << "message" << QByteArray(R"({"run_id":[1]})") << "run_id";
         QTest::newRow("feed a list") << "feed" << QByteArray("[]") << "";
         QTest::newRow("messages not a list")
             << "feed" << QByteArray(R"({"messages":{}})") << "messages";
@@ -119,11 +129,19 @@ private slots:
         }
     }
 
+    void aHugeMessageIsCutAndSaysSo()
+    {
+        const QString text(ChatMessage::maxText + 10, u'x');
+        const ChatMessage m = ChatMessage::fromJson(QJsonObject{{u"seq"_s, 1}, {u"text"_s, text}}, decodedAt);
+        QVERIFY(m.text.startsWith(text.left(ChatMessage::maxText)));
+        QVERIFY(m.text.endsWith(u"[Message cut: it is longer than this device shows]"_s));
+    }
+
     void feedSkipsBadElements()
     {
         const MessagesFeed f = MessagesFeed::fromJson(
             json(R"({"ok":true,"messages":[{"seq":1,"role":"user","text":"a"}, "junk",
-                {"seq":"two"}, null, {"seq":4,"role":"assistant","text":"d"}],
+                [2], null, {"seq":4,"role":"assistant","text":"d"}],
               "activity":[{"seq":3,"id":"run_1","tool":{"status":"started"}},{"seq":[]},
                 {"seq":4,"run_id":"run_2","tool":{"name":"read"}}],"activity_cursor":4})"),
             decodedAt);

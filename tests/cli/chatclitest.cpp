@@ -4,6 +4,7 @@
 #include "support/service.h"
 #include "support/testhome.h"
 
+#include <QDirIterator>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -58,6 +59,17 @@ class ChatCliTest : public QObject
             .toArray();
     }
 
+    // Outbox folders on disk, whoever is signed in.
+    int outboxFolders()
+    {
+        int n = 0;
+        QDirIterator it(home->path(), {QStringLiteral("state.json")}, QDir::Files,
+                        QDirIterator::Subdirectories);
+        while (it.hasNext())
+            n += it.next().contains(u"/chat-outbox/");
+        return n;
+    }
+
     QJsonArray outbox() { return QJsonDocument::fromJson(cli({"chat", "outbox", "--json"}).out).array(); }
 
 private slots:
@@ -108,11 +120,85 @@ private slots:
         QCOMPARE(refused.status, 1);
         QVERIFY2(refused.err.contains(u"Not allowed."), qPrintable(refused.err));
         const QString id = outbox().first()[u"id"].toString();
-        QCOMPARE(outbox().first()[u"error"].toString(), QStringLiteral("Not allowed."));
+        QCOMPARE(outbox().first()[u"reason"].toString(), QStringLiteral("Not allowed."));
+        QVERIFY(outbox().first()[u"refused"].toBool());
         QCOMPARE(cli({"chat", "drain"}).status, 0); // nothing it could deliver failed
         QCOMPARE(cli({"chat", "retry", id}).status, 0);
         QCOMPARE(outbox().size(), 0);
         QCOMPARE(cli({"chat", "retry", "no-such-turn"}).status, 1);
+    }
+
+    // Unsent turns and the end of a session: an expiry keeps them for the next sign-in, a
+    // sign-out asks first, a deleted account takes them along.
+    void unsentTurnsWhenTheSessionEnds_data()
+    {
+        QTest::addColumn<QStringList>("ending"); // empty: the session expires
+        QTest::addColumn<int>("status");
+        QTest::addColumn<int>("kept");
+        QTest::newRow("expired") << QStringList() << 3 << 1;
+        QTest::newRow("logout") << QStringList{"logout"} << 1 << 1;
+        QTest::newRow("logout --force") << QStringList{"logout", "--force"} << 0 << 0;
+        QTest::newRow("delete-account") << QStringList{"delete-account"} << 0 << 0;
+    }
+
+    void unsentTurnsWhenTheSessionEnds()
+    {
+        QFETCH(QStringList, ending);
+        QFETCH(int, status);
+        QFETCH(int, kept);
+        service.fault({{"match", "webapi/chat"}, {"drop", true}, {"times", -1}});
+        QCOMPARE(cli({"chat", "send", "not yet sent"}).status, 4);
+        service.control("DELETE", QStringLiteral("faults"));
+        if (ending.isEmpty())
+            service.expire(QStringLiteral("demo"));
+        const Run run = cli(ending.isEmpty() ? QStringList{"chat", "drain"} : ending);
+        QCOMPARE(run.status, status);
+        if (ending == QStringList{"logout"})
+            QVERIFY2(run.err.contains(u"1 messages are not sent"), qPrintable(run.err));
+        QCOMPARE(outboxFolders(), kept);
+        if (kept == 0)
+            return;
+        cli({"login", "--user", "demo"}, "demo-password\n");
+        QCOMPARE(outbox().size(), 1);
+        QCOMPARE(cli({"chat", "drain"}).status, 0);
+        QCOMPARE(stored().first()[u"text"].toString(), QStringLiteral("not yet sent"));
+        QCOMPARE(outbox().size(), 0);
+    }
+
+    void aWithdrawnReplyIsNotReportedAsSent()
+    {
+        service.fault({{"match", "webapi/chat"}, {"status", 409},
+                       {"body", R"({"error":"reply_target_not_found","detail":"No task"})"}});
+        const Run run = cli({"chat", "send", "an answer to a gone task"});
+        QCOMPARE(run.status, 1);
+        QVERIFY2(run.err.contains(u"The task you replied to is no longer available"), qPrintable(run.err));
+        QCOMPARE(outbox().size(), 0);
+    }
+
+    // Server text never reaches the terminal raw.
+    void serverTextIsMadeSafe_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<QJsonObject>("fault");
+        QTest::newRow("a bridge message in the log") << QStringList{"chat", "log"} << QJsonObject();
+        QTest::newRow("a refusal's detail")
+            << QStringList{"chat", "send", "hi"}
+            << QJsonObject{{"match", "webapi/chat"}, {"status", 403},
+                           {"body", "{\"error\":\"no\",\"detail\":\"\\u001b]0;owned\\u0007\"}"}};
+    }
+
+    void serverTextIsMadeSafe()
+    {
+        QFETCH(QStringList, args);
+        QFETCH(QJsonObject, fault);
+        service.control("POST", QStringLiteral("message"),
+                        {{"user", "demo"}, {"role", "user"}, {"source", "telegram"},
+                         {"text", "\u001b[2J\u001b]0;owned\u0007hello"}});
+        if (!fault.isEmpty())
+            service.fault(fault);
+        const Run run = cli(args);
+        QVERIFY2(!run.out.contains('\x1b') && !run.err.contains(QChar(0x1b)), run.out.constData());
+        QVERIFY2(run.out.contains("␛") || run.err.contains(u"␛"), qPrintable(run.err));
     }
 
     void filesAndBadFiles()
