@@ -4,7 +4,7 @@
 
 #include "chat/markup/styledtext.h"
 
-#include <QString>
+#include <QStringList>
 
 #include <utility>
 
@@ -16,10 +16,9 @@ inline QString describe(const QList<Markup::Run> &runs)
     for (const Markup::Run &run : runs) {
         const Markup::Style &s = run.style;
         QString flags;
-        for (const auto &[on, letter] : {std::pair{s.bold, u'b'}, {s.italic, u'i'},
-                                         {s.underline, u'u'}, {s.strike, u's'}, {s.code, u'c'},
-                                         {s.pre, u'p'}, {s.quote, u'q'}})
-            flags += on ? QString(QChar(letter)) : QString();
+        const bool on[] = {s.bold, s.italic, s.underline, s.strike, s.code, s.pre, s.quote};
+        for (int i = 0; i < 7; ++i)
+            flags += on[i] ? QString(QChar(u"biuscpq"[i])) : QString();
         if (!s.link.isEmpty())
             flags += u'@' + s.link;
         parts.append(flags.isEmpty() ? run.text : run.text + u'{' + flags + u'}');
