@@ -29,8 +29,11 @@ inline QString describe(const QList<Markup::Run> &runs)
 // Direction marks and isolates made visible: <LRM> <RLM> <LRI> <RLI> <PDI>.
 inline QString visible(QString text)
 {
-    for (const auto &[mark, name] : {std::pair{0x200E, "<LRM>"}, {0x200F, "<RLM>"},
-                                     {0x2066, "<LRI>"}, {0x2067, "<RLI>"}, {0x2069, "<PDI>"}})
+    for (const auto &[mark, name] : {std::pair{0x200E, "<LRM>"},
+                                     {0x200F, "<RLM>"},
+                                     {0x2066, "<LRI>"},
+                                     {0x2067, "<RLI>"},
+                                     {0x2069, "<PDI>"}})
         text.replace(QChar(mark), QLatin1String(name));
     return text;
 }

@@ -20,14 +20,6 @@ namespace {
 const QString shalom = u"\u05E9\u05DC\u05D5\u05DD"_s; // a Hebrew word
 const QString olam = u"\u05E2\u05D5\u05DC\u05DD"_s;   // another
 
-QString directions(const QList<Line> &lines)
-{
-    QString out;
-    for (const Line &line : lines)
-        out += line.rtl ? u'R' : u'L';
-    return out;
-}
-
 // "start-end start-end": where matches are, for Span, Tag and Link alike.
 template <typename List> QString spans(const List &found)
 {
@@ -95,16 +87,6 @@ QString apply(const QString &step, const QString &text)
             out.append(p.kind == Piece::Kind::Text ? u"T:"_s + p.text : u"G:"_s + rows.join(u';'));
         }
     }
-    if (step == u"blocks") { // line directions; a table's, then its cells' row by row
-        for (const Block &b : Markup::blocks(text)) {
-            QStringList rows{directions(b.table.head)};
-            for (const QList<Line> &r : b.table.rows)
-                rows.append(directions(r));
-            out.append(b.kind == Block::Kind::Line ? directions({b.line})
-                                                   : directions({Line{{}, b.table.rtl}}) + u'(' +
-                                                         rows.join(u',') + u')');
-        }
-    }
     return out.join(u" / ");
 }
 
@@ -143,22 +125,20 @@ private slots:
             u"G:a,b,c;1,,;1,2,3"_s);
         row("pieces", "no delimiter row", u"| a | b |\n| 1 | 2 |"_s, u"T:| a | b |\n| 1 | 2 |"_s);
         row("pieces", "row ends at other line", u"|a|\n|-|\n|1|\nx\n|2|"_s, u"G:a;1 / T:x\n|2|"_s);
-        row("pieces", "inside pre", u"<pre>\n| a |\n|---|\n</pre>"_s, u"T:<pre>\n| a |\n|---|\n</pre>"_s);
+        row("pieces", "inside pre", u"<pre>\n| a |\n|---|\n</pre>"_s,
+            u"T:<pre>\n| a |\n|---|\n</pre>"_s);
         row("pieces", "after pre", u"<PRE class=x>code</pre>\n| a |\n|---|"_s,
             u"T:<PRE class=x>code</pre> / G:a"_s);
         row("pieces", "not a pre tag", u"<prefix>\n| a |\n|---|"_s, u"T:<prefix> / G:a"_s);
 
         row("delimiter", "alignment colons", u"|a|b|c|\n| :-- | :-: | --: |"_s, u"yes"_s);
         row("delimiter", "fewer cells than head", u"|a|b|\n|---|"_s, u"no"_s);
-        row("delimiter", "more cells than head", u"|a|b|\n|---|---|---|"_s, u"no"_s);
         row("delimiter", "colon alone", u"|a|\n|:|"_s, u"no"_s);
         row("delimiter", "inner colon", u"|a|\n|-:-|"_s, u"no"_s);
-        row("delimiter", "space inside", u"|a|\n|- -|"_s, u"no"_s);
 
         row("lean", "hebrew first", u"12 "_s + shalom + u" abc"_s, u"rtl"_s);
         row("lean", "latin first", u"abc "_s + shalom, u"ltr"_s);
         row("lean", "cyrillic", u"- \u043F\u0440\u0438\u0432\u0435\u0442"_s, u"ltr"_s);
-        row("lean", "presentation form", u"\uFB1D"_s, u"rtl"_s);
         row("lean", "digits, signs, cjk", u"12:30 - 5% \u4E2D\u6587"_s, u"-"_s);
 
         const QString mixed = shalom + u" "_s + olam + u" hello world"_s;
@@ -174,9 +154,8 @@ private slots:
             u"<RLM>a 1 2 3 - "_s + shalom + u" "_s + olam);
         row("directed", "no directional words", u"123\n\n--"_s, u"<LRM>123\n<LRM>\n<LRM>--"_s);
 
-        row("decoded", "all five, escaped entity once", u"&lt;&gt;&quot;&#39;&amp; &amp;lt;"_s,
-            u"<>\"'& &lt;"_s);
-        row("decoded", "ampersand before entity", u"&&lt;"_s, u"&<"_s);
+        row("decoded", "all five, escaped entity once",
+            u"&lt;&gt;&quot;&#39;&amp; &amp;lt; &&lt;"_s, u"<>\"'& &lt; &<"_s);
         row("decoded", "unknown and unterminated", u"&nbsp; &#60; &lt &amp"_s,
             u"&nbsp; &#60; &lt &amp"_s);
 
@@ -188,8 +167,6 @@ private slots:
         row("attributed", "nested and stray tags", u"</b>x<b><b>y</b>z</b>w"_s, u"x|yz{b}|w"_s);
         row("attributed", "markdown link", u"see [docs](https://d.x/a_b) now"_s,
             u"see |docs{@https://d.x/a_b}| now"_s);
-        row("attributed", "empty label shows the target", u"[](http://a.b)"_s,
-            u"http://a.b{@http://a.b}"_s);
         row("attributed", "label escapes and entities", u"[a\\_b &amp; c](http://x)"_s,
             u"a_b & c{@http://x}"_s);
         row("attributed", "bare link", u"go to https://x.y/p?a=1&amp;b=2 now"_s,
@@ -207,15 +184,12 @@ private slots:
             u"a\n|x\n\ny{p}|\nb"_s);
         row("attributed", "bold does not pair into code", u"a ** b <code>**</code> c"_s,
             u"a ** b |**{c}| c"_s);
-        row("attributed", "bold spans code", u"**a <code>x</code> b**"_s, u"a {b}|x{bc}| b{b}"_s);
         row("attributed", "unpaired surrogates",
             u"**a"_s + QChar(0xD800) + u"b** [x](http://y) \\("_s + QChar(0xDC00),
             u"a\uFFFDb{b}| |x{@http://y}| (\uFFFD"_s);
 
         row("shown", "path keeps its order in a Hebrew line", shalom + u" /usr/local/bin "_s + olam,
             u"<RLM>"_s + shalom + u" <LRI>/usr/local/bin<PDI> "_s + olam);
-        row("shown", "English phrase with a number", shalom + u" (iOS 17.2, build 5) "_s + olam,
-            u"<RLM>"_s + shalom + u" (<LRI>iOS 17.2, build 5<PDI>) "_s + olam);
         row("shown", "tie decided by the displayed text",
             u"<b>"_s + shalom + u"</b>\n"_s + shalom + u" "_s + olam + u" a b"_s,
             u"<RLM>"_s + shalom + u"\n<RLM>"_s + shalom + u" "_s + olam + u" <LRI>a b<PDI>"_s);
@@ -229,50 +203,36 @@ private slots:
             u"<RLM>"_s + shalom + u" | b\n<RLM>1 | "_s);
         row("shown", "controls made visible", u"a\x1b[2Jb\x07"_s, u"<LRM>a\u241B[2Jb\u2407"_s);
 
-        // One word each way in a table: the whole message decides.
-        const QString table = u"| a | "_s + shalom + u" |\n|-|-|\n| b | "_s + olam + u" |"_s;
-        row("blocks", "begins in Hebrew", shalom + u"\nhello\n"_s + table, u"R / L / R(LR,LR)"_s);
-        row("blocks", "begins in English", u"hello\n"_s + table, u"L / L(LR,LR)"_s);
-
         // Where PCRE2's defaults differ from what the markup means: \s is the Unicode
         // White_Space set, \b after a tag name is not found before a letter of any script, a
         // mark or a format character, caseless matching folds long s, "." in bold crosses
         // every line break.
         const QString none = u"-"_s;
         row("tags", "long s", u"<\u017Ftrong>"_s, u"<\u017Ftrong>"_s);
-        row("tags", "dotted capital I", u"<\u0130>"_s, none);
         row("tags", "then hebrew letter", u"<b\u05D0>"_s, none);
         row("tags", "then combining mark", u"<b\u0301>"_s, none);
         row("tags", "then direction mark", u"<b\u200F>"_s, none);
-        row("tags", "then arabic digit", u"<b\u0663>"_s, none);
         row("tags", "then superscript two", u"<b\u00B2>"_s, u"<b\u00B2>"_s);
-        row("tags", "then hyphen", u"<b-x>"_s, u"<b-x>"_s);
         row("tags", "longer name", u"<span>"_s, none);
-        row("tags", "across lines", u"<pre\nclass=x>"_s, u"<pre\nclass=x>"_s);
-        row("tags", "anchor after no-break space", u"<a\u00A0href=\"u\">"_s, u"<a\u00A0href=\"u\">"_s);
+        row("tags", "anchor after no-break space", u"<a\u00A0href=\"u\">"_s,
+            u"<a\u00A0href=\"u\">"_s);
         row("tags", "anchor after mongolian separator", u"<a\u180Ehref=\"u\">"_s, none);
         row("tags", "anchor value holds >", u"<a href=\"x>y\">"_s, u"<a href=\"x>y\">"_s);
         row("bold", "across line separator", u"**a\u2028b**"_s, u"**a\u2028b**"_s);
-        row("bold", "across carriage return", u"**a\rb**"_s, u"**a\rb**"_s);
         row("bold", "needs a character", u"****"_s, none);
         row("mdLink", "upper case scheme", u"[x](HTTP://a)"_s, none);
         row("mdLink", "label across lines", u"[a\nb](http://x)"_s, none);
-        row("mdLink", "target with no-break space", u"[x](http://a\u00A0b)"_s, none);
         row("bareLink", "stops at line separator", u"http://a\u2028b"_s, u"http://a"_s);
         row("bareLink", "keeps mongolian separator", u"http://a\u180Eb"_s, u"http://a\u180Eb"_s);
         row("bareLink", "stops at quote", u"http://a'b"_s, u"http://a"_s);
-        row("latin", "accented", u"\u00C0bc\u024F"_s, u"\u00C0bc\u024F"_s);
         row("latin", "beyond range", u"\u0250"_s, none);
         row("latin", "no-break space joins", u"ab\u00A0cd"_s, u"ab\u00A0cd"_s);
         row("latin", "thin space splits", u"ab\u2009cd"_s, u"ab"_s);
         row("latin", "marks before a quote", u"(Really?!\u201D"_s, u"Really?!"_s);
         row("latin", "marks without a quote", u"Really?! x"_s, u"Really"_s);
-        row("latin", "trailing dot", u"end."_s, u"end"_s);
         row("hebrew", "presentation forms", u"\uFB1D\uFDFF \uFE70\uFEFF"_s,
             u"\uFB1D\uFDFF \uFE70\uFEFF"_s);
-        row("hebrew", "inner punctuation", u"\u05D0-\u05D1,\u05D2"_s, u"\u05D0-\u05D1,\u05D2"_s);
         row("hebrew", "ellipsis before quote", u"\u05D0\u2026\""_s, u"\u05D0\u2026"_s);
-        row("hebrew", "number", u"\u05D0 12:30 x"_s, u"\u05D0 12:30"_s);
 
         // Hostile messages, each sized so that work growing with the square of its length
         // would take many seconds; only the result is checked (timings are in bench/markup).
@@ -286,8 +246,7 @@ private slots:
         row("attributed", "one label over the whole text",
             u"["_s + u"x ["_s.repeated(n) + u"](https://a.b)"_s,
             u"x ["_s.repeated(n) + u"{@https://a.b}"_s);
-        row("attributed", "targets without a closing parenthesis",
-            u"[a](http://x"_s.repeated(n),
+        row("attributed", "targets without a closing parenthesis", u"[a](http://x"_s.repeated(n),
             u"[a](|"_s + alternating(u"http://x[a{@http://x[a}"_s, u"]("_s, n - 1) +
                 u"|http://x{@http://x}"_s);
         row("attributed", "many links", u"[a](http://b) "_s.repeated(n / 4),
@@ -328,7 +287,8 @@ private slots:
         row("shown", "one endless word", shalom + u" "_s + u"a/"_s.repeated(5 * w) + u"b"_s,
             u"<RLM>"_s + shalom + u" <LRI>"_s + u"a/"_s.repeated(5 * w) + u"b<PDI>"_s);
         row("shown", "short runs before a long stretch",
-            (shalom + u" "_s + shalom + u" a "_s).repeated(1000) + u"/"_s + u"x"_s.repeated(1000000),
+            (shalom + u" "_s + shalom + u" a "_s).repeated(1000) + u"/"_s +
+                u"x"_s.repeated(1000000),
             u"<RLM>"_s + (shalom + u" "_s + shalom + u" <LRI>a<PDI> "_s).repeated(999) + shalom +
                 u" "_s + shalom + u" <LRI>a /"_s + u"x"_s.repeated(1000000) + u"<PDI>"_s);
         row("shown", "pipes", u"|"_s.repeated(5 * w), u"<LRM>"_s + u"|"_s.repeated(5 * w));
@@ -381,10 +341,10 @@ private slots:
             const QString expected = spans(globalSpans(*expressions().value(pattern), text));
             for (const qsizetype window : windows) {
                 const QString found = scan(pattern, text, window);
-                QVERIFY2(found == expected,
-                         qPrintable(u"window %1, text %2: %3 instead of %4"_s.arg(window).arg(
-                             QString::fromLatin1(text.toUtf8().toPercentEncoding()), found,
-                             expected)));
+                QVERIFY2(
+                    found == expected,
+                    qPrintable(u"window %1, text %2: %3 instead of %4"_s.arg(window).arg(
+                        QString::fromLatin1(text.toUtf8().toPercentEncoding()), found, expected)));
             }
         }
     }
@@ -395,8 +355,8 @@ private slots:
         QVERIFY(HtmlWriter::render(u"| a |\n|---|\n"_s + u"| x |\n"_s.repeated(20000))
                     .endsWith(u"</table>"));
         const int columns = 20000;
-        const QStringList lines = AnsiWriter::render(u"|"_s + u"a|"_s.repeated(columns) +
-                                                         u"\n|"_s + u"-|"_s.repeated(columns),
+        const QStringList lines = AnsiWriter::render(u"|"_s + u"a|"_s.repeated(columns) + u"\n|"_s +
+                                                         u"-|"_s.repeated(columns),
                                                      80, false)
                                       .split(u'\n');
         QCOMPARE(lines.size(), 3);
