@@ -133,12 +133,15 @@ private slots:
 
         row("delimiter", "alignment colons", u"|a|b|c|\n| :-- | :-: | --: |"_s, u"yes"_s);
         row("delimiter", "fewer cells than head", u"|a|b|\n|---|"_s, u"no"_s);
+        row("delimiter", "more cells than head", u"|a|b|\n|---|---|---|"_s, u"no"_s);
         row("delimiter", "colon alone", u"|a|\n|:|"_s, u"no"_s);
         row("delimiter", "inner colon", u"|a|\n|-:-|"_s, u"no"_s);
+        row("delimiter", "space inside", u"|a|\n|- -|"_s, u"no"_s);
 
         row("lean", "hebrew first", u"12 "_s + shalom + u" abc"_s, u"rtl"_s);
         row("lean", "latin first", u"abc "_s + shalom, u"ltr"_s);
         row("lean", "cyrillic", u"- \u043F\u0440\u0438\u0432\u0435\u0442"_s, u"ltr"_s);
+        row("lean", "presentation form", u"\uFB1D"_s, u"rtl"_s);
         row("lean", "digits, signs, cjk", u"12:30 - 5% \u4E2D\u6587"_s, u"-"_s);
 
         const QString mixed = shalom + u" "_s + olam + u" hello world"_s;
@@ -167,6 +170,8 @@ private slots:
         row("attributed", "nested and stray tags", u"</b>x<b><b>y</b>z</b>w"_s, u"x|yz{b}|w"_s);
         row("attributed", "markdown link", u"see [docs](https://d.x/a_b) now"_s,
             u"see |docs{@https://d.x/a_b}| now"_s);
+        row("attributed", "empty label shows the target", u"[](http://a.b)"_s,
+            u"http://a.b{@http://a.b}"_s);
         row("attributed", "label escapes and entities", u"[a\\_b &amp; c](http://x)"_s,
             u"a_b & c{@http://x}"_s);
         row("attributed", "bare link", u"go to https://x.y/p?a=1&amp;b=2 now"_s,
@@ -184,6 +189,7 @@ private slots:
             u"a\n|x\n\ny{p}|\nb"_s);
         row("attributed", "bold does not pair into code", u"a ** b <code>**</code> c"_s,
             u"a ** b |**{c}| c"_s);
+        row("attributed", "bold spans code", u"**a <code>x</code> b**"_s, u"a {b}|x{bc}| b{b}"_s);
         row("attributed", "unpaired surrogates",
             u"**a"_s + QChar(0xD800) + u"b** [x](http://y) \\("_s + QChar(0xDC00),
             u"a\uFFFDb{b}| |x{@http://y}| (\uFFFD"_s);
@@ -209,30 +215,40 @@ private slots:
         // every line break.
         const QString none = u"-"_s;
         row("tags", "long s", u"<\u017Ftrong>"_s, u"<\u017Ftrong>"_s);
+        row("tags", "dotted capital I", u"<\u0130>"_s, none);
         row("tags", "then hebrew letter", u"<b\u05D0>"_s, none);
         row("tags", "then combining mark", u"<b\u0301>"_s, none);
         row("tags", "then direction mark", u"<b\u200F>"_s, none);
+        row("tags", "then arabic digit", u"<b\u0663>"_s, none);
         row("tags", "then superscript two", u"<b\u00B2>"_s, u"<b\u00B2>"_s);
+        row("tags", "then hyphen", u"<b-x>"_s, u"<b-x>"_s);
         row("tags", "longer name", u"<span>"_s, none);
+        row("tags", "across lines", u"<pre\nclass=x>"_s, u"<pre\nclass=x>"_s);
         row("tags", "anchor after no-break space", u"<a\u00A0href=\"u\">"_s,
             u"<a\u00A0href=\"u\">"_s);
         row("tags", "anchor after mongolian separator", u"<a\u180Ehref=\"u\">"_s, none);
         row("tags", "anchor value holds >", u"<a href=\"x>y\">"_s, u"<a href=\"x>y\">"_s);
         row("bold", "across line separator", u"**a\u2028b**"_s, u"**a\u2028b**"_s);
+        row("bold", "across carriage return", u"**a\rb**"_s, u"**a\rb**"_s);
         row("bold", "needs a character", u"****"_s, none);
         row("mdLink", "upper case scheme", u"[x](HTTP://a)"_s, none);
         row("mdLink", "label across lines", u"[a\nb](http://x)"_s, none);
+        row("mdLink", "target with no-break space", u"[x](http://a\u00A0b)"_s, none);
         row("bareLink", "stops at line separator", u"http://a\u2028b"_s, u"http://a"_s);
         row("bareLink", "keeps mongolian separator", u"http://a\u180Eb"_s, u"http://a\u180Eb"_s);
         row("bareLink", "stops at quote", u"http://a'b"_s, u"http://a"_s);
+        row("latin", "accented", u"\u00C0bc\u024F"_s, u"\u00C0bc\u024F"_s);
         row("latin", "beyond range", u"\u0250"_s, none);
         row("latin", "no-break space joins", u"ab\u00A0cd"_s, u"ab\u00A0cd"_s);
         row("latin", "thin space splits", u"ab\u2009cd"_s, u"ab"_s);
         row("latin", "marks before a quote", u"(Really?!\u201D"_s, u"Really?!"_s);
         row("latin", "marks without a quote", u"Really?! x"_s, u"Really"_s);
+        row("latin", "trailing dot", u"end."_s, u"end"_s);
         row("hebrew", "presentation forms", u"\uFB1D\uFDFF \uFE70\uFEFF"_s,
             u"\uFB1D\uFDFF \uFE70\uFEFF"_s);
+        row("hebrew", "inner punctuation", u"\u05D0-\u05D1,\u05D2"_s, u"\u05D0-\u05D1,\u05D2"_s);
         row("hebrew", "ellipsis before quote", u"\u05D0\u2026\""_s, u"\u05D0\u2026"_s);
+        row("hebrew", "number", u"\u05D0 12:30 x"_s, u"\u05D0 12:30"_s);
 
         // Hostile messages, each sized so that work growing with the square of its length
         // would take many seconds; only the result is checked (timings are in bench/markup).

@@ -292,6 +292,8 @@ private slots:
         QTest::newRow("invalid UTF-8 is shown, not refused")
             << u"plain"_s << QByteArray("a\xff\xfe b \xc3") << QString() << false << 0
             << u"<LRM>a\uFFFD\uFFFD b \uFFFD\n"_s;
+        QTest::newRow("empty input")
+            << u"ansi"_s << QByteArray() << QString() << false << 0 << QString();
         QTest::newRow("unknown mode")
             << u"--pdf"_s << QByteArray("x") << QString() << false << 2 << u"--pdf"_s;
     }
