@@ -20,6 +20,24 @@ namespace {
 const QString shalom = u"\u05E9\u05DC\u05D5\u05DD"_s; // a Hebrew word
 const QString olam = u"\u05E2\u05D5\u05DC\u05DD"_s;   // another
 
+// "plain|bold{b}|link{@https://x}": runs joined by "|", each with its style letters
+// (b i u s c p q) and link target in braces.
+QString describe(const QList<Markup::Run> &runs)
+{
+    QStringList parts;
+    for (const Markup::Run &run : runs) {
+        const Markup::Style &s = run.style;
+        QString flags;
+        const bool on[] = {s.bold, s.italic, s.underline, s.strike, s.code, s.pre, s.quote};
+        for (int i = 0; i < 7; ++i)
+            flags += on[i] ? QString(QChar(u"biuscpq"[i])) : QString();
+        if (!s.link.isEmpty())
+            flags += u'@' + s.link;
+        parts.append(flags.isEmpty() ? run.text : run.text + u'{' + flags + u'}');
+    }
+    return parts.join(u'|');
+}
+
 // "start-end start-end": where matches are, for Span, Tag and Link alike.
 template <typename List> QString spans(const List &found)
 {
@@ -79,6 +97,8 @@ QString apply(const QString &step, const QString &text)
         return describe(Markup::attributed(text));
     if (step == u"shown")
         return visible(Markup::shown(text));
+    if (step == u"columns") // on a terminal
+        return QString::number(AnsiWriter::displayWidth(text));
     if (step == u"pieces") {
         for (const Piece &p : Markup::pieces(text)) {
             QStringList rows{p.head.join(u',')};
@@ -208,6 +228,10 @@ private slots:
         row("shown", "table rows", u"| "_s + shalom + u" | b |\n|---|---|\n| 1 |"_s,
             u"<RLM>"_s + shalom + u" | b\n<RLM>1 | "_s);
         row("shown", "controls made visible", u"a\x1b[2Jb\x07"_s, u"<LRM>a\u241B[2Jb\u2407"_s);
+
+        row("columns", "hebrew points, combining accent", u"\u05E9\u05B8\u05C1e\u0301"_s, u"2"_s);
+        row("columns", "direction marks", u"\u200E\u200F\u2066\u2069"_s, u"0"_s);
+        row("columns", "cjk and emoji", u"\u4E2D\u6587\U0001F600"_s, u"6"_s);
 
         // Where PCRE2's defaults differ from what the markup means: \s is the Unicode
         // White_Space set, \b after a tag name is not found before a letter of any script, a
