@@ -188,12 +188,9 @@ private slots:
             u"<B class=x>B</b><STRONG>S</STRONG><em>E</em><u>U</u><s>X</s><\u017Ftrong>L"_s,
             u"BS{b}|E{i}|U{u}|X{s}|L{b}"_s);
         row("attributed", "nested and stray tags", u"</b>x<b><b>y</b>z</b>w"_s, u"x|yz{b}|w"_s);
-        row("attributed", "markdown link", u"see [docs](https://d.x/a_b) now"_s,
-            u"see |docs{@https://d.x/a_b}| now"_s);
-        row("attributed", "empty label shows the target", u"[](http://a.b)"_s,
-            u"http://a.b{@http://a.b}"_s);
-        row("attributed", "label escapes and entities", u"[a\\_b &amp; c](http://x)"_s,
-            u"a_b & c{@http://x}"_s);
+        row("attributed", "markdown links: plain, empty label, label escapes and entities",
+            u"see [docs](https://d.x/a_b), [](http://a.b) [a\\_b &amp; c](mailto:x)"_s,
+            u"see |docs{@https://d.x/a_b}|, |http://a.b{@http://a.b}| |a_b & c{@mailto:x}"_s);
         row("attributed", "bare link", u"go to https://x.y/p?a=1&amp;b=2 now"_s,
             u"go to |https://x.y/p?a=1&b=2{@https://x.y/p?a=1&b=2}| now"_s);
         row("attributed", "anchor with encoded javascript",
