@@ -19,7 +19,9 @@ public:
     static constexpr int frameSamples = 240; // 10 ms
 
     // tailMs: the longest echo path it models; delayMs: the sink's latency.
-    explicit EchoCanceller(int delayMs = 40, int tailMs = 300, bool gainControl = true);
+    // gainControl: the pre-processor's level control; off in calls, where it lifted
+    // residual echo back over the barge-in gate.
+    explicit EchoCanceller(int delayMs = 40, int tailMs = 300, bool gainControl = false);
     ~EchoCanceller();
     EchoCanceller(const EchoCanceller &) = delete;
     EchoCanceller &operator=(const EchoCanceller &) = delete;
@@ -36,6 +38,10 @@ public:
     int delayMs() const { return m_delaySamples * 1000 / rate; }
     // Forgets the learned echo path and the held audio.
     void reset();
+    // The canceller has learned the echo path (it removed at least 12 dB of it for 0.2 s).
+    bool converged() const { return m_converged; }
+    // Recent echo reduction in dB while the speaker is active.
+    double reductionDB() const;
 
 private:
     SpeexEchoState_ *m_echo = nullptr;
@@ -43,7 +49,14 @@ private:
     int m_delaySamples = 0;
     int m_tailSamples = 0;
     std::deque<qint16> m_reference;
+    void learn(const qint16 *near, qint16 *out);
+
     QByteArray m_pending; // captured bytes short of a frame
+    double m_farEnvelope = 0; // speaker energy, held over the echo tail
+    double m_nearEnergy = 0; // smoothed, while the speaker is active
+    double m_outEnergy = 0;
+    int m_convergedFrames = 0;
+    bool m_converged = false;
     std::vector<qint16> m_far;
     std::vector<qint16> m_clean;
 };
