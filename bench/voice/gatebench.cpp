@@ -63,7 +63,8 @@ void BM_GateChunk(benchmark::State &state)
         benchmark::DoNotOptimize(result);
         now += 0.02;
     }
-    state.counters["allocs_per_chunk"] = double(allocations.load() - before) / double(state.iterations());
+    state.counters["allocs_per_chunk"] =
+        double(allocations.load() - before) / double(state.iterations());
     state.SetLabel(mode == 0 ? "echo held" : mode == 1 ? "user admitted" : "no playback");
 }
 

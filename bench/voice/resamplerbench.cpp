@@ -17,12 +17,10 @@ namespace {
 
 constexpr int outRate = 24000;
 
-struct Ours
-{
+struct Ours {
     explicit Ours(int rate)
         : r(rate)
-    {
-    }
+    {}
     void process(const float *in, size_t n, std::vector<float> &out)
     {
         const size_t at = out.size();
@@ -32,8 +30,7 @@ struct Ours
     Resampler r;
 };
 
-struct Speex
-{
+struct Speex {
     explicit Speex(int rate)
     {
         int err = 0;
@@ -53,8 +50,7 @@ struct Speex
 };
 
 #ifdef HALVENMARK_SOXR
-struct Soxr
-{
+struct Soxr {
     explicit Soxr(int rate)
     {
         soxr_error_t err = nullptr;
@@ -77,7 +73,7 @@ struct Soxr
 };
 #endif
 
-template<typename Engine>
+template <typename Engine>
 std::vector<float> stream(int rate, const std::vector<float> &in, size_t chunk)
 {
     Engine e(rate);
@@ -100,19 +96,23 @@ ToneFit fitTail(const std::vector<float> &out, double frequency)
     return ToneFit::of(out.data() + out.size() - n, n, frequency, outRate);
 }
 
-template<typename Engine>
-void measure(benchmark::State &state, int rate)
+template <typename Engine> void measure(benchmark::State &state, int rate)
 {
     const size_t chunk = size_t(rate / 100); // 10 ms
-    const double alias = dB(fitTail(stream<Engine>(rate, tone(13500, rate, 1.0, size_t(rate)), chunk), 10500).amplitude);
+    const double alias =
+        dB(fitTail(stream<Engine>(rate, tone(13500, rate, 1.0, size_t(rate)), chunk), 10500)
+               .amplitude);
     double lowest = 1e9;
     double highest = -1e9;
     for (double f = 100; f <= 10000; f += f < 1000 ? 100 : 500) {
-        const double gain = dB(fitTail(stream<Engine>(rate, tone(f, rate, 0.5, size_t(rate)), chunk), f).amplitude / 0.5);
+        const double gain =
+            dB(fitTail(stream<Engine>(rate, tone(f, rate, 0.5, size_t(rate)), chunk), f).amplitude /
+               0.5);
         lowest = std::min(lowest, gain);
         highest = std::max(highest, gain);
     }
-    const double thdn = fitTail(stream<Engine>(rate, tone(1000, rate, 0.5, size_t(rate)), chunk), 1000).thdn();
+    const double thdn =
+        fitTail(stream<Engine>(rate, tone(1000, rate, 0.5, size_t(rate)), chunk), 1000).thdn();
     std::vector<float> impulse(size_t(rate) * 3 / 10, 0.0f);
     impulse[size_t(rate) / 10] = 1;
     const auto response = stream<Engine>(rate, impulse, chunk);
@@ -134,7 +134,8 @@ void measure(benchmark::State &state, int rate)
         }
         benchmark::DoNotOptimize(out.data());
     }
-    state.counters["x_realtime"] = benchmark::Counter(double(state.iterations()), benchmark::Counter::kIsRate);
+    state.counters["x_realtime"] =
+        benchmark::Counter(double(state.iterations()), benchmark::Counter::kIsRate);
     state.counters["alias_dB"] = alias;
     state.counters["flat_dB"] = highest - lowest;
     state.counters["thdn_dB"] = thdn;

@@ -12,13 +12,11 @@ class AudioPort : public QObject
     Q_OBJECT
 
 public:
-    struct Device
-    {
+    struct Device {
         QByteArray id;
         QString name;
     };
-    struct CaptureFormat
-    {
+    struct CaptureFormat {
         int sampleRate = 0;
         int channels = 0;
         bool floatSamples = false; // else signed 16-bit; always interleaved

@@ -45,8 +45,7 @@ public:
     int opens = 0;
 
 private:
-    struct Queued
-    {
+    struct Queued {
         QByteArray pcm;
         quint64 id;
         qsizetype offset = 0;

@@ -69,8 +69,8 @@ QList<AudioPort::Device> QtAudioPort::outputs() const
 
 QAudioDevice QtAudioPort::pick(bool input, const QByteArray &id) const
 {
-    const QList<QAudioDevice> devices = input ? QMediaDevices::audioInputs()
-                                              : QMediaDevices::audioOutputs();
+    const QList<QAudioDevice> devices =
+        input ? QMediaDevices::audioInputs() : QMediaDevices::audioOutputs();
     const QByteArray wanted = !id.isEmpty() ? id : input ? serverDefaultSource() : QByteArray();
     for (const QAudioDevice &d : devices) {
         if (!wanted.isEmpty() && d.id() == wanted) {
@@ -103,8 +103,8 @@ bool QtAudioPort::open(const QByteArray &inputId, const QByteArray &outputId)
     m_sink = std::make_unique<QAudioSink>(output, wireFormat());
     m_sink->setBufferSize(wireFormat().bytesForDuration(aheadMs * 2000));
     m_out = m_sink->start();
-    if (!m_in || !m_out || m_source->error() != QAudio::NoError
-        || m_sink->error() != QAudio::NoError) {
+    if (!m_in || !m_out || m_source->error() != QAudio::NoError ||
+        m_sink->error() != QAudio::NoError) {
         m_error = QStringLiteral("could not open the sound devices");
         qCWarning(lcAudio) << "open failed" << m_source->error() << m_sink->error();
         close();
@@ -133,8 +133,8 @@ void QtAudioPort::close()
 
 bool QtAudioPort::isOpen() const
 {
-    return m_source && m_sink && m_source->state() != QAudio::StoppedState
-        && m_sink->state() != QAudio::StoppedState;
+    return m_source && m_sink && m_source->state() != QAudio::StoppedState &&
+           m_sink->state() != QAudio::StoppedState;
 }
 
 void QtAudioPort::readCaptured()

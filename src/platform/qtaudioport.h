@@ -38,8 +38,7 @@ public:
     int outputLatencyMs() const override;
 
 private:
-    struct Queued
-    {
+    struct Queued {
         QByteArray pcm;
         quint64 id;
         qsizetype offset = 0;

@@ -4,8 +4,7 @@
 #include <QString>
 
 // 16-bit PCM WAV files: the terminal's --input/--output and the fake sound devices.
-struct WavFile
-{
+struct WavFile {
     int sampleRate = 0;
     int channels = 0;
     QByteArray samples; // interleaved signed 16-bit little-endian

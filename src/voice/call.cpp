@@ -158,8 +158,8 @@ QCoro::Task<> Call::connectWire()
         fail(L::t(u"אין חיבור"_s, u"No connection"_s, u"Нет соединения"_s));
         co_return;
     }
-    const QString path = m_scope.path(u"webapi/voice-live/ws?provider="_s + m_provider
-                                      + u"&app_language="_s + L::current());
+    const QString path = m_scope.path(u"webapi/voice-live/ws?provider="_s + m_provider +
+                                      u"&app_language="_s + L::current());
     const quint64 generation = ++m_wireGeneration;
     const bool opened = co_await m_link->open(path);
     if (!self || generation != m_wireGeneration || m_ending) {
@@ -387,7 +387,8 @@ void Call::teardownAudio()
 void Call::hangUp()
 {
     m_ending = true;
-    traceNote(u"AUDIO"_s, {}, QString::fromUtf8(QJsonDocument(gateStats()).toJson(QJsonDocument::Compact)));
+    traceNote(u"AUDIO"_s, {},
+              QString::fromUtf8(QJsonDocument(gateStats()).toJson(QJsonDocument::Compact)));
     stopWire();
     teardownAudio();
     setPhase(Phase::Idle);

@@ -72,7 +72,16 @@ class Call : public QObject
     Q_PROPERTY(QString notice READ notice NOTIFY noticeChanged)
 
 public:
-    enum class Phase { Idle, Failed, Connecting, Listening, Hearing, Thinking, Speaking, Reconnecting };
+    enum class Phase {
+        Idle,
+        Failed,
+        Connecting,
+        Listening,
+        Hearing,
+        Thinking,
+        Speaking,
+        Reconnecting
+    };
     Q_ENUM(Phase)
 
     using Clock = std::function<double()>; // uptime in seconds

@@ -65,14 +65,15 @@ QCoro::Task<> Call::checkAvailability(QString account)
         co_return;
     }
     if (!status) {
-        m_unavailableReason = L::t(u"לא ניתן לבדוק את החיבור. פתחו שוב את הקול כדי לנסות שוב."_s,
-                                   u"Could not check the connection. Reopen Voice to try again."_s,
-                                   u"Не удалось проверить соединение. Откройте голос снова, чтобы повторить."_s);
+        m_unavailableReason =
+            L::t(u"לא ניתן לבדוק את החיבור. פתחו שוב את הקול כדי לנסות שוב."_s,
+                 u"Could not check the connection. Reopen Voice to try again."_s,
+                 u"Не удалось проверить соединение. Откройте голос снова, чтобы повторить."_s);
         emit availabilityChanged();
         co_return;
     }
-    m_available = status->value(u"available"_s).toBool(false)
-        && status->value(u"enabled"_s).toBool(true);
+    m_available =
+        status->value(u"available"_s).toBool(false) && status->value(u"enabled"_s).toBool(true);
     m_provider = status->value(u"provider"_s).toString(m_provider);
     m_unavailableReason = status->value(u"reason"_s).toString();
     m_availabilityChecked = true;
@@ -112,8 +113,8 @@ QCoro::Task<bool> Call::loadJournal()
     m_shortMemory = memory.value(u"short_term"_s).toInt();
     m_longMemory = memory.value(u"long_term"_s).toInt();
     m_memoryStatus = memory.value(u"message"_s).toString(memory.value(u"status"_s).toString());
-    m_memoryBusy = memory.value(u"status"_s).toString() == u"running"
-        || journal->value(u"running"_s).toBool(false);
+    m_memoryBusy = memory.value(u"status"_s).toString() == u"running" ||
+                   journal->value(u"running"_s).toBool(false);
     emit memoryChanged();
     const QJsonObject prefs = journal->value(u"preferences"_s).toObject();
     m_voice = prefs.value(u"voice"_s).toString(m_voice);

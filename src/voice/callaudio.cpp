@@ -43,8 +43,7 @@ CallAudio::CallAudio(AudioPort *port, Sleeper *sleeper, Clock clock, QObject *pa
     , m_port(port)
     , m_sleeper(sleeper ? sleeper : &Sleeper::real())
     , m_clock(clock ? std::move(clock) : Clock(steadyUptime))
-{
-}
+{}
 
 CallAudio::~CallAudio()
 {
@@ -137,7 +136,8 @@ void CallAudio::capture(const QByteArray &data)
                             m_mono.data());
     }
     const QByteArray wire = m_canceller->capture(m_resampler->toPcm16(m_mono.data(), frames));
-    const double peak = Pcm::peak(reinterpret_cast<const qint16 *>(wire.constData()), wire.size() / 2);
+    const double peak =
+        Pcm::peak(reinterpret_cast<const qint16 *>(wire.constData()), wire.size() / 2);
     {
         QMutexLocker locker(&m_lock);
         m_lastCapture = m_clock();

@@ -78,8 +78,7 @@ signals:
     void stalled();
 
 private:
-    struct Held
-    {
+    struct Held {
         QByteArray pcm;
         quint64 epoch;
     };

@@ -18,8 +18,7 @@ QString productName()
     return u"Halvenmark"_s;
 }
 
-struct StepKind
-{
+struct StepKind {
     QString label;
     QString state;
 };
@@ -184,12 +183,13 @@ void Call::note(const QJsonObject &frame)
     }
     emit workChanged();
 
-    const bool tool = type.startsWith(u"tool_") || frame.value(u"event_type"_s).toString().startsWith(u"tool_");
+    const bool tool =
+        type.startsWith(u"tool_") || frame.value(u"event_type"_s).toString().startsWith(u"tool_");
     const QString tag = tool ? u"TOOL"_s : type == u"agent_merged" ? u"DONE"_s : u"SERVER"_s;
     QString text = it->title;
     if (type == u"agent_event") {
-        text += u" ["_s + idText(frame.value(u"event_id"_s)) + u" "_s
-                + frame.value(u"event_type"_s).toString() + u"]"_s;
+        text += u" ["_s + idText(frame.value(u"event_id"_s)) + u" "_s +
+                frame.value(u"event_type"_s).toString() + u"]"_s;
     }
     traceNote(tag, tool ? u"task:"_s + id : QString(), text);
 }
@@ -229,7 +229,8 @@ void Call::noteFast(const QJsonObject &frame)
         it->backup = frame.value(u"backup"_s).toString(it->backup);
         const QJsonObject source = frame.value(u"source"_s).toObject();
         if (!source.isEmpty()) {
-            it->sources.append({source.value(u"title"_s).toString(), source.value(u"url"_s).toString()});
+            it->sources.append(
+                {source.value(u"title"_s).toString(), source.value(u"url"_s).toString()});
         }
     } else if (type == u"fast_response_finished") {
         it->answer = frame.value(u"answer"_s).toString();
@@ -263,7 +264,8 @@ void Call::traceNote(const QString &tag, const QString &id, const QString &text)
             }
         }
     }
-    m_trace.append({id.isEmpty() ? u"e"_s + QString::number(m_trace.size()) : id, m_clock(), tag, text});
+    m_trace.append(
+        {id.isEmpty() ? u"e"_s + QString::number(m_trace.size()) : id, m_clock(), tag, text});
     emit traceChanged();
 }
 

@@ -7,8 +7,7 @@
 // The records a call shows: transcript lines, background steps, fast answers, trace entries.
 namespace CallTypes {
 
-struct Line
-{
+struct Line {
     QString id;
     QString role; // "user" or "assistant"
     QString text;
@@ -16,8 +15,7 @@ struct Line
     QVariantMap toMap() const;
 };
 
-struct Step
-{
+struct Step {
     QString id;
     QString title;
     QString detail;
@@ -29,15 +27,13 @@ struct Step
     QVariantMap toMap() const;
 };
 
-struct Source
-{
+struct Source {
     QString title;
     QString url;
     bool operator==(const Source &) const = default;
 };
 
-struct FastAnswer
-{
+struct FastAnswer {
     QString id;
     QString query;
     QString model;
@@ -57,8 +53,7 @@ struct FastAnswer
     QVariantMap toMap() const;
 };
 
-struct Event
-{
+struct Event {
     QString id;
     double time = 0;
     QString tag; // "SERVER", "WARN", "AUDIO", "TOOL", "DONE" or "FAST"

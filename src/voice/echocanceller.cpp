@@ -101,8 +101,8 @@ QByteArray EchoCanceller::capture(const QByteArray &pcm)
         std::fill(m_far.begin() + qsizetype(take), m_far.end(), 0);
         m_reference.erase(m_reference.begin(), m_reference.begin() + qsizetype(take));
 
-        const auto *near = reinterpret_cast<const spx_int16_t *>(m_pending.constData()
-                                                                  + f * frameBytes);
+        const auto *near =
+            reinterpret_cast<const spx_int16_t *>(m_pending.constData() + f * frameBytes);
         speex_echo_cancellation(m_echo, near, m_far.data(), m_clean.data());
         speex_preprocess_run(m_pre, m_clean.data());
         learn(near, m_clean.data());

@@ -51,9 +51,9 @@ private:
     std::deque<qint16> m_reference;
     void learn(const qint16 *near, qint16 *out);
 
-    QByteArray m_pending; // captured bytes short of a frame
+    QByteArray m_pending;     // captured bytes short of a frame
     double m_farEnvelope = 0; // speaker energy, held over the echo tail
-    double m_nearEnergy = 0; // smoothed, while the speaker is active
+    double m_nearEnergy = 0;  // smoothed, while the speaker is active
     double m_outEnergy = 0;
     int m_convergedFrames = 0;
     bool m_converged = false;

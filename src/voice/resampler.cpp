@@ -31,8 +31,8 @@ float dot(const float *a, const float *b, int n)
             lanes[l] += a[i + l] * b[i + l];
         }
     }
-    return ((lanes[0] + lanes[4]) + (lanes[1] + lanes[5]))
-        + ((lanes[2] + lanes[6]) + (lanes[3] + lanes[7]));
+    return ((lanes[0] + lanes[4]) + (lanes[1] + lanes[5])) +
+           ((lanes[2] + lanes[6]) + (lanes[3] + lanes[7]));
 }
 
 inline void store(float value, float *out)
@@ -108,8 +108,7 @@ qsizetype Resampler::maxOutput(qsizetype count) const
     return (count + qsizetype(m_history.size())) * m_outputRate / m_inputRate + 2;
 }
 
-template<typename Out>
-qsizetype Resampler::run(const float *in, qsizetype count, Out *out)
+template <typename Out> qsizetype Resampler::run(const float *in, qsizetype count, Out *out)
 {
     m_history.insert(m_history.end(), in, in + count);
     const qsizetype available = qsizetype(m_history.size());

@@ -33,19 +33,18 @@ public:
     void reset();
 
 private:
-    template<typename Out>
-    qsizetype run(const float *in, qsizetype count, Out *out);
+    template <typename Out> qsizetype run(const float *in, qsizetype count, Out *out);
 
     int m_inputRate;
     int m_outputRate;
-    int m_taps = 0; // per phase, padded to a multiple of 8
-    int m_phases = 0; // table rows (one more than used, for interpolation)
+    int m_taps = 0;      // per phase, padded to a multiple of 8
+    int m_phases = 0;    // table rows (one more than used, for interpolation)
     bool m_exact = true; // one row per output phase; else interpolated between rows
-    qint64 m_up = 1; // output steps per input step, reduced (exact mode)
+    qint64 m_up = 1;     // output steps per input step, reduced (exact mode)
     qint64 m_down = 1;
-    std::vector<float> m_table; // m_phases × m_taps
+    std::vector<float> m_table;   // m_phases × m_taps
     std::vector<float> m_history; // pending input, oldest first
-    qsizetype m_next = 0; // input index of the next output's base sample
-    qint64 m_phase = 0; // exact: numerator over m_up; interpolated: 32-bit fraction
-    quint64 m_step = 0; // interpolated: input step per output in 32.32 fixed point
+    qsizetype m_next = 0;         // input index of the next output's base sample
+    qint64 m_phase = 0;           // exact: numerator over m_up; interpolated: 32-bit fraction
+    quint64 m_step = 0;           // interpolated: input step per output in 32.32 fixed point
 };

@@ -13,8 +13,7 @@ const QString legacyKey = QStringLiteral("voice.interruptionThresholdDB");
 
 VoiceTuning::VoiceTuning(QObject *parent)
     : QObject(parent)
-{
-}
+{}
 
 VoiceTuning &VoiceTuning::shared()
 {

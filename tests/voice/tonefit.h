@@ -5,8 +5,7 @@
 
 // Least-squares fit of one sine (and DC) at a known frequency: its amplitude and what is
 // left over. Used to measure converters: gain, distortion plus noise, aliases.
-struct ToneFit
-{
+struct ToneFit {
     double amplitude = 0;
     double residualRms = 0;
 
@@ -50,7 +49,8 @@ struct ToneFit
         fit.amplitude = std::hypot(k[0], k[1]);
         double residual = 0;
         for (size_t i = 0; i < n; ++i) {
-            const double e = x[i] - (k[0] * std::sin(w * double(i)) + k[1] * std::cos(w * double(i)) + k[2]);
+            const double e =
+                x[i] - (k[0] * std::sin(w * double(i)) + k[1] * std::cos(w * double(i)) + k[2]);
             residual += e * e;
         }
         fit.residualRms = std::sqrt(residual / double(n));

@@ -19,8 +19,7 @@ QByteArray chunk(char fill, int bytes = 960)
     return QByteArray(bytes, fill);
 }
 
-struct Rig
-{
+struct Rig {
     TestHome home;
     FakeCallLink link;
     FileAudioPort port;
@@ -92,58 +91,82 @@ void TestCall::absorb_data()
     QTest::addColumn<QString>("failure");
 
     const QString ready = u"{\"type\":\"ready\",\"voice\":\"Orus\"}"_s;
-    const QString audio = u"{\"type\":\"audio\",\"data\":\""_s
-        + QString::fromLatin1(QByteArray(4800, '\x20').toBase64()) + u"\"}"_s;
+    const QString audio = u"{\"type\":\"audio\",\"data\":\""_s +
+                          QString::fromLatin1(QByteArray(4800, '\x20').toBase64()) + u"\"}"_s;
     using P = Call::Phase;
-    QTest::newRow("ready listens") << QStringList{ready} << P::Listening << "" << "" << QStringList{} << 1.0 << "";
+    QTest::newRow("ready listens") << QStringList{ready} << P::Listening << ""
+                                   << "" << QStringList{} << 1.0 << "";
     QTest::newRow("user text appends")
         << QStringList{ready, u"{\"type\":\"input_activity\",\"active\":true}"_s,
-                       u"{\"type\":\"user_text\",\"text\":\"Hel\"}"_s, u"{\"type\":\"user_text\",\"text\":\"lo\"}"_s}
-        << P::Hearing << "Hello" << "" << QStringList{"user:Hello"} << 1.0 << "";
+                       u"{\"type\":\"user_text\",\"text\":\"Hel\"}"_s,
+                       u"{\"type\":\"user_text\",\"text\":\"lo\"}"_s}
+        << P::Hearing << "Hello"
+        << "" << QStringList{"user:Hello"} << 1.0 << "";
     QTest::newRow("user text replaces")
         << QStringList{ready, u"{\"type\":\"user_text\",\"text\":\"Hel\"}"_s,
                        u"{\"type\":\"user_text\",\"text\":\"Help\",\"replace\":true}"_s}
-        << P::Listening << "Help" << "" << QStringList{"user:Help"} << 1.0 << "";
+        << P::Listening << "Help"
+        << "" << QStringList{"user:Help"} << 1.0 << "";
     QTest::newRow("new activity opens a new user line")
         << QStringList{ready, u"{\"type\":\"user_text\",\"text\":\"A\"}"_s,
-                       u"{\"type\":\"input_activity\",\"active\":true}"_s, u"{\"type\":\"user_text\",\"text\":\"B\"}"_s}
-        << P::Hearing << "B" << "" << QStringList{"user:A", "user:B"} << 1.0 << "";
+                       u"{\"type\":\"input_activity\",\"active\":true}"_s,
+                       u"{\"type\":\"user_text\",\"text\":\"B\"}"_s}
+        << P::Hearing << "B"
+        << "" << QStringList{"user:A", "user:B"} << 1.0 << "";
     QTest::newRow("turn started opens a new reply line")
-        << QStringList{ready, u"{\"type\":\"bot_text\",\"text\":\"A\"}"_s, u"{\"type\":\"turn_started\"}"_s,
-                       u"{\"type\":\"bot_text\",\"text\":\"B\"}"_s, u"{\"type\":\"bot_text\",\"text\":\"C\"}"_s}
-        << P::Listening << "" << "BC" << QStringList{"assistant:A", "assistant:BC"} << 1.0 << "";
+        << QStringList{ready, u"{\"type\":\"bot_text\",\"text\":\"A\"}"_s,
+                       u"{\"type\":\"turn_started\"}"_s,
+                       u"{\"type\":\"bot_text\",\"text\":\"B\"}"_s,
+                       u"{\"type\":\"bot_text\",\"text\":\"C\"}"_s}
+        << P::Listening << ""
+        << "BC" << QStringList{"assistant:A", "assistant:BC"} << 1.0 << "";
     QTest::newRow("turn ended: thinking")
-        << QStringList{ready, u"{\"type\":\"input_activity\"}"_s} << P::Thinking << "" << "" << QStringList{} << 1.0 << "";
-    QTest::newRow("reply audio: speaking") << QStringList{ready, audio} << P::Speaking << "" << "" << QStringList{} << 1.0 << "";
+        << QStringList{ready, u"{\"type\":\"input_activity\"}"_s} << P::Thinking << ""
+        << "" << QStringList{} << 1.0 << "";
+    QTest::newRow("reply audio: speaking") << QStringList{ready, audio} << P::Speaking << ""
+                                           << "" << QStringList{} << 1.0 << "";
     QTest::newRow("second reply chunk stays speaking")
-        << QStringList{ready, audio, audio} << P::Speaking << "" << "" << QStringList{} << 1.0 << "";
+        << QStringList{ready, audio, audio} << P::Speaking << ""
+        << "" << QStringList{} << 1.0 << "";
     QTest::newRow("interrupted drops the reply")
-        << QStringList{ready, u"{\"type\":\"input_activity\"}"_s, audio, u"{\"type\":\"bot_text\",\"text\":\"x\"}"_s,
-                       u"{\"type\":\"interrupted\"}"_s}
-        << P::Listening << "" << "" << QStringList{"assistant:x"} << 1.0 << "";
-    QTest::newRow("volume 500 plays at 3") << QStringList{ready, u"{\"type\":\"volume\",\"level\":500}"_s}
-                                           << P::Listening << "" << "" << QStringList{} << 3.0 << "";
-    QTest::newRow("negative volume plays at 0") << QStringList{ready, u"{\"type\":\"volume\",\"level\":-20}"_s}
-                                                << P::Listening << "" << "" << QStringList{} << 0.0 << "";
-    QTest::newRow("volume without level is 100") << QStringList{ready, u"{\"type\":\"volume\",\"level\":40}"_s, u"{\"type\":\"volume\"}"_s}
-                                                 << P::Listening << "" << "" << QStringList{} << 1.0 << "";
+        << QStringList{ready, u"{\"type\":\"input_activity\"}"_s, audio,
+                       u"{\"type\":\"bot_text\",\"text\":\"x\"}"_s, u"{\"type\":\"interrupted\"}"_s}
+        << P::Listening << ""
+        << "" << QStringList{"assistant:x"} << 1.0 << "";
+    QTest::newRow("volume 500 plays at 3")
+        << QStringList{ready, u"{\"type\":\"volume\",\"level\":500}"_s} << P::Listening << ""
+        << "" << QStringList{} << 3.0 << "";
+    QTest::newRow("negative volume plays at 0")
+        << QStringList{ready, u"{\"type\":\"volume\",\"level\":-20}"_s} << P::Listening << ""
+        << "" << QStringList{} << 0.0 << "";
+    QTest::newRow("volume without level is 100")
+        << QStringList{ready, u"{\"type\":\"volume\",\"level\":40}"_s, u"{\"type\":\"volume\"}"_s}
+        << P::Listening << ""
+        << "" << QStringList{} << 1.0 << "";
     QTest::newRow("error that is not fatal goes on")
         << QStringList{ready, u"{\"type\":\"error\",\"error\":\"slow\",\"detail\":\"lag\"}"_s}
-        << P::Listening << "" << "" << QStringList{} << 1.0 << "";
+        << P::Listening << ""
+        << "" << QStringList{} << 1.0 << "";
     QTest::newRow("fatal error fails with its detail")
-        << QStringList{ready, u"{\"type\":\"error\",\"error\":\"x\",\"detail\":\"Quota used up\",\"fatal\":true}"_s}
-        << P::Failed << "" << "" << QStringList{} << 1.0 << "Quota used up";
+        << QStringList{ready,
+                       u"{\"type\":\"error\",\"error\":\"x\",\"detail\":\"Quota used up\",\"fatal\":true}"_s}
+        << P::Failed << ""
+        << "" << QStringList{} << 1.0 << "Quota used up";
     QTest::newRow("missing key fails without detail")
         << QStringList{ready, u"{\"type\":\"error\",\"error\":\"voice_key_missing\"}"_s}
-        << P::Failed << "" << "" << QStringList{} << 1.0 << "The call is unavailable. You can start a new call.";
-    QTest::newRow("closed for another reason ends") << QStringList{ready, u"{\"type\":\"closed\",\"reason\":\"bye\"}"_s}
-                                                    << P::Idle << "" << "" << QStringList{} << 1.0 << "";
+        << P::Failed << ""
+        << "" << QStringList{} << 1.0 << "The call is unavailable. You can start a new call.";
+    QTest::newRow("closed for another reason ends")
+        << QStringList{ready, u"{\"type\":\"closed\",\"reason\":\"bye\"}"_s} << P::Idle << ""
+        << "" << QStringList{} << 1.0 << "";
     QTest::newRow("closed for rotation reconnects")
         << QStringList{ready, u"{\"type\":\"closed\",\"reason\":\"session_rotate\"}"_s}
-        << P::Reconnecting << "" << "" << QStringList{} << 1.0 << "";
+        << P::Reconnecting << ""
+        << "" << QStringList{} << 1.0 << "";
     QTest::newRow("unknown and broken frames are ignored")
-        << QStringList{ready, u"{\"type\":\"sparkle\"}"_s, u"[1,2]"_s, u"{nope"_s}
-        << P::Listening << "" << "" << QStringList{} << 1.0 << "";
+        << QStringList{ready, u"{\"type\":\"sparkle\"}"_s, u"[1,2]"_s, u"{nope"_s} << P::Listening
+        << ""
+        << "" << QStringList{} << 1.0 << "";
 }
 
 void TestCall::absorb()
@@ -243,7 +266,8 @@ void TestCall::fiveReconnectsThenDropped()
     QCOMPARE(rig.call.failure(), u"Call dropped"_s);
     QCOMPARE(rig.call.failureCode(), u"reconnect_exhausted"_s);
     QCOMPARE(rig.link.paths.size(), 6); // the call and five attempts, no sixth
-    QVERIFY(rig.link.paths.first().startsWith(u"webapi/voice-live/ws?provider=openai&app_language=en"));
+    QVERIFY(
+        rig.link.paths.first().startsWith(u"webapi/voice-live/ws?provider=openai&app_language=en"));
 }
 
 void TestCall::rotateResumesWithTheHandle()
@@ -263,7 +287,8 @@ void TestCall::rotateResumesWithTheHandle()
     QCOMPARE(rig.link.sent.last().value(u"resume"_s).toString(), u"h-7"_s);
     QCOMPARE(rig.delays(), (QList<qint64>{450, 450})); // attempts counted from the last ready
     rig.serve(u"{\"type\":\"turn_complete\"}"_s);
-    QCOMPARE(rig.link.sentTypes().mid(rig.link.sent.size() - 2), (QStringList{"playback_stats", "gate_stats"}));
+    QCOMPARE(rig.link.sentTypes().mid(rig.link.sent.size() - 2),
+             (QStringList{"playback_stats", "gate_stats"}));
 }
 
 void TestCall::accountSwitchResetsToDefaults()
@@ -271,11 +296,13 @@ void TestCall::accountSwitchResetsToDefaults()
     Rig rig;
     rig.call.hangUp();
     rig.link.replies[u"webapi/voice-live/status"_s] = {{"available", true}, {"provider", "gemini"}};
-    rig.link.replies[u"webapi/voice-live/journal"_s] = QJsonDocument::fromJson(
-        R"({"messages":[{"role":"user","text":"hi"},{"role":"assistant","text":""}],
+    rig.link.replies[u"webapi/voice-live/journal"_s] =
+        QJsonDocument::fromJson(
+            R"({"messages":[{"role":"user","text":"hi"},{"role":"assistant","text":""}],
             "memory":{"short_term":2,"long_term":5,"status":"idle","message":"ok"},
             "preferences":{"voice":"Kore","language":"ru","selected_provider":"gemini"},
-            "voices":["Kore","Orus"]})").object();
+            "voices":["Kore","Orus"]})")
+            .object();
     rig.call.checkAvailability(u"u1"_s);
     QVERIFY(rig.call.available());
     QCOMPARE(rig.call.voice(), u"Kore"_s);
@@ -291,7 +318,8 @@ void TestCall::accountSwitchResetsToDefaults()
     QCOMPARE(rig.call.provider(), u"openai"_s);
     QVERIFY(rig.call.lines().isEmpty());
     QCOMPARE(rig.call.longMemory(), 0);
-    QCOMPARE(rig.call.unavailableReason(), u"Could not check the connection. Reopen Voice to try again."_s);
+    QCOMPARE(rig.call.unavailableReason(),
+             u"Could not check the connection. Reopen Voice to try again."_s);
     QCOMPARE(rig.tuning.account(), u"u2"_s);
 }
 

@@ -31,8 +31,7 @@ int peakOf(const QByteArray &pcm, qsizetype from, qsizetype to)
     return peak;
 }
 
-struct Rig
-{
+struct Rig {
     FileAudioPort port;
     FakeSleeper sleeper;
     double now = 100;
@@ -40,8 +39,7 @@ struct Rig
 
     Rig(WavFile input = {})
         : port(std::move(input))
-    {
-    }
+    {}
     void release()
     {
         sleeper.advance();
@@ -86,15 +84,18 @@ void TestCallAudio::cushion_data()
     QTest::addColumn<int>("underruns");
     QTest::addColumn<QList<int>>("delaysMs");
 
-    QTest::newRow("first reply waits the cushion") << true << QList<double>{} << 0.36 << 0 << QList{360};
+    QTest::newRow("first reply waits the cushion")
+        << true << QList<double>{} << 0.36 << 0 << QList{360};
     QTest::newRow("underrun grows it, restarts after 0.15 s")
         << true << QList{0.1} << 0.44 << 1 << QList{360, 150};
-    QTest::newRow("new reply never below 0.36") << true << QList{0.5, 0.3} << 0.36 << 0 << QList{360, 360, 360};
+    QTest::newRow("new reply never below 0.36")
+        << true << QList{0.5, 0.3} << 0.36 << 0 << QList{360, 360, 360};
     QTest::newRow("capped at 0.7") << true << QList{0.1, 0.1, 0.1, 0.1, 0.1} << 0.7 << 5
                                    << QList{360, 150, 150, 150, 150, 150};
     QTest::newRow("shrinks by 0.02 per new reply")
         << true << QList{0.1, 0.1, 1.0, 1.0} << 0.48 << 2 << QList{360, 150, 150, 500, 480};
-    QTest::newRow("other providers play at once") << false << QList{0.1, 0.1} << 0.36 << 0 << QList<int>{};
+    QTest::newRow("other providers play at once")
+        << false << QList{0.1, 0.1} << 0.36 << 0 << QList<int>{};
 }
 
 void TestCallAudio::cushion()
@@ -242,7 +243,8 @@ void TestCallAudio::captureTakesTheLoudestChannel()
     // The noise suppressor takes part of a steady tone; the left channel would be silence.
     const int peak = peakOf(wire, 24000, wire.size());
     QVERIFY2(peak > 4000 && peak <= 16384 + 200, qPrintable(QString::number(peak)));
-    QVERIFY2(rig.audio.level() > 0.02 && rig.audio.level() <= peak / 32767.0, qPrintable(QString::number(rig.audio.level())));
+    QVERIFY2(rig.audio.level() > 0.02 && rig.audio.level() <= peak / 32767.0,
+             qPrintable(QString::number(rig.audio.level())));
 }
 
 QTEST_GUILESS_MAIN(TestCallAudio)

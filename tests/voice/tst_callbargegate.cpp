@@ -47,20 +47,26 @@ void TestCallBargeGate::script_data()
     QTest::addColumn<bool>("admitted");
 
     const double none = std::nan("");
-    QTest::newRow("-10 acts as -20: -21 held") << -10.0 << -80.0 << "p-21*20" << QList{0} << 0 << false;
-    QTest::newRow("-10 acts as -20: -19 opens") << -10.0 << -80.0 << "p-19*9" << QList{180} << 1 << true;
-    QTest::newRow("-70 acts as -50: -51 held") << -70.0 << -80.0 << "p-51*20" << QList{0} << 0 << false;
-    QTest::newRow("-70 acts as -50: -49 opens") << -70.0 << -80.0 << "p-49*9" << QList{180} << 1 << true;
+    QTest::newRow("-10 acts as -20: -21 held")
+        << -10.0 << -80.0 << "p-21*20" << QList{0} << 0 << false;
+    QTest::newRow("-10 acts as -20: -19 opens")
+        << -10.0 << -80.0 << "p-19*9" << QList{180} << 1 << true;
+    QTest::newRow("-70 acts as -50: -51 held")
+        << -70.0 << -80.0 << "p-51*20" << QList{0} << 0 << false;
+    QTest::newRow("-70 acts as -50: -49 opens")
+        << -70.0 << -80.0 << "p-49*9" << QList{180} << 1 << true;
     QTest::newRow("release at -56: -55 holds the floor")
         << -70.0 << -80.0 << "p-40*9 q-55*50" << QList{180, 1000} << 1 << true;
     QTest::newRow("release at -56: 0.8 s at -57 closes")
         << -70.0 << -80.0 << "p-40*9 q-57*40" << QList{180, 800} << 1 << false;
     QTest::newRow("first chunk of playback sets the floor and is held")
         << -50.0 << none << "p-20*1" << QList{0} << 0 << false;
-    QTest::newRow("steady echo never opens") << -50.0 << none << "p-20*100" << QList{0} << 0 << false;
+    QTest::newRow("steady echo never opens")
+        << -50.0 << none << "p-20*100" << QList{0} << 0 << false;
     QTest::newRow("0.1 s burst then quiet never opens")
         << -33.0 << -60.0 << "p-20*5 p-60*1 p-20*5 p-60*1" << QList{0, 0, 0, 0} << 0 << false;
-    QTest::newRow("just under 0.18 s waits") << -33.0 << -60.0 << "p-20*8" << QList{0} << 0 << false;
+    QTest::newRow("just under 0.18 s waits")
+        << -33.0 << -60.0 << "p-20*8" << QList{0} << 0 << false;
     QTest::newRow("bar is 9 dB over the floor")
         << -50.0 << -40.0 << "p-32*1 p-30*9" << QList{0, 180} << 1 << true;
     QTest::newRow("0.2 s after playback still gated")
@@ -175,7 +181,8 @@ void TestCallBargeGate::resetKeepsCountersAndFloor()
             QCOMPARE(gate.inputLevelDB, -80.0);
         }
         const int suppressedBefore = gate.suppressedFrames;
-        const auto result = gate.process(chunk(-random->bounded(80), 20), random->bounded(2) == 1, now);
+        const auto result =
+            gate.process(chunk(-random->bounded(80), 20), random->bounded(2) == 1, now);
         now += 0.02;
         QCOMPARE(gate.suppressedFrames - suppressedBefore, gate.suppressed ? 1 : 0);
         QVERIFY(!gate.suppressed || result.pcm.isEmpty());

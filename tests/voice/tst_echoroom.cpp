@@ -13,8 +13,8 @@
 namespace {
 
 constexpr int rate = 24000;
-constexpr int frame = 240; // 10 ms
-constexpr int sinkDelay = 960; // 40 ms from hand-over to the speaker
+constexpr int frame = 240;      // 10 ms
+constexpr int sinkDelay = 960;  // 40 ms from hand-over to the speaker
 constexpr int echoDelay = 1440; // 60 ms from the speaker to the microphone
 
 std::vector<float> readWav(const QString &name)
@@ -67,8 +67,7 @@ void scaleTo(std::vector<float> &x, double db)
     }
 }
 
-struct Outcome
-{
+struct Outcome {
     int opened = 0;
     double firstBarge = -1; // seconds
 };
@@ -95,7 +94,8 @@ Outcome run(double echoDB, const std::vector<float> &agent, int replies,
     for (int k = 0; k < 300; ++k) {
         const size_t lag = size_t(random.bounded(24, 6000));
         const double decay = std::exp(-6.9 * lag / 6000.0);
-        path.emplace_back(sinkDelay + echoDelay + lag, float(0.25 * decay * (random.generateDouble() * 2 - 1)));
+        path.emplace_back(sinkDelay + echoDelay + lag,
+                          float(0.25 * decay * (random.generateDouble() * 2 - 1)));
     }
     std::vector<float> echo(length, 0.0f);
     for (const auto &[lag, weight] : path) {
@@ -126,7 +126,8 @@ Outcome run(double echoDB, const std::vector<float> &agent, int replies,
             speaker[size_t(i)] = qint16(std::lrint(handed[f * frame + i]));
         }
         canceller.render(speaker.data(), frame);
-        pending += canceller.capture(QByteArray(reinterpret_cast<const char *>(wire.data() + f * frame), frame * 2));
+        pending += canceller.capture(
+            QByteArray(reinterpret_cast<const char *>(wire.data() + f * frame), frame * 2));
         if (pending.size() < 960) {
             continue;
         }
@@ -219,12 +220,14 @@ void TestEchoRoom::userOverTheAgentOpens()
     const double firstWord = userAt + onset(m_user);
     QVERIFY2(outcome.firstBarge >= firstWord,
              qPrintable(QStringLiteral("opened at %1 s, before the user's first word at %2 s")
-                            .arg(outcome.firstBarge).arg(firstWord)));
+                            .arg(outcome.firstBarge)
+                            .arg(firstWord)));
     if (qEnvironmentVariableIsSet("ECHOROOM_TRACE")) {
         qInfo("opened %.2f s after the first word", outcome.firstBarge - firstWord);
     }
     QVERIFY2(outcome.firstBarge - firstWord <= 0.25,
-             qPrintable(QStringLiteral("opened %1 s after the first word").arg(outcome.firstBarge - firstWord)));
+             qPrintable(QStringLiteral("opened %1 s after the first word")
+                            .arg(outcome.firstBarge - firstWord)));
 }
 
 QTEST_GUILESS_MAIN(TestEchoRoom)

@@ -44,15 +44,16 @@ void TestQtAudioPort::initTestCase()
     env.insert(QStringLiteral("XDG_RUNTIME_DIR"), dir);
     m_server.setProcessEnvironment(env);
     m_server.setStandardErrorFile(dir + u"/pulse.log"_s);
-    m_server.start(pulseaudio,
-                   {QStringLiteral("-n"), QStringLiteral("--daemonize=no"),
-                    QStringLiteral("--exit-idle-time=-1"), QStringLiteral("--use-pid-file=no"),
-                    QStringLiteral("--disable-shm=yes"), QStringLiteral("-L"),
-                    u"module-native-protocol-unix socket="_s + dir + u"/pulse.sock auth-anonymous=1"_s,
-                    QStringLiteral("-L"), QStringLiteral("module-null-sink sink_name=speaker"),
-                    QStringLiteral("-L"),
-                    u"module-pipe-source source_name=mic file="_s + dir
-                        + u"/mic.fifo format=s16le rate=48000 channels=1"_s});
+    m_server.start(
+        pulseaudio,
+        {QStringLiteral("-n"), QStringLiteral("--daemonize=no"),
+         QStringLiteral("--exit-idle-time=-1"), QStringLiteral("--use-pid-file=no"),
+         QStringLiteral("--disable-shm=yes"), QStringLiteral("-L"),
+         u"module-native-protocol-unix socket="_s + dir + u"/pulse.sock auth-anonymous=1"_s,
+         QStringLiteral("-L"), QStringLiteral("module-null-sink sink_name=speaker"),
+         QStringLiteral("-L"),
+         u"module-pipe-source source_name=mic file="_s + dir +
+             u"/mic.fifo format=s16le rate=48000 channels=1"_s});
     QVERIFY(m_server.waitForStarted());
     QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(dir + u"/pulse.sock"_s), 10000);
     qputenv("PULSE_SERVER", QByteArray("unix:") + QFile::encodeName(dir) + "/pulse.sock");
@@ -116,7 +117,8 @@ void TestQtAudioPort::playsFromItsOwnQueueAndDropsAtOnce()
     QVERIFY2(port.open("mic", "speaker"), qPrintable(port.error()));
     QSignalSpy done(&port, &AudioPort::bufferDone);
     qint64 rendered = 0;
-    connect(&port, &AudioPort::rendered, this, [&](const QByteArray &pcm) { rendered += pcm.size(); });
+    connect(&port, &AudioPort::rendered, this,
+            [&](const QByteArray &pcm) { rendered += pcm.size(); });
     port.enqueue(QByteArray(9600, '\x10'), 1); // 0.2 s
     port.enqueue(QByteArray(9600, '\x10'), 2);
     QTRY_COMPARE_WITH_TIMEOUT(done.count(), 2, 10000);

@@ -60,7 +60,8 @@ void TestResampler::tones()
     const auto pass = convert(r, tone(passFrequency, rate, 0.5, size_t(rate)), 480);
     QVERIFY(std::abs(double(pass.size()) - 24000 * (1 - r.latencySeconds())) <= 2);
     const ToneFit fit = fitTail(pass, passFrequency);
-    QVERIFY2(std::abs(20 * std::log10(fit.amplitude / 0.5)) < 0.01, qPrintable(QString::number(fit.amplitude)));
+    QVERIFY2(std::abs(20 * std::log10(fit.amplitude / 0.5)) < 0.01,
+             qPrintable(QString::number(fit.amplitude)));
     QVERIFY2(fit.thdn() < -100, qPrintable(QString::number(fit.thdn())));
 
     // A tone 1.5 kHz over the output's Nyquist leaves nothing behind.
@@ -68,7 +69,8 @@ void TestResampler::tones()
         r.reset();
         const auto alias = convert(r, tone(13500, rate, 1.0, size_t(rate)), 441);
         const ToneFit folded = fitTail(alias, 10500);
-        QVERIFY2(20 * std::log10(folded.amplitude) < -105, qPrintable(QString::number(20 * std::log10(folded.amplitude))));
+        QVERIFY2(20 * std::log10(folded.amplitude) < -105,
+                 qPrintable(QString::number(20 * std::log10(folded.amplitude))));
     }
 }
 
@@ -92,9 +94,11 @@ void TestResampler::chunkingDoesNotChangeOutput()
     Resampler pieces(rate);
     std::vector<float> out;
     for (size_t at = 0; at < noise.size();) {
-        const qsizetype n = std::min<qsizetype>(random->bounded(1, 3000), qsizetype(noise.size() - at));
+        const qsizetype n =
+            std::min<qsizetype>(random->bounded(1, 3000), qsizetype(noise.size() - at));
         std::vector<float> part(size_t(pieces.maxOutput(n)));
-        out.insert(out.end(), part.begin(), part.begin() + pieces.process(noise.data() + at, n, part.data()));
+        out.insert(out.end(), part.begin(),
+                   part.begin() + pieces.process(noise.data() + at, n, part.data()));
         at += size_t(n);
     }
     QVERIFY(out == reference);

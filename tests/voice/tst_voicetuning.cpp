@@ -43,8 +43,9 @@ void TestVoiceTuning::set()
     tuning.activate(QStringLiteral("u7"));
     tuning.set(value);
     QCOMPARE(tuning.threshold(), stored);
-    QCOMPARE(AppData::setting(QStringLiteral("voice.interruptionThresholdDB.account.u7")).toDouble(),
-             stored);
+    QCOMPARE(
+        AppData::setting(QStringLiteral("voice.interruptionThresholdDB.account.u7")).toDouble(),
+        stored);
 }
 
 void TestVoiceTuning::activate_data()
@@ -56,7 +57,8 @@ void TestVoiceTuning::activate_data()
 
     QTest::newRow("nothing stored") << "u1" << QVariant() << QVariant() << -33.0;
     QTest::newRow("own value") << "u1" << QVariant(-41) << QVariant(-25) << -41.0;
-    QTest::newRow("legacy key is not another account's") << "u1" << QVariant() << QVariant(-25) << -33.0;
+    QTest::newRow("legacy key is not another account's")
+        << "u1" << QVariant() << QVariant(-25) << -33.0;
     QTest::newRow("owner takes the legacy key") << "owner" << QVariant() << QVariant(-25) << -25.0;
     QTest::newRow("owner's own key wins") << "owner" << QVariant(-44) << QVariant(-25) << -44.0;
     QTest::newRow("stored out of range is clamped") << "u1" << QVariant(-90) << QVariant() << -50.0;
