@@ -14,17 +14,19 @@ FileAudioPort::FileAudioPort(WavFile input, QObject *parent)
 
 QList<AudioPort::Device> FileAudioPort::inputs() const
 {
-    return {{"file", QStringLiteral("File")}};
+    return inputList;
 }
 
 QList<AudioPort::Device> FileAudioPort::outputs() const
 {
-    return {{"memory", QStringLiteral("Memory")}};
+    return outputList;
 }
 
-bool FileAudioPort::open(const QByteArray &, const QByteArray &)
+bool FileAudioPort::open(const QByteArray &inputId, const QByteArray &outputId)
 {
     ++opens;
+    openedInput = inputId;
+    openedOutput = outputId;
     if (failNextOpen) {
         failNextOpen = false;
         m_error = QStringLiteral("device unavailable");

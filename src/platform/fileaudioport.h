@@ -39,10 +39,14 @@ public:
 
     int chunkMs() const { return m_chunkMs; }
     void setChunkMs(int ms) { m_chunkMs = ms; }
-    // Tests: the next open fails; the microphone stops delivering.
+    // Tests: the devices listed, the next open fails, the microphone stops delivering.
+    QList<Device> inputList{{"file", QStringLiteral("File")}};
+    QList<Device> outputList{{"memory", QStringLiteral("Memory")}};
     bool failNextOpen = false;
     bool captureStalled = false;
     int opens = 0;
+    QByteArray openedInput;
+    QByteArray openedOutput;
 
 private:
     struct Queued {

@@ -57,8 +57,8 @@ void ApiCallLink::close()
 
 bool ApiCallLink::isOpen() const
 {
-    return m_socket && m_socket->socket
-        && m_socket->socket->state() == QAbstractSocket::ConnectedState;
+    return m_socket && m_socket->socket &&
+           m_socket->socket->state() == QAbstractSocket::ConnectedState;
 }
 
 QCoro::Task<bool> ApiCallLink::send(QByteArray text)

@@ -1,5 +1,6 @@
 #include "voice/call.h"
 
+#include "platform/audioport.h"
 #include "platform/sleeper.h"
 #include "text/l.h"
 #include "voice/callaudio.h"
@@ -45,6 +46,7 @@ Call::Call(ChatScope scope, CallLink *link, AudioPort *port, Sleeper *sleeper, C
     , m_clock(clock ? std::move(clock) : Clock(steadyUptime))
     , m_tuning(tuning ? tuning : &VoiceTuning::shared())
     , m_audio(std::make_unique<CallAudio>(port, m_sleeper, m_clock))
+    , m_port(port)
 {
     connect(m_link, &CallLink::received, this, &Call::received);
     connect(m_link, &CallLink::dropped, this, [this] {
@@ -140,6 +142,7 @@ QCoro::Task<> Call::start()
     setNotice({});
     setPhase(Phase::Connecting);
     traceNote(u"AUDIO"_s, {}, u"Opening live conversation"_s);
+    applyRoute(true);
     if (!m_audio->start(false)) {
         qCWarning(lcCall) << "audio did not start:" << m_audio->error();
         teardownAudio();
@@ -148,6 +151,7 @@ QCoro::Task<> Call::start()
         co_return;
     }
     m_audio->watchLevel();
+    readRoute();
     co_await connectWire();
 }
 
@@ -408,4 +412,75 @@ void Call::fail(const QString &message, const QString &code)
         emit phaseChanged(); // a new message
     }
     setPhase(Phase::Failed);
+}
+
+void Call::selectRoute(const QString &route)
+{
+    m_routePicked = true;
+    m_route = route;
+    emit routeChanged();
+    applyRoute(false);
+}
+
+void Call::applyRoute(bool automatic)
+{
+    if (!m_port) {
+        return;
+    }
+    if (automatic && !m_routePicked) {
+        m_route = u"speaker"_s;
+    }
+    QByteArray input;
+    QByteArray output;
+    if (m_route == u"bluetooth") {
+        if (!isActive()) {
+            m_routeDetail = L::t(u"Bluetooth יתחבר כשהשיחה תתחיל"_s,
+                                 u"Bluetooth connects when the call starts"_s,
+                                 u"Bluetooth подключится, когда начнётся звонок"_s);
+            emit routeChanged();
+            return;
+        }
+        for (const auto &d : m_port->outputs()) {
+            if (output.isEmpty() && d.id.contains("bluez")) {
+                output = d.id;
+            }
+        }
+        for (const auto &d : m_port->inputs()) {
+            if (input.isEmpty() && d.id.contains("bluez")) {
+                input = d.id;
+            }
+        }
+        if (output.isEmpty()) {
+            m_routeDetail = L::t(u"חברו אוזניות Bluetooth ואז בחרו Bluetooth."_s,
+                                 u"Connect a Bluetooth headset, then choose Bluetooth."_s,
+                                 u"Подключите Bluetooth-гарнитуру, затем выберите Bluetooth."_s);
+            emit routeChanged();
+            return;
+        }
+    }
+    m_audio->setDevices(input, output);
+    if (automatic) {
+        return; // the devices open with the call
+    }
+    // A running call moves to the new devices at once.
+    if (isActive() && !m_audio->start(true)) {
+        fail(L::t(u"לא ניתן לפתוח את השיחה"_s, u"Could not open the call"_s,
+                  u"Не удалось начать звонок"_s));
+        return;
+    }
+    readRoute();
+}
+
+void Call::readRoute()
+{
+    const auto outputs = m_port->outputs();
+    m_routeDetail = outputs.isEmpty() ? QString() : outputs.first().name;
+    for (const auto &d : outputs) {
+        if (m_route == u"bluetooth" && d.id.contains("bluez")) {
+            m_routeDetail = d.name;
+            break;
+        }
+    }
+    m_inputName = m_port->inputName();
+    emit routeChanged();
 }

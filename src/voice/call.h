@@ -68,6 +68,11 @@ class Call : public QObject
     Q_PROPERTY(int longMemory READ longMemory NOTIFY memoryChanged)
     Q_PROPERTY(QString memoryStatus READ memoryStatus NOTIFY memoryChanged)
     Q_PROPERTY(bool memoryBusy READ memoryBusy NOTIFY memoryChanged)
+    // Where the sound goes ("speaker", "receiver", "bluetooth"), the device's name or why
+    // the choice cannot be made, and the microphone's name.
+    Q_PROPERTY(QString route READ route NOTIFY routeChanged)
+    Q_PROPERTY(QString routeDetail READ routeDetail NOTIFY routeChanged)
+    Q_PROPERTY(QString inputName READ inputName NOTIFY routeChanged)
     // A one-line message for the screen.
     Q_PROPERTY(QString notice READ notice NOTIFY noticeChanged)
 
@@ -102,6 +107,10 @@ public:
     // Saves the given preferences (empty ones are left out).
     QCoro::Task<> choose(QString voice, QString language, QString provider);
     QCoro::Task<> consolidateMemory();
+    // The user picks "speaker", "receiver" or "bluetooth". A desktop has no earpiece: the
+    // receiver is the default output too; Bluetooth is the first headset the sound server
+    // lists (its name says "bluez"), for both directions.
+    void selectRoute(const QString &route);
 
     QString providerLabel() const;
     QString languageLabel() const;
@@ -144,6 +153,8 @@ public:
     bool memoryBusy() const { return m_memoryBusy; }
     QString notice() const { return m_notice; }
     QString route() const { return m_route; }
+    QString routeDetail() const { return m_routeDetail; }
+    QString inputName() const { return m_inputName; }
     CallAudio &audio() { return *m_audio; }
     int attempt() const { return m_attempt; }
     int pendingChunks() const { return int(m_pending.size()); }
@@ -165,6 +176,7 @@ signals:
     void availabilityChanged();
     void memoryChanged();
     void noticeChanged();
+    void routeChanged();
 
 private:
     QCoro::Task<> connectWire();
@@ -187,6 +199,8 @@ private:
     void setPhase(Phase phase);
     void setNotice(const QString &text);
     void resetAccount();
+    void applyRoute(bool automatic);
+    void readRoute();
     QJsonObject scopeFields() const;
 
     ChatScope m_scope;
@@ -226,7 +240,11 @@ private:
     QString m_memoryStatus;
     bool m_memoryBusy = false;
     QString m_notice;
+    QPointer<AudioPort> m_port;
     QString m_route = QStringLiteral("speaker");
+    QString m_routeDetail;
+    QString m_inputName;
+    bool m_routePicked = false;
     QString m_account;
 
     QString m_userLineID;

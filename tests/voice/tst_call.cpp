@@ -28,10 +28,12 @@ struct Rig {
     double now = 10;
     Call call{ChatScope::main(), &link, &port, &sleeper, [this] { return now; }, &tuning};
 
-    Rig()
+    explicit Rig(bool started = true)
     {
         L::pin(u"en"_s);
-        call.start();
+        if (started) {
+            call.start();
+        }
     }
     void serve(const QString &json) { link.serve(json.toUtf8()); }
     // Ends the current wait and lets the resumed tasks run.
@@ -78,6 +80,8 @@ private slots:
     void fiveReconnectsThenDropped();
     void rotateResumesWithTheHandle();
     void accountSwitchResetsToDefaults();
+    void route_data();
+    void route();
 };
 
 void TestCall::absorb_data()
@@ -321,6 +325,46 @@ void TestCall::accountSwitchResetsToDefaults()
     QCOMPARE(rig.call.unavailableReason(),
              u"Could not check the connection. Reopen Voice to try again."_s);
     QCOMPARE(rig.tuning.account(), u"u2"_s);
+}
+
+void TestCall::route_data()
+{
+    QTest::addColumn<bool>("started");
+    QTest::addColumn<bool>("headset");
+    QTest::addColumn<QString>("route");
+    QTest::addColumn<QString>("detail");
+    QTest::addColumn<QByteArray>("output"); // the device the port last opened
+
+    QTest::newRow("bluetooth before the call")
+        << false << true << "bluetooth"
+        << "Bluetooth connects when the call starts" << QByteArray();
+    QTest::newRow("bluetooth without a headset")
+        << true << false << "bluetooth"
+        << "Connect a Bluetooth headset, then choose Bluetooth." << QByteArray();
+    QTest::newRow("bluetooth headset") << true << true << "bluetooth"
+                                       << "Headset" << QByteArray("bluez_sink.1");
+    QTest::newRow("receiver is the default output") << true << true << "receiver"
+                                                    << "Memory" << QByteArray();
+}
+
+void TestCall::route()
+{
+    QFETCH(bool, started);
+    QFETCH(bool, headset);
+    QFETCH(QString, route);
+    QFETCH(QString, detail);
+    QFETCH(QByteArray, output);
+    Rig rig(started);
+    if (headset) {
+        rig.port.outputList.append({"bluez_sink.1", u"Headset"_s});
+        rig.port.inputList.append({"bluez_source.1", u"Headset microphone"_s});
+    }
+    rig.call.selectRoute(route);
+    QCOMPARE(rig.call.route(), route);
+    QCOMPARE(rig.call.routeDetail(), detail);
+    QCOMPARE(rig.port.openedOutput, output);
+    QCOMPARE(rig.port.openedInput, output.isEmpty() ? QByteArray() : QByteArray("bluez_source.1"));
+    QCOMPARE(rig.call.gateStats().value(u"route"_s).toString(), route);
 }
 
 QTEST_GUILESS_MAIN(TestCall)

@@ -141,7 +141,8 @@ Outcome run(double echoDB, const std::vector<float> &agent, int replies,
 double onset(const std::vector<float> &user)
 {
     const auto levels = frameLevels(user);
-    const auto first = std::find_if(levels.begin(), levels.end(), [](double db) { return db > -45; });
+    const auto first =
+        std::find_if(levels.begin(), levels.end(), [](double db) { return db > -45; });
     return double(first - levels.begin()) * frame / rate;
 }
 
