@@ -126,7 +126,8 @@ void TestCallBargeGate::script()
 
 void TestCallBargeGate::releasesWholeCandidateAtOnce()
 {
-    auto *random = QRandomGenerator::global();
+    QRandomGenerator generator(5);
+    auto *random = &generator;
     for (int trial = 0; trial < 200; ++trial) {
         CallBargeGate gate;
         gate.echoFloor = -70;
@@ -160,11 +161,20 @@ void TestCallBargeGate::releasesWholeCandidateAtOnce()
 
 void TestCallBargeGate::resetKeepsCountersAndFloor()
 {
-    auto *random = QRandomGenerator::global();
+    QRandomGenerator random(12);
     CallBargeGate gate;
     double now = 0;
-    for (int i = 0; i < 5000; ++i) {
-        if (random->bounded(50) == 0) {
+    // Runs of one level, with or without playback, so that the gate opens now and then.
+    int run = 0;
+    QByteArray pcm;
+    bool playing = false;
+    for (int i = 0; i < 5000; ++i, --run) {
+        if (run <= 0) {
+            run = random.bounded(1, 30);
+            pcm = chunk(-random.bounded(80), 20);
+            playing = random.bounded(2) == 1;
+        }
+        if (random.bounded(50) == 0) {
             const int opened = gate.opened;
             const int whilePlaying = gate.openedWhilePlaying;
             const int suppressed = gate.suppressedFrames;
@@ -181,15 +191,15 @@ void TestCallBargeGate::resetKeepsCountersAndFloor()
             QCOMPARE(gate.inputLevelDB, -80.0);
         }
         const int suppressedBefore = gate.suppressedFrames;
-        const auto result =
-            gate.process(chunk(-random->bounded(80), 20), random->bounded(2) == 1, now);
+        const auto result = gate.process(pcm, playing, now);
         now += 0.02;
         QCOMPARE(gate.suppressedFrames - suppressedBefore, gate.suppressed ? 1 : 0);
         QVERIFY(!gate.suppressed || result.pcm.isEmpty());
         QVERIFY(gate.openedWhilePlaying <= gate.opened);
         QVERIFY(!gate.echoFloor || *gate.echoFloor >= -80);
     }
-    QVERIFY(gate.opened > 0);
+    QVERIFY(gate.opened > 5);
+    QVERIFY(gate.openedWhilePlaying > 0);
 }
 
 void TestCallBargeGate::rejectsOddAndEmptyInput()

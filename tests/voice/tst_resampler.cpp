@@ -85,7 +85,8 @@ void TestResampler::chunkingDoesNotChangeOutput()
 {
     QFETCH(int, rate);
     std::vector<float> noise(size_t(rate) / 2);
-    auto *random = QRandomGenerator::global();
+    QRandomGenerator generator(3);
+    auto *random = &generator;
     for (float &s : noise) {
         s = float(random->generateDouble() * 2 - 1);
     }
