@@ -229,7 +229,7 @@ QJsonObject Call::gateStats() const
                       {u"threshold_db"_s, m_gate.thresholdDB},
                       {u"effective_db"_s, m_effectiveThresholdDB},
                       {u"route"_s, m_route},
-                      {u"speaker_percent"_s, int(std::lround(m_audio->volume() * 100))}};
+                      {u"speaker_percent"_s, m_speaker}};
     if (m_gate.echoFloor) {
         stats.insert(u"echo_floor_db"_s, *m_gate.echoFloor);
     }
