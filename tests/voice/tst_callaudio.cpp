@@ -40,6 +40,12 @@ struct Rig {
     Rig(WavFile input = {})
         : port(std::move(input))
     {}
+    // Suspended tasks finish instead of waiting forever on the fake time.
+    ~Rig()
+    {
+        audio.teardown();
+        release();
+    }
     void release()
     {
         sleeper.advance();
