@@ -1,0 +1,197 @@
+#include "platform/qtaudioport.h"
+
+#include <QAudioSink>
+#include <QAudioSource>
+#include <QLoggingCategory>
+#include <QMediaDevices>
+#include <QProcess>
+
+Q_LOGGING_CATEGORY(lcAudio, "halvenmark.audio", QtWarningMsg)
+
+namespace {
+
+constexpr int chunkMs = 10;
+constexpr qsizetype chunkBytes = 24000 * 2 * chunkMs / 1000;
+// Audio kept written ahead of the device: enough to ride out a late timer.
+constexpr int aheadMs = 40;
+
+// The sound server's own default source; Qt 6.4 may report another device as default.
+QByteArray serverDefaultSource()
+{
+    QProcess pactl;
+    pactl.start(QStringLiteral("pactl"), {QStringLiteral("get-default-source")});
+    if (!pactl.waitForFinished(1000) || pactl.exitCode() != 0) {
+        return {};
+    }
+    return pactl.readAllStandardOutput().trimmed();
+}
+
+QAudioFormat wireFormat()
+{
+    QAudioFormat format;
+    format.setSampleRate(24000);
+    format.setChannelCount(1);
+    format.setSampleFormat(QAudioFormat::Int16);
+    return format;
+}
+
+} // namespace
+
+QtAudioPort::QtAudioPort(QObject *parent)
+    : AudioPort(parent)
+{
+    m_feeder.setTimerType(Qt::PreciseTimer);
+    connect(&m_feeder, &QTimer::timeout, this, &QtAudioPort::feed);
+}
+
+QtAudioPort::~QtAudioPort()
+{
+    close();
+}
+
+QList<AudioPort::Device> QtAudioPort::inputs() const
+{
+    QList<Device> list;
+    for (const QAudioDevice &d : QMediaDevices::audioInputs()) {
+        list.append({d.id(), d.description()});
+    }
+    return list;
+}
+
+QList<AudioPort::Device> QtAudioPort::outputs() const
+{
+    QList<Device> list;
+    for (const QAudioDevice &d : QMediaDevices::audioOutputs()) {
+        list.append({d.id(), d.description()});
+    }
+    return list;
+}
+
+QAudioDevice QtAudioPort::pick(bool input, const QByteArray &id) const
+{
+    const QList<QAudioDevice> devices =
+        input ? QMediaDevices::audioInputs() : QMediaDevices::audioOutputs();
+    const QByteArray wanted = !id.isEmpty() ? id : input ? serverDefaultSource() : QByteArray();
+    for (const QAudioDevice &d : devices) {
+        if (!wanted.isEmpty() && d.id() == wanted) {
+            return d;
+        }
+    }
+    return input ? QMediaDevices::defaultAudioInput() : QMediaDevices::defaultAudioOutput();
+}
+
+bool QtAudioPort::open(const QByteArray &inputId, const QByteArray &outputId)
+{
+    close();
+    m_inputDevice = pick(true, inputId);
+    const QAudioDevice output = pick(false, outputId);
+    if (m_inputDevice.isNull() || output.isNull()) {
+        m_error = QStringLiteral("no sound device");
+        return false;
+    }
+
+    QAudioFormat captureFormat = m_inputDevice.preferredFormat();
+    if (captureFormat.sampleFormat() != QAudioFormat::Float) {
+        captureFormat.setSampleFormat(QAudioFormat::Int16);
+    }
+    m_format = {captureFormat.sampleRate(), captureFormat.channelCount(),
+                captureFormat.sampleFormat() == QAudioFormat::Float};
+    m_source = std::make_unique<QAudioSource>(m_inputDevice, captureFormat);
+    m_source->setBufferSize(captureFormat.bytesForDuration(20000));
+    m_in = m_source->start();
+
+    m_sink = std::make_unique<QAudioSink>(output, wireFormat());
+    m_sink->setBufferSize(wireFormat().bytesForDuration(aheadMs * 2000));
+    m_out = m_sink->start();
+    if (!m_in || !m_out || m_source->error() != QAudio::NoError ||
+        m_sink->error() != QAudio::NoError) {
+        m_error = QStringLiteral("could not open the sound devices");
+        qCWarning(lcAudio) << "open failed" << m_source->error() << m_sink->error();
+        close();
+        return false;
+    }
+    connect(m_in, &QIODevice::readyRead, this, &QtAudioPort::readCaptured);
+    m_written = 0;
+    m_feeder.start(chunkMs);
+    m_error.clear();
+    return true;
+}
+
+void QtAudioPort::close()
+{
+    m_feeder.stop();
+    m_queue.clear();
+    if (m_source) {
+        m_source->stop();
+    }
+    if (m_sink) {
+        m_sink->reset(); // stop() would drain first
+    }
+    m_source.reset();
+    m_sink.reset();
+}
+
+bool QtAudioPort::isOpen() const
+{
+    return m_source && m_sink && m_source->state() != QAudio::StoppedState &&
+           m_sink->state() != QAudio::StoppedState;
+}
+
+void QtAudioPort::readCaptured()
+{
+    if (!m_in) {
+        return;
+    }
+    const QByteArray data = m_in->readAll();
+    if (!data.isEmpty()) {
+        emit captured(data);
+    }
+}
+
+void QtAudioPort::enqueue(const QByteArray &pcm, quint64 id)
+{
+    m_queue.push_back({pcm, id});
+}
+
+void QtAudioPort::dropQueued()
+{
+    m_queue.clear();
+}
+
+int QtAudioPort::outputLatencyMs() const
+{
+    return aheadMs + chunkMs;
+}
+
+void QtAudioPort::feed()
+{
+    if (!m_sink || !m_out) {
+        return;
+    }
+    const qint64 heard = wireFormat().bytesForDuration(m_sink->processedUSecs());
+    const qint64 ahead = qMax<qint64>(0, m_written - heard);
+    int chunks = int((wireFormat().bytesForDuration(aheadMs * 1000) - ahead) / chunkBytes);
+    chunks = qBound(1, chunks, int(m_sink->bytesFree() / chunkBytes));
+    for (int c = 0; c < chunks; ++c) {
+        QByteArray out;
+        out.reserve(chunkBytes);
+        while (out.size() < chunkBytes && !m_queue.empty()) {
+            Queued &front = m_queue.front();
+            const qsizetype take = qMin(chunkBytes - out.size(), front.pcm.size() - front.offset);
+            out.append(front.pcm.constData() + front.offset, take);
+            front.offset += take;
+            if (front.offset == front.pcm.size()) {
+                const quint64 id = front.id;
+                m_queue.pop_front();
+                emit bufferDone(id);
+            }
+        }
+        if (!m_out) {
+            return; // closed from a bufferDone handler
+        }
+        // Silence keeps the sink clocked and the echo reference continuous.
+        out.append(chunkBytes - out.size(), '\0');
+        m_written += m_out->write(out);
+        emit rendered(out);
+    }
+}

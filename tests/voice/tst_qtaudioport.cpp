@@ -1,0 +1,138 @@
+// The QtMultimedia adapter against a private PulseAudio: a null sink as the speaker and a
+// pipe source as the microphone. Skipped where pulseaudio is not installed.
+#include "platform/qtaudioport.h"
+
+#include <QProcess>
+#include <QSignalSpy>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cmath>
+
+using namespace Qt::StringLiterals;
+
+class TestQtAudioPort : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void capturesTheChosenMicrophone();
+    void playsFromItsOwnQueueAndDropsAtOnce();
+
+private:
+    QTemporaryDir m_dir;
+    QProcess m_server;
+    int m_fifo = -1;
+};
+
+void TestQtAudioPort::initTestCase()
+{
+    const QString pulseaudio = QStandardPaths::findExecutable(QStringLiteral("pulseaudio"));
+    if (pulseaudio.isEmpty()) {
+        QSKIP("pulseaudio is not installed");
+    }
+    const QString dir = m_dir.path();
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("HOME"), dir);
+    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), dir);
+    m_server.setProcessEnvironment(env);
+    m_server.setStandardErrorFile(dir + u"/pulse.log"_s);
+    m_server.start(
+        pulseaudio,
+        {QStringLiteral("-n"), QStringLiteral("--daemonize=no"),
+         QStringLiteral("--exit-idle-time=-1"), QStringLiteral("--use-pid-file=no"),
+         QStringLiteral("--disable-shm=yes"), QStringLiteral("-L"),
+         u"module-native-protocol-unix socket="_s + dir + u"/pulse.sock auth-anonymous=1"_s,
+         QStringLiteral("-L"), QStringLiteral("module-null-sink sink_name=speaker"),
+         QStringLiteral("-L"),
+         u"module-pipe-source source_name=mic file="_s + dir +
+             u"/mic.fifo format=s16le rate=48000 channels=1"_s});
+    QVERIFY(m_server.waitForStarted());
+    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(dir + u"/pulse.sock"_s), 10000);
+    qputenv("PULSE_SERVER", QByteArray("unix:") + QFile::encodeName(dir) + "/pulse.sock");
+    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(dir + u"/mic.fifo"_s), 10000);
+    m_fifo = ::open(qPrintable(dir + u"/mic.fifo"_s), O_WRONLY | O_NONBLOCK);
+    QVERIFY(m_fifo >= 0);
+}
+
+void TestQtAudioPort::cleanupTestCase()
+{
+    if (m_fifo >= 0) {
+        ::close(m_fifo);
+    }
+    if (m_server.state() != QProcess::NotRunning) {
+        m_server.terminate();
+        m_server.waitForFinished(5000);
+    }
+}
+
+void TestQtAudioPort::capturesTheChosenMicrophone()
+{
+    QtAudioPort port;
+    bool listed = false;
+    for (const auto &d : port.inputs()) {
+        listed = listed || d.id == "mic";
+    }
+    QVERIFY(listed);
+    QVERIFY2(port.open("mic", "speaker"), qPrintable(port.error()));
+    QCOMPARE(port.captureFormat().sampleRate, 48000);
+    QCOMPARE(port.captureFormat().channels, 1);
+
+    // A pipe source is not clocked: 10 ms of a loud tone every 10 ms.
+    int written = 0;
+    QTimer pace;
+    connect(&pace, &QTimer::timeout, this, [&] {
+        qint16 tone[480];
+        for (int i = 0; i < 480; ++i) {
+            tone[i] = qint16(16000 * std::sin(2 * M_PI * 1000 * (written + i) / 48000.0));
+        }
+        if (::write(m_fifo, tone, sizeof tone) == qsizetype(sizeof tone)) {
+            written += 480;
+        }
+    });
+    pace.start(10);
+    QByteArray heard;
+    connect(&port, &AudioPort::captured, this, [&](const QByteArray &data) { heard += data; });
+    QTRY_VERIFY_WITH_TIMEOUT(heard.size() > 48000, 10000);
+    const auto *s = reinterpret_cast<const qint16 *>(heard.constData());
+    int peak = 0;
+    for (qsizetype i = 0; i < heard.size() / 2; ++i) {
+        peak = std::max(peak, std::abs(int(s[i])));
+    }
+    QVERIFY2(peak > 15000, qPrintable(QString::number(peak)));
+    port.close();
+    QVERIFY(!port.isOpen());
+}
+
+void TestQtAudioPort::playsFromItsOwnQueueAndDropsAtOnce()
+{
+    QtAudioPort port;
+    QVERIFY2(port.open("mic", "speaker"), qPrintable(port.error()));
+    QSignalSpy done(&port, &AudioPort::bufferDone);
+    qint64 rendered = 0;
+    connect(&port, &AudioPort::rendered, this,
+            [&](const QByteArray &pcm) { rendered += pcm.size(); });
+    port.enqueue(QByteArray(9600, '\x10'), 1); // 0.2 s
+    port.enqueue(QByteArray(9600, '\x10'), 2);
+    QTRY_COMPARE_WITH_TIMEOUT(done.count(), 2, 10000);
+    QCOMPARE(done.at(1).first().toULongLong(), 2ull);
+    QVERIFY(rendered >= 19200);
+
+    // Dropped audio never reports done, and silence keeps flowing.
+    port.enqueue(QByteArray(48000 * 5, '\x10'), 3);
+    port.dropQueued();
+    const qint64 before = rendered;
+    QTRY_VERIFY_WITH_TIMEOUT(rendered > before + 9600, 10000);
+    QCOMPARE(done.count(), 2);
+    QVERIFY(port.isOpen());
+}
+
+QTEST_GUILESS_MAIN(TestQtAudioPort)
+#include "tst_qtaudioport.moc"
