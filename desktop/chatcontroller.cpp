@@ -86,12 +86,8 @@ void ChatController::retry(const QString &turnID)
 
 void ChatController::discard(const QString &turnID)
 {
-    // The turn's text takes the composer's place: a draft already there is kept after it.
-    const QString draft = m_store->composerText();
+    // The store puts the turn's text back after whatever the composer already holds.
     m_store->takeBack(turnID);
-    const QString back = m_store->composerText();
-    if (!draft.isEmpty() && back != draft)
-        m_store->setComposerText(back.isEmpty() ? draft : back + u'\n' + draft);
 }
 
 void ChatController::replyTo(qint64 seq)

@@ -61,7 +61,7 @@ Surface {
             // Taking it back keeps a draft that is already in the composer.
             keyClick("d")
             mouseClick(findChild(card, "discardButton"))
-            tryCompare(area, "text", head.text + "\nd")
+            tryCompare(area, "text", "d\n" + head.text)
             compare(testChat.pending.length, before - 1)
             verify(testChat.pending.every(t => t.id !== head.id))
         }
