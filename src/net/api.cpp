@@ -121,17 +121,6 @@ bool isProjectPath(const QString &path)
     return path.startsWith(u"webapi/projects/");
 }
 
-// The whole text as a decimal number of seconds (no blanks, no "inf").
-std::optional<double> refreshSeconds(const QByteArray &text)
-{
-    double value = 0;
-    const char *end = text.constData() + text.size();
-    const auto [ptr, ec] = std::from_chars(text.constData(), end, value);
-    if (text.isEmpty() || ec != std::errc() || ptr != end || !std::isfinite(value))
-        return std::nullopt;
-    return value;
-}
-
 QCoro::Task<Api::Reply> runGet(Api::Request request)
 {
     try {
@@ -173,6 +162,21 @@ QString userAgent()
     return u"RelayboxApp/%1.%2 (%3; native)"_s
         .arg(version.isEmpty() ? u"0"_s : version,
              build.isEmpty() ? u"0"_s : build, QString::fromUtf8(BuildInfo::platform));
+}
+
+std::optional<double> refreshSeconds(const QByteArray &text)
+{
+    // from_chars reads the C locale's form and no blanks; it has no leading "+" of its own.
+    const bool plus = text.startsWith('+');
+    const char *begin = text.constData() + (plus ? 1 : 0);
+    const char *end = text.constData() + text.size();
+    if (begin == end || (plus && (*begin == '-' || *begin == '+')))
+        return std::nullopt;
+    double value = 0;
+    const auto [ptr, ec] = std::from_chars(begin, end, value);
+    if (ec != std::errc() || ptr != end || !std::isfinite(value))
+        return std::nullopt;
+    return value;
 }
 
 bool isEncoded(const QString &query)
@@ -321,7 +325,7 @@ QCoro::Task<QByteArray> fetch(QString path)
     std::optional<QByteArray> saved;
     try {
         const Reply reply = co_await runGet(std::move(request));
-        if (isProjectPath(path))
+        if (isProjectPath(path) && reply.status == 200)
             ProjectCache::write(reply.data, path, user);
         co_return reply.data;
     } catch (const TransportError &) {
@@ -334,6 +338,24 @@ QCoro::Task<QByteArray> fetch(QString path)
     co_return *saved;
 }
 
+QString safeFilename(const QString &name)
+{
+    // Only the last component of whatever path it is, with no control characters, no leading
+    // dots (hidden files, "..") and at most 255 bytes: one plain file name, or nothing.
+    QString out = name.section(u'/', -1).section(u'\\', -1);
+    for (QChar &c : out) {
+        if (c.category() == QChar::Other_Control || c.category() == QChar::Other_Format)
+            c = u'_';
+    }
+    qsizetype start = 0;
+    while (start < out.size() && (out.at(start) == u'.' || out.at(start).isSpace()))
+        ++start;
+    out = out.mid(start).trimmed();
+    while (out.toUtf8().size() > 255)
+        out.chop(1);
+    return out;
+}
+
 QString filenameFor(const QByteArray &contentDisposition, const QString &path)
 {
     const QString header = QString::fromLatin1(contentDisposition);
@@ -342,18 +364,21 @@ QString filenameFor(const QByteArray &contentDisposition, const QString &path)
     static const QRegularExpression plain(u"filename=(\"([^\"]*)\"|[^;]*)"_s,
                                           QRegularExpression::CaseInsensitiveOption);
     if (const auto m = extended.match(header); m.hasMatch()) {
-        const QString name = QUrl::fromPercentEncoding(m.captured(1).trimmed().toLatin1());
+        const QString name =
+            safeFilename(QUrl::fromPercentEncoding(m.captured(1).trimmed().toLatin1()));
         if (!name.isEmpty())
             return name;
     }
     if (const auto m = plain.match(header); m.hasMatch()) {
-        const QString name = m.capturedLength(2) ? m.captured(2) : m.captured(1).trimmed();
+        const QString name = safeFilename(QString::fromUtf8(
+            (m.capturedLength(2) ? m.captured(2) : m.captured(1).trimmed()).toLatin1()));
         if (!name.isEmpty())
-            return QString::fromUtf8(name.toLatin1());
+            return name;
     }
     QString page = Api::relativePath(path);
     page = page.left(page.indexOf(u'?') < 0 ? page.size() : page.indexOf(u'?'));
-    return QUrl::fromPercentEncoding(page.section(u'/', -1).toUtf8());
+    const QString name = safeFilename(QUrl::fromPercentEncoding(page.section(u'/', -1).toUtf8()));
+    return name.isEmpty() ? u"download"_s : name;
 }
 
 QCoro::Task<Named> fetchNamed(QString path)
@@ -375,12 +400,14 @@ QCoro::Task<AnyPage> page(QString path, Decoder decode)
     std::exception_ptr failed;
     try {
         const Reply reply = co_await runGet(std::move(request));
-        if (const auto seconds = refreshSeconds(reply.header("X-RB-Refreshing")))
+        if (const auto seconds = Api::refreshSeconds(reply.header("X-RB-Refreshing")))
             due().insert(path, *seconds);
         if (reply.status == 304)
             co_return AnyPage{decode(*saved), have, Source::Unchanged};
         AnyPage fresh{decode(reply.data), ProjectCache::digest(reply.data)};
-        ProjectCache::write(reply.data, path, user);
+        // Only a plain 200 is the page itself (a 203 was changed on the way).
+        if (reply.status == 200)
+            ProjectCache::write(reply.data, path, user);
         co_return fresh;
     } catch (const TransportError &) {
         failed = std::current_exception();

@@ -41,6 +41,9 @@ QString userAgent();
 QUrl url(const QString &path);
 // A path as the cache and `due` key it: without its one leading "/".
 QString relativePath(QString path);
+// X-RB-Refreshing: the whole text as a C-locale decimal number of seconds ("+1" too; no
+// blanks, no "inf"); nothing otherwise.
+std::optional<double> refreshSeconds(const QByteArray &text);
 // Whether a query is already percent-encoded (so it is not encoded twice).
 bool isEncoded(const QString &query);
 
@@ -99,8 +102,10 @@ struct Named {
 };
 QCoro::Task<Named> fetchNamed(QString path);
 // The file name a download should get: Content-Disposition (filename*=UTF-8'' percent-decoded,
-// else filename=), else the path's last segment.
+// else filename=), else the path's last segment, else "download"; always one safe name.
 QString filenameFor(const QByteArray &contentDisposition, const QString &path);
+// The last component of name, without control characters or leading dots; may be empty.
+QString safeFilename(const QString &name);
 
 // Where a page's value came from.
 enum class Source {

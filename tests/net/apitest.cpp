@@ -248,6 +248,14 @@ private slots:
         QCOMPARE(service.log().size(), 3);
     }
 
+    void onlyAPlain200IsKept()
+    {
+        service.fault({{"match", "webapi/tasks"}, {"status", 203}, {"body", "[1]"}});
+        const auto page = Sync::run(Api::page<QJsonValue>(QStringLiteral("webapi/tasks")));
+        QCOMPARE(page.value, QJsonValue(QJsonArray{1}));
+        QCOMPARE(ProjectCache::read(QStringLiteral("webapi/tasks"), QStringLiteral("demo")), std::nullopt);
+    }
+
     void refreshingPagesAreDue()
     {
         service.setPage(QStringLiteral("webapi/board"), QJsonObject{{"cards", QJsonArray()}},
