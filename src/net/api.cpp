@@ -4,6 +4,7 @@
 #include "buildinfo.h"
 #include "identity.h"
 #include "networkmanager.h"
+#include "oneshotbody.h"
 #include "projectcache.h"
 #include "serveraddress.h"
 #include "setcookie.h"
@@ -85,13 +86,19 @@ struct DeleteLater {
 // Only the wire: a reply with any HTTP status, or a TransportError when there was none.
 QCoro::Task<Api::Reply> transmit(Api::Request r)
 {
+    // Every request, a GET included, carries a body Qt cannot re-send (see OneShotBody).
+    auto *body = new OneShotBody(r.body);
     std::unique_ptr<QNetworkReply, DeleteLater> reply(
-        Network::manager()->sendCustomRequest(r.request, r.method, r.body));
+        Network::manager()->sendCustomRequest(r.request, r.method, body));
+    body->setParent(reply.get());
     co_await reply.get();
     const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     const QString shown = r.request.url().path();
     if (status == 0) {
         qCDebug(lcNet) << r.method << shown << "failed:" << reply->errorString();
+        // The connection dropped, and Qt was stopped from sending it again on its own.
+        if (reply->error() == QNetworkReply::ContentReSendError)
+            throw Api::TransportError(QNetworkReply::RemoteHostClosedError, reply->errorString());
         throw Api::TransportError(reply->error(), reply->errorString());
     }
     qCDebug(lcNet).noquote() << r.method << shown << "→" << status;
