@@ -8,6 +8,7 @@
 #include "projectcache.h"
 #include "serveraddress.h"
 #include "setcookie.h"
+#include "text/l.h"
 
 using namespace Qt::StringLiterals;
 
@@ -19,6 +20,7 @@ using namespace Qt::StringLiterals;
 #include <QNetworkAccessManager>
 #include <QPointer>
 #include <QRegularExpression>
+#include <QTimer>
 #include <QWebSocket>
 
 #include <charconv>
@@ -80,10 +82,22 @@ Api::Request openRequest(const QString &path, const QByteArray &method,
 }
 
 struct DeleteLater {
-    void operator()(QObject *o) const { o->deleteLater(); }
+    void operator()(QObject *o) const
+    {
+        o->disconnect();
+        o->deleteLater();
+    }
 };
 
+std::chrono::milliseconds exchangeLimit = std::chrono::seconds(120);
+
+QString megabytes(qint64 bytes)
+{
+    return QString::number(bytes / (1024 * 1024));
+}
+
 // Only the wire: a reply with any HTTP status, or a TransportError when there was none.
+// The whole exchange has a time limit on top of the idle timeout, and a body a size limit.
 QCoro::Task<Api::Reply> transmit(Api::Request r)
 {
     // Every request, a GET included, carries a body Qt cannot re-send (see OneShotBody).
@@ -91,18 +105,51 @@ QCoro::Task<Api::Reply> transmit(Api::Request r)
     std::unique_ptr<QNetworkReply, DeleteLater> reply(
         Network::manager()->sendCustomRequest(r.request, r.method, body));
     body->setParent(reply.get());
-    co_await reply.get();
-    const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    QNetworkReply *raw = reply.get();
+
+    bool tooLong = false;
+    bool tooLarge = false;
+    QTimer limit;
+    limit.setSingleShot(true);
+    QObject::connect(&limit, &QTimer::timeout, raw, [raw, &tooLong] {
+        tooLong = true;
+        raw->abort();
+    });
+    limit.start(exchangeLimit);
+    const qint64 cap = r.maxBytes;
+    QObject::connect(raw, &QNetworkReply::downloadProgress, raw,
+                     [raw, cap, &tooLarge](qint64 received, qint64 total) {
+                         if (received > cap || total > cap) {
+                             tooLarge = true;
+                             raw->abort();
+                         }
+                     });
+    co_await raw;
+    limit.stop();
+
+    const int status = raw->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     const QString shown = r.request.url().path();
+    if (tooLarge) {
+        qCDebug(lcNet) << r.method << shown << "reply over" << cap << "bytes";
+        throw Api::Failed(status, L::t(u"תשובת השרת גדולה מ-%1 MB."_s,
+                                       u"The server's reply is larger than %1 MB."_s,
+                                       u"Ответ сервера больше %1 МБ."_s)
+                                      .arg(megabytes(cap)),
+                          u"too_large"_s);
+    }
+    if (tooLong) {
+        qCDebug(lcNet) << r.method << shown << "took longer than" << exchangeLimit.count() << "ms";
+        throw Api::TransportError(QNetworkReply::TimeoutError, u"the exchange took too long"_s);
+    }
     if (status == 0) {
-        qCDebug(lcNet) << r.method << shown << "failed:" << reply->errorString();
+        qCDebug(lcNet) << r.method << shown << "failed:" << raw->errorString();
         // The connection dropped, and Qt was stopped from sending it again on its own.
-        if (reply->error() == QNetworkReply::ContentReSendError)
-            throw Api::TransportError(QNetworkReply::RemoteHostClosedError, reply->errorString());
-        throw Api::TransportError(reply->error(), reply->errorString());
+        if (raw->error() == QNetworkReply::ContentReSendError)
+            throw Api::TransportError(QNetworkReply::RemoteHostClosedError, raw->errorString());
+        throw Api::TransportError(raw->error(), raw->errorString());
     }
     qCDebug(lcNet).noquote() << r.method << shown << "→" << status;
-    co_return Api::Reply{reply->readAll(), status, reply->rawHeaderPairs()};
+    co_return Api::Reply{raw->readAll(), status, raw->rawHeaderPairs()};
 }
 
 // A 401 to the cookie we hold now ends the session; one sent with an older cookie
@@ -223,6 +270,11 @@ QUrl url(const QString &path)
     return out.isValid() ? out : root;
 }
 
+void setExchangeLimit(std::chrono::milliseconds limit)
+{
+    exchangeLimit = limit;
+}
+
 void setIdentity(Identity *identity)
 {
     currentIdentity = identity;
@@ -329,6 +381,7 @@ QCoro::Task<QByteArray> fetch(QString path)
     path = Api::relativePath(path);
     const QString user = sessionUser();
     Request request = authorized(path, "GET"_ba);
+    request.maxBytes = downloadCap;
     std::optional<QByteArray> saved;
     try {
         const Reply reply = co_await runGet(std::move(request));
@@ -390,7 +443,9 @@ QString filenameFor(const QByteArray &contentDisposition, const QString &path)
 
 QCoro::Task<Named> fetchNamed(QString path)
 {
-    const Reply reply = co_await runGet(authorized(path, "GET"_ba));
+    Request request = authorized(path, "GET"_ba);
+    request.maxBytes = downloadCap;
+    const Reply reply = co_await runGet(std::move(request));
     co_return Named{reply.data, filenameFor(reply.header("Content-Disposition"), path)};
 }
 

@@ -55,11 +55,21 @@ QString signedInUser();
 // Pages the server said it is rebuilding, with the seconds after which to ask again.
 QHash<QString, double> &due();
 
+// The largest reply body read into memory: JSON replies and pages.
+constexpr qint64 replyCap = 16 * 1024 * 1024;
+// The largest file fetched whole (fetch, fetchNamed).
+constexpr qint64 downloadCap = 64 * 1024 * 1024;
+
 struct Request {
     QNetworkRequest request;
     QByteArray method;
     QByteArray body;
+    qint64 maxBytes = replyCap; // a longer reply fails with Failed (code "too_large")
 };
+
+// The longest a whole exchange may take, however steadily bytes arrive (120 s; tests shorten
+// it). Past it the request fails as a timeout.
+void setExchangeLimit(std::chrono::milliseconds limit);
 
 struct Reply {
     QByteArray data;

@@ -246,6 +246,33 @@ private slots:
         QCOMPARE(service.log().size(), 2);
     }
 
+    void wholeExchangeHasATimeLimit()
+    {
+        // Slower than the limit, though well inside the idle timeout.
+        Api::setExchangeLimit(std::chrono::milliseconds(300));
+        const auto restore = qScopeGuard([] { Api::setExchangeLimit(std::chrono::seconds(120)); });
+        service.fault({{"match", "webapi/tasks"}, {"status", QJsonValue()}, {"delay", 3}, {"times", -1}});
+        try {
+            Sync::run(Api::fetch(QStringLiteral("webapi/tasks")));
+            QFAIL("the exchange should have been cut off");
+        } catch (const Api::TransportError &error) {
+            QCOMPARE(error.code, QNetworkReply::TimeoutError);
+        }
+    }
+
+    void replyOverItsCapFails()
+    {
+        Api::Request request = Api::authorized(QStringLiteral("webapi/echo"), "POST",
+                                               QJsonObject{{"text", QString(5000, u'a')}});
+        request.maxBytes = 1000;
+        try {
+            Sync::run(Api::exchange(request));
+            QFAIL("a reply over the cap must fail");
+        } catch (const Api::Failed &failed) {
+            QCOMPARE(failed.code, QStringLiteral("too_large"));
+        }
+    }
+
     void attemptsOnTheWire_data()
     {
         QTest::addColumn<QByteArray>("method");
