@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 
 #include <cstdlib>
+#include <ctime>
 #include <string>
 
 namespace {
@@ -26,8 +27,19 @@ QString settingsFile()
     return QSettings().fileName();
 }
 
-// The settings, read once and kept while the file stays the same. Each read costs one stat of
-// the file, so a change by this process, by another one or by hand is seen on the next read.
+// The settings, read once and kept while the file stays the same. A change through these
+// functions is seen on the next read; one by another process or by hand once the file is
+// looked at again, which is at most every revalidateEvery (a stat costs several µs here, a
+// read must cost well under one).
+constexpr qint64 revalidateEveryNs = 50'000'000;
+
+qint64 coarseNowNs()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return qint64(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
+}
+
 class SettingsMirror
 {
 public:
@@ -75,6 +87,10 @@ private:
             m_stamp = {};
             m_loaded = false;
         }
+        const qint64 nowNs = coarseNowNs();
+        if (m_loaded && nowNs - m_checkedNs < revalidateEveryNs)
+            return;
+        m_checkedNs = nowNs;
         Stamp now;
         struct stat st {};
         if (::stat(m_native.c_str(), &st) == 0)
@@ -94,6 +110,7 @@ private:
     QMutex m_mutex;
     bool m_located = false;
     bool m_loaded = false;
+    qint64 m_checkedNs = 0;
     std::string m_home;
     QString m_file;
     std::string m_native;

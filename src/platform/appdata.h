@@ -17,8 +17,9 @@ bool makeFolder(const QString &path);
 // A file or folder name inside the data folder.
 QString path(const QString &name);
 
-// Settings ("user defaults"). Each call sees the store as it is now (a change by another
-// process included), at the cost of one stat of its file; safe from any thread.
+// Settings ("user defaults"), read from memory. A change made here is seen by the next call;
+// one by another process within 50 ms (the file is looked at again no more often than that).
+// Safe from any thread.
 QVariant setting(const QString &key, const QVariant &fallback = {});
 void setSetting(const QString &key, const QVariant &value);
 void removeSetting(const QString &key);
