@@ -13,6 +13,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QSignalSpy>
+#include <QTcpSocket>
 #include <QTest>
 #include <QWebSocket>
 
@@ -244,6 +245,15 @@ private slots:
         const QByteArray body = Sync::run(Api::fetch(QStringLiteral("webapi/tasks")));
         QVERIFY(QJsonDocument::fromJson(body).isArray());
         QCOMPARE(service.log().size(), 2);
+    }
+
+    void tcpSocketsSendWithoutDelay()
+    {
+        // Any TCP socket of the process, Qt's HTTP ones included, sends small writes at once.
+        QTcpSocket socket;
+        socket.connectToHost(service.base().host(), quint16(service.base().port()));
+        QVERIFY(socket.waitForConnected(5000));
+        QCOMPARE(socket.socketOption(QAbstractSocket::LowDelayOption).toInt(), 1);
     }
 
     void wholeExchangeHasATimeLimit()
