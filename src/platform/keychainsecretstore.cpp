@@ -27,6 +27,7 @@ struct Result {
 struct Completion : std::enable_shared_from_this<Completion> {
     std::coroutine_handle<> waiter;
     std::optional<Result> result;
+    QMetaObject::Connection finished;
 
     void complete(Result r)
     {
@@ -54,7 +55,8 @@ struct JobEnd {
     void operator()(QKeychain::Job *job) const
     {
         state->waiter = {};
-        QObject::disconnect(job, nullptr, nullptr, nullptr);
+        // Only our own handler: QtKeychain's queue of jobs listens to the job as well.
+        QObject::disconnect(state->finished);
         if (state->result && state->result->outcome != Outcome::Unavailable)
             job->deleteLater();
         else
@@ -68,7 +70,7 @@ QCoro::Task<Result> run(Job *raw, std::chrono::milliseconds patience)
     auto state = std::make_shared<Completion>();
     raw->setAutoDelete(false);
     std::unique_ptr<Job, JobEnd> job(raw, JobEnd{state});
-    QObject::connect(raw, &QKeychain::Job::finished, raw, [state, raw] {
+    state->finished = QObject::connect(raw, &QKeychain::Job::finished, raw, [state, raw] {
         Result r;
         switch (raw->error()) {
         case QKeychain::NoError: r.outcome = Outcome::Done; break;
