@@ -16,7 +16,8 @@ std::optional<QString> sessionCookie(const QList<QByteArray> &setCookieHeaders,
         for (const QNetworkCookie &cookie : QNetworkCookie::parseCookies(header)) {
             if (cookie.name() != "rb_web_session"_ba)
                 continue;
-            // A deletion (Max-Age=0, a past date) or an empty value ends nothing and starts nothing.
+            // A deletion (Max-Age=0, a past date) or an empty value ends nothing and starts
+            // nothing.
             const bool expired = !cookie.isSessionCookie() && cookie.expirationDate() <= now;
             if (expired || cookie.value().isEmpty() || cookie.value().size() > maxLength)
                 continue;

@@ -28,8 +28,8 @@ private slots:
         home = std::make_unique<TestHome>();
         filePath = QDir(home->path()).filePath("secrets.json");
         const QString service = "Halvenmark test " + QUuid::createUuid().toString();
-        keychain = std::make_unique<KeychainSecretStore>(service,
-                                                         std::make_unique<FileSecretStore>(filePath));
+        keychain = std::make_unique<KeychainSecretStore>(
+            service, std::make_unique<FileSecretStore>(filePath));
     }
 
     void aSessionKeptInTheFileIsFound()

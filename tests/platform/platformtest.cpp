@@ -21,9 +21,8 @@ namespace {
 
 constexpr auto ownerFile = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
 constexpr auto ownerFolder = ownerFile | QFileDevice::ExeOwner;
-constexpr auto others = QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ExeGroup
-                        | QFileDevice::ReadOther | QFileDevice::WriteOther
-                        | QFileDevice::ExeOther;
+constexpr auto others = QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ExeGroup |
+                        QFileDevice::ReadOther | QFileDevice::WriteOther | QFileDevice::ExeOther;
 
 } // namespace
 
@@ -38,7 +37,8 @@ private slots:
         const QString root = AppData::directory();
         // Through the helpers, and the way other areas write (their own folders, QSaveFile).
         QVERIFY(AtomicFile::write(AppData::path("a/b/page"), "x"));
-        QVERIFY(AtomicFile::write(AppData::path("profile.json"), "{}", AtomicFile::Access::Default));
+        QVERIFY(
+            AtomicFile::write(AppData::path("profile.json"), "{}", AtomicFile::Access::Default));
         QVERIFY(QDir().mkpath(AppData::path("outbox/turn-1")));
         QSaveFile journal(AppData::path("outbox/turn-1/journal"));
         QVERIFY(journal.open(QIODevice::WriteOnly));
@@ -53,8 +53,8 @@ private slots:
             const QFileInfo info(it.next());
             ++seen;
             QVERIFY2((info.permissions() & others) == 0, qPrintable(info.filePath()));
-            QVERIFY2((info.permissions() & (info.isDir() ? ownerFolder : ownerFile))
-                         == (info.isDir() ? ownerFolder : ownerFile),
+            QVERIFY2((info.permissions() & (info.isDir() ? ownerFolder : ownerFile)) ==
+                         (info.isDir() ? ownerFolder : ownerFile),
                      qPrintable(info.filePath()));
         }
         QCOMPARE(seen, 8);
@@ -69,9 +69,11 @@ private slots:
         QSettings other(QDir(home.path()).filePath("settings.ini"), QSettings::IniFormat);
         other.setValue("rb.lang", "ru");
         other.sync();
-        QTRY_COMPARE_WITH_TIMEOUT(AppData::setting("rb.lang").toString(), QStringLiteral("ru"), 1000);
+        QTRY_COMPARE_WITH_TIMEOUT(AppData::setting("rb.lang").toString(), QStringLiteral("ru"),
+                                  1000);
         QFile::remove(other.fileName());
-        QTRY_COMPARE_WITH_TIMEOUT(AppData::setting("rb.lang", "none").toString(), QStringLiteral("none"), 1000);
+        QTRY_COMPARE_WITH_TIMEOUT(AppData::setting("rb.lang", "none").toString(),
+                                  QStringLiteral("none"), 1000);
     }
 
     void fileSecretsLeaveOtherItemsAlone()
@@ -84,7 +86,8 @@ private slots:
         QCOMPARE(Sync::run(store.read("session")), std::nullopt);
         QCOMPARE(Sync::run(store.read("other")), std::optional<QString>("o"));
         // Removing what is not there does not rewrite the file.
-        const QDateTime changed = QFileInfo(store.path()).fileTime(QFileDevice::FileMetadataChangeTime);
+        const QDateTime changed =
+            QFileInfo(store.path()).fileTime(QFileDevice::FileMetadataChangeTime);
         QTest::qWait(20);
         QVERIFY(Sync::run(store.remove("session")));
         QCOMPARE(QFileInfo(store.path()).fileTime(QFileDevice::FileMetadataChangeTime), changed);
