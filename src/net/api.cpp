@@ -5,6 +5,7 @@
 #include "identity.h"
 #include "networkmanager.h"
 #include "oneshotbody.h"
+#include "platform/appdata.h"
 #include "projectcache.h"
 #include "serveraddress.h"
 #include "setcookie.h"
@@ -20,6 +21,8 @@ using namespace Qt::StringLiterals;
 #include <QNetworkAccessManager>
 #include <QPointer>
 #include <QRegularExpression>
+#include <QDir>
+#include <QTemporaryFile>
 #include <QTimer>
 #include <QWebSocket>
 
@@ -447,6 +450,60 @@ QCoro::Task<Named> fetchNamed(QString path)
     request.maxBytes = downloadCap;
     const Reply reply = co_await runGet(std::move(request));
     co_return Named{reply.data, filenameFor(reply.header("Content-Disposition"), path)};
+}
+
+QCoro::Task<QString> download(QString path, QString folder)
+{
+    Request r = authorized(path, "GET"_ba);
+    if (!AppData::makeFolder(folder))
+        throw Failed(0, L::t(u"אי אפשר לשמור ב-%1."_s, u"Cannot save into %1."_s,
+                             u"Невозможно сохранить в %1."_s)
+                            .arg(folder));
+    // Written beside its final place, so the finished file appears in one step.
+    QTemporaryFile part(QDir(folder).filePath(u".download-XXXXXX"_s));
+    if (!part.open())
+        throw Failed(0, part.errorString());
+    auto *body = new OneShotBody({});
+    std::unique_ptr<QNetworkReply, DeleteLater> reply(
+        Network::manager()->sendCustomRequest(r.request, r.method, body));
+    body->setParent(reply.get());
+    QNetworkReply *raw = reply.get();
+    QByteArray refusal; // the body of a non-2xx reply, which is not the file
+    bool writeFailed = false;
+    QObject::connect(raw, &QNetworkReply::readyRead, raw, [&, raw] {
+        const int status = raw->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+        const QByteArray chunk = raw->readAll();
+        if (status < 200 || status > 299) {
+            if (refusal.size() < replyCap)
+                refusal += chunk;
+        } else if (part.write(chunk) != chunk.size()) {
+            writeFailed = true;
+            raw->abort();
+        }
+    });
+    co_await raw;
+    const int status = raw->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    if (writeFailed || (status >= 200 && status <= 299 && !part.flush()))
+        throw Failed(status, part.errorString());
+    if (status == 0)
+        throw TransportError(raw->error() == QNetworkReply::ContentReSendError
+                                 ? QNetworkReply::RemoteHostClosedError
+                                 : raw->error(),
+                             raw->errorString());
+    if (status == 401) {
+        staleSessionCheck(r.request);
+        throw Unauthorized();
+    }
+    if (status < 200 || status > 299)
+        throw failure(status, refusal);
+    const QString target =
+        QDir(folder).filePath(filenameFor(raw->rawHeader("Content-Disposition"), path));
+    QFile::remove(target);
+    if (!part.rename(target))
+        throw Failed(status, part.errorString());
+    part.setAutoRemove(false);
+    qCDebug(lcNet).noquote() << "GET" << path << "saved to" << target;
+    co_return target;
 }
 
 QCoro::Task<AnyPage> page(QString path, Decoder decode)

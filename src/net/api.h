@@ -111,6 +111,10 @@ struct Named {
     QString filename;
 };
 QCoro::Task<Named> fetchNamed(QString path);
+// A file fetched straight to disk, never whole in memory: saved into folder under the name
+// filenameFor gives, replacing an older file of that name only once complete. The saved
+// file's path. Fails as fetchNamed does, and then leaves nothing behind.
+QCoro::Task<QString> download(QString path, QString folder);
 // The file name a download should get: Content-Disposition (filename*=UTF-8'' percent-decoded,
 // else filename=), else the path's last segment, else "download"; always one safe name.
 QString filenameFor(const QByteArray &contentDisposition, const QString &path);

@@ -4,6 +4,7 @@
 #include "net/api.h"
 #include "net/identity.h"
 #include "net/projectcache.h"
+#include "platform/atomicfile.h"
 #include "support/service.h"
 #include "support/testidentity.h"
 #include "support/sync.h"
@@ -14,6 +15,9 @@
 #include <QJsonDocument>
 #include <QSignalSpy>
 #include <QTcpSocket>
+#include <QTemporaryDir>
+#include <QFileInfo>
+#include <QDir>
 #include <QTest>
 #include <QWebSocket>
 
@@ -245,6 +249,27 @@ private slots:
         const QByteArray body = Sync::run(Api::fetch(QStringLiteral("webapi/tasks")));
         QVERIFY(QJsonDocument::fromJson(body).isArray());
         QCOMPARE(service.log().size(), 2);
+    }
+
+    void downloadsGoStraightToDisk()
+    {
+        QTemporaryDir folder;
+        const QString saved = Sync::run(Api::download(QStringLiteral("webapi/files/blob.bin"), folder.path()));
+        QCOMPARE(QFileInfo(saved).fileName(), QStringLiteral("blob.bin"));
+        QByteArray expected;
+        for (int i = 0; i < 256; ++i)
+            expected += char(i);
+        QCOMPARE(AtomicFile::read(saved), std::optional<QByteArray>(expected));
+
+        // A refusal leaves nothing behind.
+        service.fault({{"match", "webapi/files/report.txt"}, {"status", 403}, {"body", R"({"error":"no","detail":"Not yours."})"}});
+        try {
+            Sync::run(Api::download(QStringLiteral("webapi/files/report.txt"), folder.path()));
+            QFAIL("a refused download must fail");
+        } catch (const Api::Failed &failed) {
+            QCOMPARE(failed.description(), QStringLiteral("Not yours."));
+        }
+        QCOMPARE(QDir(folder.path()).entryList(QDir::Files | QDir::Hidden), QStringList{"blob.bin"});
     }
 
     void tcpSocketsSendWithoutDelay()
