@@ -156,6 +156,15 @@ QString summary()
         "Окружение: HALVENMARK_SERVER (адрес сервера), HALVENMARK_HOME (папка данных)."_s);
 }
 
+// A command's status once a sign-out it caused (a 401 included) has removed the stored session:
+// the process ends right after.
+QCoro::Task<int> settled(QCoro::Task<int> command, Session *session)
+{
+    const int code = co_await command;
+    co_await session->settle();
+    co_return code;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -319,7 +328,7 @@ int main(int argc, char **argv)
     // Started from inside the event loop: a command that finishes without waiting on
     // anything must still be able to end the loop.
     QTimer::singleShot(0, &app, [&] {
-        QCoro::connect(found->second(in), &app, [](int code) {
+        QCoro::connect(settled(found->second(in), &session), &app, [](int code) {
             Crash::settled();
             QCoreApplication::exit(code);
         });

@@ -22,6 +22,22 @@ int notSignedIn()
     return SignedOut;
 }
 
+std::optional<int> badAnswer(const std::exception_ptr &error)
+{
+    if (!error || FailureText::isUnreachable(error))
+        return std::nullopt;
+    try {
+        std::rethrow_exception(error);
+    } catch (const Api::Unauthorized &) {
+        return std::nullopt;
+    } catch (...) {
+    }
+    Console::err(L::t(u"תשובת השרת אינה שמישה: %1"_s, u"The server's answer cannot be used: %1"_s,
+                      u"Ответ сервера непригоден: %1"_s)
+                     .arg(FailureText::of(error)));
+    return BadAnswer;
+}
+
 int report(const std::exception_ptr &error)
 {
     try {

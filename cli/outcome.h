@@ -1,6 +1,7 @@
 #pragma once
 
 #include <exception>
+#include <optional>
 
 // Exit statuses: a contract with scripts that drive the client.
 enum ExitCode {
@@ -9,12 +10,17 @@ enum ExitCode {
     Usage = 2,
     SignedOut = 3,   // not signed in, or the session ended
     Unreachable = 4, // the server cannot be reached and there is no copy to show
+    BadAnswer = 5,   // the server answered something the client cannot use (shape, redirect)
 };
 
 namespace Outcome {
 
 // Says on stderr why a command failed and gives its exit status.
 int report(const std::exception_ptr &error);
+
+// When error is a reply the client could not use (not a refusal, not an unreachable server):
+// says so on stderr and gives BadAnswer; otherwise nothing is said and the result is empty.
+std::optional<int> badAnswer(const std::exception_ptr &error);
 
 // "You are not signed in." with the way in; exit status SignedOut.
 int notSignedIn();

@@ -97,6 +97,9 @@ QCoro::Task<int> whoami(Invocation in)
         }
         Console::json(out);
     }
+    // The server answered, but with something unusable: not the same as not answering.
+    if (const auto code = Outcome::badAnswer(s.bootFailure()))
+        co_return *code;
     switch (gate) {
     case Session::Gate::Out:
         if (!in.json)

@@ -4,9 +4,12 @@
 #include "buildinfo.h"
 #include "identity.h"
 #include "networkmanager.h"
+#include "oneshotbody.h"
+#include "platform/appdata.h"
 #include "projectcache.h"
 #include "serveraddress.h"
 #include "setcookie.h"
+#include "text/l.h"
 
 using namespace Qt::StringLiterals;
 
@@ -18,6 +21,9 @@ using namespace Qt::StringLiterals;
 #include <QNetworkAccessManager>
 #include <QPointer>
 #include <QRegularExpression>
+#include <QDir>
+#include <QTemporaryFile>
+#include <QTimer>
 #include <QWebSocket>
 
 #include <charconv>
@@ -79,23 +85,74 @@ Api::Request openRequest(const QString &path, const QByteArray &method,
 }
 
 struct DeleteLater {
-    void operator()(QObject *o) const { o->deleteLater(); }
+    void operator()(QObject *o) const
+    {
+        o->disconnect();
+        o->deleteLater();
+    }
 };
 
+std::chrono::milliseconds exchangeLimit = std::chrono::seconds(120);
+
+QString megabytes(qint64 bytes)
+{
+    return QString::number(bytes / (1024 * 1024));
+}
+
 // Only the wire: a reply with any HTTP status, or a TransportError when there was none.
+// The whole exchange has a time limit on top of the idle timeout, and a body a size limit.
 QCoro::Task<Api::Reply> transmit(Api::Request r)
 {
+    // Every request, a GET included, carries a body Qt cannot re-send (see OneShotBody).
+    auto *body = new OneShotBody(r.body);
     std::unique_ptr<QNetworkReply, DeleteLater> reply(
-        Network::manager()->sendCustomRequest(r.request, r.method, r.body));
-    co_await reply.get();
-    const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+        Network::manager()->sendCustomRequest(r.request, r.method, body));
+    body->setParent(reply.get());
+    QNetworkReply *raw = reply.get();
+
+    bool tooLong = false;
+    bool tooLarge = false;
+    QTimer limit;
+    limit.setSingleShot(true);
+    QObject::connect(&limit, &QTimer::timeout, raw, [raw, &tooLong] {
+        tooLong = true;
+        raw->abort();
+    });
+    limit.start(exchangeLimit);
+    const qint64 cap = r.maxBytes;
+    QObject::connect(raw, &QNetworkReply::downloadProgress, raw,
+                     [raw, cap, &tooLarge](qint64 received, qint64 total) {
+                         if (received > cap || total > cap) {
+                             tooLarge = true;
+                             raw->abort();
+                         }
+                     });
+    co_await raw;
+    limit.stop();
+
+    const int status = raw->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     const QString shown = r.request.url().path();
+    if (tooLarge) {
+        qCDebug(lcNet) << r.method << shown << "reply over" << cap << "bytes";
+        throw Api::Failed(status, L::t(u"תשובת השרת גדולה מ-%1 MB."_s,
+                                       u"The server's reply is larger than %1 MB."_s,
+                                       u"Ответ сервера больше %1 МБ."_s)
+                                      .arg(megabytes(cap)),
+                          u"too_large"_s);
+    }
+    if (tooLong) {
+        qCDebug(lcNet) << r.method << shown << "took longer than" << exchangeLimit.count() << "ms";
+        throw Api::TransportError(QNetworkReply::TimeoutError, u"the exchange took too long"_s);
+    }
     if (status == 0) {
-        qCDebug(lcNet) << r.method << shown << "failed:" << reply->errorString();
-        throw Api::TransportError(reply->error(), reply->errorString());
+        qCDebug(lcNet) << r.method << shown << "failed:" << raw->errorString();
+        // The connection dropped, and Qt was stopped from sending it again on its own.
+        if (raw->error() == QNetworkReply::ContentReSendError)
+            throw Api::TransportError(QNetworkReply::RemoteHostClosedError, raw->errorString());
+        throw Api::TransportError(raw->error(), raw->errorString());
     }
     qCDebug(lcNet).noquote() << r.method << shown << "→" << status;
-    co_return Api::Reply{reply->readAll(), status, reply->rawHeaderPairs()};
+    co_return Api::Reply{raw->readAll(), status, raw->rawHeaderPairs()};
 }
 
 // A 401 to the cookie we hold now ends the session; one sent with an older cookie
@@ -119,17 +176,6 @@ QJsonObject objectOf(const QByteArray &data)
 bool isProjectPath(const QString &path)
 {
     return path.startsWith(u"webapi/projects/");
-}
-
-// The whole text as a decimal number of seconds (no blanks, no "inf").
-std::optional<double> refreshSeconds(const QByteArray &text)
-{
-    double value = 0;
-    const char *end = text.constData() + text.size();
-    const auto [ptr, ec] = std::from_chars(text.constData(), end, value);
-    if (text.isEmpty() || ec != std::errc() || ptr != end || !std::isfinite(value))
-        return std::nullopt;
-    return value;
 }
 
 QCoro::Task<Api::Reply> runGet(Api::Request request)
@@ -175,6 +221,21 @@ QString userAgent()
              build.isEmpty() ? u"0"_s : build, QString::fromUtf8(BuildInfo::platform));
 }
 
+std::optional<double> refreshSeconds(const QByteArray &text)
+{
+    // from_chars reads the C locale's form and no blanks; it has no leading "+" of its own.
+    const bool plus = text.startsWith('+');
+    const char *begin = text.constData() + (plus ? 1 : 0);
+    const char *end = text.constData() + text.size();
+    if (begin == end || (plus && (*begin == '-' || *begin == '+')))
+        return std::nullopt;
+    double value = 0;
+    const auto [ptr, ec] = std::from_chars(begin, end, value);
+    if (ec != std::errc() || ptr != end || !std::isfinite(value))
+        return std::nullopt;
+    return value;
+}
+
 bool isEncoded(const QString &query)
 {
     static const QRegularExpression encoded(
@@ -210,6 +271,11 @@ QUrl url(const QString &path)
         out.setQuery(QString::fromLatin1(wire), QUrl::StrictMode);
     }
     return out.isValid() ? out : root;
+}
+
+void setExchangeLimit(std::chrono::milliseconds limit)
+{
+    exchangeLimit = limit;
 }
 
 void setIdentity(Identity *identity)
@@ -318,10 +384,11 @@ QCoro::Task<QByteArray> fetch(QString path)
     path = Api::relativePath(path);
     const QString user = sessionUser();
     Request request = authorized(path, "GET"_ba);
+    request.maxBytes = downloadCap;
     std::optional<QByteArray> saved;
     try {
         const Reply reply = co_await runGet(std::move(request));
-        if (isProjectPath(path))
+        if (isProjectPath(path) && reply.status == 200)
             ProjectCache::write(reply.data, path, user);
         co_return reply.data;
     } catch (const TransportError &) {
@@ -334,6 +401,24 @@ QCoro::Task<QByteArray> fetch(QString path)
     co_return *saved;
 }
 
+QString safeFilename(const QString &name)
+{
+    // Only the last component of whatever path it is, with no control characters, no leading
+    // dots (hidden files, "..") and at most 255 bytes: one plain file name, or nothing.
+    QString out = name.section(u'/', -1).section(u'\\', -1);
+    for (QChar &c : out) {
+        if (c.category() == QChar::Other_Control || c.category() == QChar::Other_Format)
+            c = u'_';
+    }
+    qsizetype start = 0;
+    while (start < out.size() && (out.at(start) == u'.' || out.at(start).isSpace()))
+        ++start;
+    out = out.mid(start).trimmed();
+    while (out.toUtf8().size() > 255)
+        out.chop(1);
+    return out;
+}
+
 QString filenameFor(const QByteArray &contentDisposition, const QString &path)
 {
     const QString header = QString::fromLatin1(contentDisposition);
@@ -342,24 +427,83 @@ QString filenameFor(const QByteArray &contentDisposition, const QString &path)
     static const QRegularExpression plain(u"filename=(\"([^\"]*)\"|[^;]*)"_s,
                                           QRegularExpression::CaseInsensitiveOption);
     if (const auto m = extended.match(header); m.hasMatch()) {
-        const QString name = QUrl::fromPercentEncoding(m.captured(1).trimmed().toLatin1());
+        const QString name =
+            safeFilename(QUrl::fromPercentEncoding(m.captured(1).trimmed().toLatin1()));
         if (!name.isEmpty())
             return name;
     }
     if (const auto m = plain.match(header); m.hasMatch()) {
-        const QString name = m.capturedLength(2) ? m.captured(2) : m.captured(1).trimmed();
+        const QString name = safeFilename(QString::fromUtf8(
+            (m.capturedLength(2) ? m.captured(2) : m.captured(1).trimmed()).toLatin1()));
         if (!name.isEmpty())
-            return QString::fromUtf8(name.toLatin1());
+            return name;
     }
     QString page = Api::relativePath(path);
     page = page.left(page.indexOf(u'?') < 0 ? page.size() : page.indexOf(u'?'));
-    return QUrl::fromPercentEncoding(page.section(u'/', -1).toUtf8());
+    const QString name = safeFilename(QUrl::fromPercentEncoding(page.section(u'/', -1).toUtf8()));
+    return name.isEmpty() ? u"download"_s : name;
 }
 
 QCoro::Task<Named> fetchNamed(QString path)
 {
-    const Reply reply = co_await runGet(authorized(path, "GET"_ba));
+    Request request = authorized(path, "GET"_ba);
+    request.maxBytes = downloadCap;
+    const Reply reply = co_await runGet(std::move(request));
     co_return Named{reply.data, filenameFor(reply.header("Content-Disposition"), path)};
+}
+
+QCoro::Task<QString> download(QString path, QString folder)
+{
+    Request r = authorized(path, "GET"_ba);
+    if (!AppData::makeFolder(folder))
+        throw Failed(0, L::t(u"אי אפשר לשמור ב-%1."_s, u"Cannot save into %1."_s,
+                             u"Невозможно сохранить в %1."_s)
+                            .arg(folder));
+    // Written beside its final place, so the finished file appears in one step.
+    QTemporaryFile part(QDir(folder).filePath(u".download-XXXXXX"_s));
+    if (!part.open())
+        throw Failed(0, part.errorString());
+    auto *body = new OneShotBody({});
+    std::unique_ptr<QNetworkReply, DeleteLater> reply(
+        Network::manager()->sendCustomRequest(r.request, r.method, body));
+    body->setParent(reply.get());
+    QNetworkReply *raw = reply.get();
+    QByteArray refusal; // the body of a non-2xx reply, which is not the file
+    bool writeFailed = false;
+    QObject::connect(raw, &QNetworkReply::readyRead, raw, [&, raw] {
+        const int status = raw->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+        const QByteArray chunk = raw->readAll();
+        if (status < 200 || status > 299) {
+            if (refusal.size() < replyCap)
+                refusal += chunk;
+        } else if (part.write(chunk) != chunk.size()) {
+            writeFailed = true;
+            raw->abort();
+        }
+    });
+    co_await raw;
+    const int status = raw->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    if (writeFailed || (status >= 200 && status <= 299 && !part.flush()))
+        throw Failed(status, part.errorString());
+    if (status == 0)
+        throw TransportError(raw->error() == QNetworkReply::ContentReSendError
+                                 ? QNetworkReply::RemoteHostClosedError
+                                 : raw->error(),
+                             raw->errorString());
+    if (status == 401) {
+        staleSessionCheck(r.request);
+        throw Unauthorized();
+    }
+    if (status < 200 || status > 299)
+        throw failure(status, refusal);
+    const QString target =
+        QDir(folder).filePath(filenameFor(raw->rawHeader("Content-Disposition"), path));
+    QFile::remove(target);
+    if (!part.rename(target))
+        throw Failed(status, part.errorString());
+    part.setAutoRemove(false);
+    qCDebug(lcNet).noquote() << "GET" << path << "saved to" << target;
+    co_return target;
 }
 
 QCoro::Task<AnyPage> page(QString path, Decoder decode)
@@ -375,12 +519,14 @@ QCoro::Task<AnyPage> page(QString path, Decoder decode)
     std::exception_ptr failed;
     try {
         const Reply reply = co_await runGet(std::move(request));
-        if (const auto seconds = refreshSeconds(reply.header("X-RB-Refreshing")))
+        if (const auto seconds = Api::refreshSeconds(reply.header("X-RB-Refreshing")))
             due().insert(path, *seconds);
         if (reply.status == 304)
             co_return AnyPage{decode(*saved), have, Source::Unchanged};
         AnyPage fresh{decode(reply.data), ProjectCache::digest(reply.data)};
-        ProjectCache::write(reply.data, path, user);
+        // Only a plain 200 is the page itself (a 203 was changed on the way).
+        if (reply.status == 200)
+            ProjectCache::write(reply.data, path, user);
         co_return fresh;
     } catch (const TransportError &) {
         failed = std::current_exception();

@@ -41,6 +41,9 @@ QString userAgent();
 QUrl url(const QString &path);
 // A path as the cache and `due` key it: without its one leading "/".
 QString relativePath(QString path);
+// X-RB-Refreshing: the whole text as a C-locale decimal number of seconds ("+1" too; no
+// blanks, no "inf"); nothing otherwise.
+std::optional<double> refreshSeconds(const QByteArray &text);
 // Whether a query is already percent-encoded (so it is not encoded twice).
 bool isEncoded(const QString &query);
 
@@ -52,11 +55,21 @@ QString signedInUser();
 // Pages the server said it is rebuilding, with the seconds after which to ask again.
 QHash<QString, double> &due();
 
+// The largest reply body read into memory: JSON replies and pages.
+constexpr qint64 replyCap = 16 * 1024 * 1024;
+// The largest file fetched whole (fetch, fetchNamed).
+constexpr qint64 downloadCap = 64 * 1024 * 1024;
+
 struct Request {
     QNetworkRequest request;
     QByteArray method;
     QByteArray body;
+    qint64 maxBytes = replyCap; // a longer reply fails with Failed (code "too_large")
 };
+
+// The longest a whole exchange may take, however steadily bytes arrive (120 s; tests shorten
+// it). Past it the request fails as a timeout.
+void setExchangeLimit(std::chrono::milliseconds limit);
 
 struct Reply {
     QByteArray data;
@@ -98,9 +111,15 @@ struct Named {
     QString filename;
 };
 QCoro::Task<Named> fetchNamed(QString path);
+// A file fetched straight to disk, never whole in memory: saved into folder under the name
+// filenameFor gives, replacing an older file of that name only once complete. The saved
+// file's path. Fails as fetchNamed does, and then leaves nothing behind.
+QCoro::Task<QString> download(QString path, QString folder);
 // The file name a download should get: Content-Disposition (filename*=UTF-8'' percent-decoded,
-// else filename=), else the path's last segment.
+// else filename=), else the path's last segment, else "download"; always one safe name.
 QString filenameFor(const QByteArray &contentDisposition, const QString &path);
+// The last component of name, without control characters or leading dots; may be empty.
+QString safeFilename(const QString &name);
 
 // Where a page's value came from.
 enum class Source {

@@ -56,10 +56,13 @@ Failed failure(int status, const QByteArray &body)
     if (!doc.isObject())
         return Failed(status);
     const QJsonObject o = doc.object();
-    // Only text values count; anything else is as good as absent.
-    const QString error = o.value(u"error").isString() ? o.value(u"error").toString() : QString();
-    const QString detail = o.value(u"detail").isString() ? o.value(u"detail").toString() : QString();
-    return Failed(status, o.value(u"detail").isString() ? detail : error, error);
+    // Both keys are optional text: null is absent, any other type makes it no error body at all.
+    const QJsonValue error = o.value(u"error");
+    const QJsonValue detail = o.value(u"detail");
+    const auto usable = [](const QJsonValue &v) { return v.isString() || v.isNull() || v.isUndefined(); };
+    if (!usable(error) || !usable(detail))
+        return Failed(status);
+    return Failed(status, detail.isString() ? detail.toString() : error.toString(), error.toString());
 }
 
 } // namespace Api

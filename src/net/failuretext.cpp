@@ -16,6 +16,12 @@ QString of(const std::exception_ptr &error)
         return {};
     } catch (const Api::TransportError &) {
     } catch (const Api::Failed &failed) {
+        if (failed.status >= 300 && failed.status <= 399) {
+            return L::t(u"השרת הפנה לכתובת אחרת, והלקוח אינו עוקב אחרי הפניות (HTTP %1)."_s,
+                        u"The server redirected elsewhere, which the client does not follow (HTTP %1)."_s,
+                        u"Сервер перенаправил в другое место, а клиент не следует перенаправлениям (HTTP %1)."_s)
+                .arg(failed.status);
+        }
         if (!failed.unreachable())
             return failed.description();
     } catch (const DecodeError &decode) {

@@ -1,5 +1,7 @@
 #include "networkmanager.h"
 
+#include "lowdelay.h"
+
 #include <QCoreApplication>
 #include <QNetworkAccessManager>
 #include <QNetworkCookie>
@@ -26,6 +28,8 @@ namespace Network {
 QNetworkAccessManager *manager()
 {
     if (!shared) {
+        // Uploads must not wait on Nagle's algorithm (see LowDelay).
+        LowDelay::active();
         shared = new QNetworkAccessManager(QCoreApplication::instance());
         shared->setCookieJar(new NoCookies(shared));
         shared->setRedirectPolicy(QNetworkRequest::SameOriginRedirectPolicy);

@@ -36,7 +36,7 @@ QString directory()
 {
     const QString dir = AppData::path(u"project-cache"_s);
     if (!dir.isEmpty())
-        QDir().mkpath(dir);
+        AppData::makeFolder(dir);
     return dir;
 }
 

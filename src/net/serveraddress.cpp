@@ -47,3 +47,8 @@ ServerAddress ServerAddress::configured()
     const QString override = qEnvironmentVariable("HALVENMARK_SERVER");
     return parse(override.isEmpty() ? QString::fromUtf8(BuildInfo::server) : override);
 }
+
+ServerAddress ServerAddress::compiledIn()
+{
+    return parse(QString::fromUtf8(BuildInfo::server));
+}

@@ -14,4 +14,6 @@ struct ServerAddress {
     static ServerAddress parse(const QString &text);
     // HALVENMARK_SERVER when set, else the address compiled into the build.
     static ServerAddress configured();
+    // The address compiled into the build, whatever the environment says.
+    static ServerAddress compiledIn();
 };

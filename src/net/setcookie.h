@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QList>
 #include <QString>
 
@@ -8,8 +9,12 @@
 
 namespace SetCookie {
 
-// The session cookie's value in a reply's Set-Cookie headers: the text after
-// "rb_web_session=" up to the first ";" (or the end). Nothing when no header names it.
-std::optional<QString> sessionCookie(const QList<QByteArray> &setCookieHeaders);
+// Longer values are refused: browsers keep no cookie over 4 KB either.
+constexpr qsizetype maxLength = 4096;
+
+// The session cookie in a reply's Set-Cookie headers: the value of the last cookie named
+// exactly "rb_web_session" that is not expired, not empty and not over maxLength.
+std::optional<QString> sessionCookie(const QList<QByteArray> &setCookieHeaders,
+                                     const QDateTime &now = QDateTime::currentDateTimeUtc());
 
 } // namespace SetCookie

@@ -1,5 +1,8 @@
 #include "atomicfile.h"
 
+#include "appdata.h"
+#include "platformlog.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -7,20 +10,23 @@
 
 namespace AtomicFile {
 
-bool write(const QString &path, const QByteArray &bytes, Access access)
+bool write(const QString &path, const QByteArray &bytes, Access)
 {
-    if (path.isEmpty() || !QDir().mkpath(QFileInfo(path).absolutePath()))
+    // Every file the app writes is the user's own data: owner-only, whatever the caller asked.
+    if (path.isEmpty() || !AppData::makeFolder(QFileInfo(path).absolutePath()))
         return false;
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly))
         return false;
-    // Set on the temporary file, so the secret is never readable by others, not even briefly.
-    if (access == Access::OwnerOnly
-        && !file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner)) {
+    // Set on the temporary file, so the bytes are never readable by others, not even briefly.
+    if (!file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner)) {
         file.cancelWriting();
         return false;
     }
-    if (file.write(bytes) != bytes.size()) {
+    // Flushed and checked before the commit: on a full disk the buffered bytes fail only
+    // here, and a commit without that check would put an empty file in place of the old one.
+    if (file.write(bytes) != bytes.size() || !file.flush() || file.error() != QFileDevice::NoError) {
+        qCWarning(lcPlatform) << "could not write" << path << ":" << file.errorString();
         file.cancelWriting();
         return false;
     }

@@ -40,6 +40,9 @@ QCoro::Task<bool> FileSecretStore::write(QString key, QString value)
 QCoro::Task<bool> FileSecretStore::remove(QString key)
 {
     QJsonObject items = load();
+    // Nothing to change: the file is left as it is.
+    if (!items.contains(key))
+        co_return true;
     items.remove(key);
     co_return save(items);
 }

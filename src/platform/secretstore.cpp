@@ -3,12 +3,11 @@
 #include "appdata.h"
 #include "filesecretstore.h"
 #include "keychainsecretstore.h"
+#include "platformlog.h"
 
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
-
-#include <cstdio>
 
 std::unique_ptr<SecretStore> SecretStore::platform(const QString &service)
 {
@@ -19,8 +18,8 @@ std::unique_ptr<SecretStore> SecretStore::platform(const QString &service)
     if (qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS")) {
         // Said once: when the file is about to be made.
         if (!QFile::exists(path))
-            std::fprintf(stderr, "halvenmark: no secret service on this machine; keeping the "
-                                 "session in an owner-only file in the data folder.\n");
+            qCWarning(lcPlatform) << "no secret service on this machine; keeping the session in "
+                                     "an owner-only file in the data folder.";
         return file;
     }
     // Isolated homes get their own keychain entries, so side-by-side clients never share a session.

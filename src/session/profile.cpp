@@ -78,6 +78,7 @@ QJsonObject OfflineProfile::toJson() const
         {u"voiceLive"_s, profile.voiceLive},
         {u"prefs"_s, objectOf(profile.prefs)},
         {u"workspace"_s, profile.workspace},
+        {u"server"_s, server},
     };
 }
 
@@ -93,5 +94,6 @@ OfflineProfile OfflineProfile::fromJson(const QJsonValue &value)
     out.profile.voiceLive = r.boolean(u"voiceLive"_s);
     out.profile.prefs = r.stringMap(u"prefs"_s);
     out.profile.workspace = r.string(u"workspace"_s);
+    out.server = r.string(u"server"_s);
     return out;
 }

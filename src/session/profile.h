@@ -45,6 +45,7 @@ struct Prefs {
 struct OfflineProfile {
     QString sessionHash;
     Profile profile;
+    QString server; // the server base address the session belongs to
 
     QJsonObject toJson() const;
     static OfflineProfile fromJson(const QJsonValue &value);

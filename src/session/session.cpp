@@ -3,6 +3,7 @@
 #include "coachengine.h"
 #include "net/api.h"
 #include "net/projectcache.h"
+#include "net/serveraddress.h"
 #include "platform/appdata.h"
 #include "platform/atomicfile.h"
 #include "platform/secretstore.h"
@@ -23,6 +24,29 @@ namespace {
 Session *sharedSession = nullptr;
 
 const QString langKey = u"lang"_s;
+
+// The keychain item holds the cookie with the server it belongs to.
+QString storedValue(const QString &cookie)
+{
+    return QString::fromUtf8(
+        QJsonDocument(QJsonObject{{u"server"_s, Api::base().toString()}, {u"cookie"_s, cookie}})
+            .toJson(QJsonDocument::Compact));
+}
+
+// The cookie in a stored item when it belongs to this run's server, else empty. A bare
+// cookie (written by an older version) belongs to the server compiled into the build.
+QString cookieOf(const std::optional<QString> &stored)
+{
+    if (!stored || stored->isEmpty())
+        return {};
+    const QJsonDocument doc = QJsonDocument::fromJson(stored->toUtf8());
+    if (!doc.isObject())
+        return ServerAddress::compiledIn().url == Api::base() ? *stored : QString();
+    const QJsonObject o = doc.object();
+    if (o.value(u"server").toString() != Api::base().toString())
+        return {};
+    return o.value(u"cookie").toString();
+}
 
 // Runs one tear-down step; a failing step never stops the ones after it.
 template<class F>
@@ -159,10 +183,12 @@ QCoro::Task<> Session::boot()
 {
     QPointer<Session> self(this);
     setGate(Gate::Checking);
+    m_bootFailure = nullptr;
     const std::optional<QString> stored = co_await m_secrets->read(QString::fromLatin1(cookieItem));
     if (!self)
         co_return;
-    m_cookie = stored.value_or(QString());
+    // A session of another server is not this one's: signed out here, nothing sent.
+    m_cookie = cookieOf(stored);
     if (m_cookie.isEmpty()) {
         setGate(Gate::Out, Exit::Fresh);
         co_return;
@@ -176,14 +202,18 @@ QCoro::Task<> Session::boot()
         co_await refresh();
         if (!self)
             co_return;
-        setGate(Gate::Ready);
+        if (m_cookie == cookie)
+            setGate(Gate::Ready);
     } catch (const Api::Unauthorized &) {
         // A 401 to this cookie has already signed out; a profile that says "not signed in" has not.
         if (self && signedIn() && m_cookie == cookie)
             forget(Exit::Expired);
     } catch (const std::exception &e) {
-        qCInfo(lcSession) << "boot could not reach the server:" << e.what();
-        if (self && restored && signedIn())
+        qCInfo(lcSession) << "boot could not confirm the session:" << e.what();
+        if (!self)
+            co_return;
+        m_bootFailure = std::current_exception();
+        if (restored && signedIn() && m_cookie == cookie)
             setGate(Gate::Offline);
     }
 }
@@ -191,6 +221,12 @@ QCoro::Task<> Session::boot()
 QCoro::Task<> Session::refresh()
 {
     QPointer<Session> self(this);
+    const QString cookie = m_cookie;
+    // Whatever happened while we waited, the answers count only for the cookie we asked with.
+    const auto stillOurs = [&] {
+        if (!self || cookie.isEmpty() || m_cookie != cookie)
+            throw Api::Unauthorized();
+    };
     // Both requests are in flight together; QCoro tasks start at once.
     QCoro::Task<Api::Page<Prefs>> prefsRead = Api::page<Prefs>(u"webapi/prefs"_s);
     std::exception_ptr failed;
@@ -209,10 +245,11 @@ QCoro::Task<> Session::refresh()
     }
     if (failed)
         std::rethrow_exception(failed);
-    if (!self)
-        co_return;
+    stillOurs();
     if (!me.authenticated)
         throw Api::Unauthorized();
+    if (me.profile.user.isEmpty())
+        throw DecodeError(u"user"_s, u"a name"_s, u"nothing"_s);
 
     Profile next = me.profile;
     next.prefs = prefs->prefs;
@@ -220,14 +257,14 @@ QCoro::Task<> Session::refresh()
         m_coach->close();
     setProfile(next);
     if (next.prefs.value(langKey).isEmpty()) {
-        // The server learns the language the app is showing; the profile stands without it.
+        // The server learns the device's language (not a one-run --lang, not a local choice);
+        // the profile stands without it.
         try {
-            co_await setPref(langKey, L::current());
+            co_await setPref(langKey, L::deviceDefault());
         } catch (const std::exception &e) {
             qCInfo(lcSession) << "could not store the language preference:" << e.what();
         }
-        if (!self)
-            co_return;
+        stillOurs();
     } else {
         applyLanguage(next.prefs);
     }
@@ -240,16 +277,10 @@ QCoro::Task<> Session::signIn(QString username, QString password)
     const Api::Login login = co_await Api::login(username, password);
     if (!self)
         co_return;
-    co_await adopt(login.cookie);
-    if (!self)
-        co_return;
     Profile known;
     known.user = login.user;
     known.role = login.role;
-    setProfile(known);
-    co_await refresh();
-    if (self)
-        setGate(Gate::Ready);
+    co_await adopt(login.cookie, known);
 }
 
 QCoro::Task<> Session::signIn(QString token)
@@ -258,21 +289,37 @@ QCoro::Task<> Session::signIn(QString token)
     const QString cookie = co_await Api::exchange(token);
     if (!self)
         co_return;
-    co_await adopt(cookie);
-    if (!self)
-        co_return;
-    co_await refresh();
-    if (self)
-        setGate(Gate::Ready);
+    co_await adopt(cookie, Profile());
 }
 
-QCoro::Task<> Session::adopt(QString cookie)
+QCoro::Task<> Session::adopt(QString cookie, Profile known)
 {
+    QPointer<Session> self(this);
     m_cookie = cookie;
     m_coach->close();
-    const bool saved = co_await m_secrets->write(QString::fromLatin1(cookieItem), cookie);
+    if (!known.user.isEmpty())
+        setProfile(known);
+    try {
+        co_await refresh();
+    } catch (...) {
+        // Nothing of a sign-in that did not succeed stays, on disk or in memory.
+        if (self && m_cookie == cookie) {
+            m_cookie.clear();
+            setProfile(Profile());
+            setGate(Gate::Out, m_gate == Gate::Out ? m_exit : Exit::Fresh);
+        }
+        throw;
+    }
+    // Kept only now that the server has confirmed it.
+    const bool saved =
+        co_await m_secrets->write(QString::fromLatin1(cookieItem), storedValue(cookie));
     if (!saved)
         qCWarning(lcSession) << "the session cookie could not be saved; it lasts for this run only";
+    if (!self)
+        co_return;
+    if (m_cookie != cookie)
+        throw Api::Unauthorized();
+    setGate(Gate::Ready);
 }
 
 QCoro::Task<> Session::signOut()
@@ -287,21 +334,73 @@ QCoro::Task<> Session::signOut()
         co_return;
     m_coach->close();
     forget(Exit::SignedOut);
+    co_await settle();
+}
+
+QCoro::Task<> Session::settle()
+{
+    QPointer<Session> self(this);
+    while (self && m_wipe) {
+        QCoro::Task<> wipe = std::move(*m_wipe);
+        m_wipe.reset();
+        co_await wipe;
+    }
 }
 
 void Session::forget(Exit exit)
 {
+    const QString cookie = m_cookie;
     step("cookie", [&] { m_cookie.clear(); });
-    step("keychain", [&] { m_secrets->remove(QString::fromLatin1(cookieItem)); });
-    step("profile file", [&] {
-        if (QFile::exists(offlineProfileFile()))
-            QFile::remove(offlineProfileFile());
+    step("stored session", [&] {
+        QCoro::Task<> wipe = wipeStored(cookie);
+        if (!wipe.isReady())
+            m_wipe = std::move(wipe);
     });
     for (const auto &hook : m_forgetHooks)
         step("reset hook", hook);
-    step("page cache", [] { ProjectCache::clear(); });
     step("profile", [&] { setProfile(Profile()); });
     setGate(Gate::Out, exit);
+}
+
+QCoro::Task<> Session::wipeStored(QString cookie)
+{
+    QPointer<Session> self(this);
+    const QString item = QString::fromLatin1(cookieItem);
+    std::optional<QString> stored;
+    try {
+        stored = co_await m_secrets->read(item);
+    } catch (...) {
+    }
+    if (!self)
+        co_return;
+    // Another process may have signed in meanwhile: its cookie, profile and pages stay.
+    const QString now = cookieOf(stored);
+    if (!now.isEmpty() && now != cookie) {
+        qCInfo(lcSession) << "a newer sign-in is stored; leaving it in place";
+        co_return;
+    }
+    step("profile file", [&] {
+        const auto bytes = AtomicFile::read(offlineProfileFile());
+        bool ours = true;
+        try {
+            ours = !bytes || OfflineProfile::fromJson(Decode::parse(*bytes)).sessionHash
+                                 == sessionHash(cookie);
+        } catch (const DecodeError &) {
+        }
+        if (bytes && ours)
+            QFile::remove(offlineProfileFile());
+    });
+    step("page cache", [] { ProjectCache::clear(); });
+    bool removed = true;
+    if (stored) {
+        try {
+            removed = co_await m_secrets->remove(item);
+        } catch (...) {
+            removed = false;
+        }
+    }
+    if (!removed)
+        qCWarning(lcSession) << "the stored session could not be removed";
 }
 
 void Session::rejected()
@@ -325,6 +424,7 @@ QCoro::Task<bool> Session::deleteAccount()
         co_return false;
     m_coach->close();
     forget(Exit::Deleted);
+    co_await settle();
     co_return true;
 }
 
@@ -342,7 +442,9 @@ QCoro::Task<> Session::setPref(QString key, QString value)
 
 void Session::saveOfflineProfile() const
 {
-    const OfflineProfile copy{sessionHash(), m_profile};
+    if (m_cookie.isEmpty())
+        return;
+    const OfflineProfile copy{sessionHash(), m_profile, Api::base().toString()};
     if (!AtomicFile::write(offlineProfileFile(), QJsonDocument(copy.toJson()).toJson(),
                            AtomicFile::Access::OwnerOnly))
         qCWarning(lcSession) << "the offline profile could not be saved";
@@ -355,7 +457,11 @@ bool Session::restoreOfflineProfile()
         return false;
     try {
         const OfflineProfile copy = OfflineProfile::fromJson(Decode::parse(*bytes));
-        if (copy.sessionHash != sessionHash())
+        // One without a server was written by an older version, for the built-in server.
+        const bool ourServer = copy.server.isEmpty()
+                                   ? ServerAddress::compiledIn().url == Api::base()
+                                   : copy.server == Api::base().toString();
+        if (copy.sessionHash != sessionHash() || !ourServer)
             return false;
         setProfile(copy.profile);
         applyLanguage(copy.profile.prefs);

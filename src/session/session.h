@@ -8,7 +8,9 @@
 #include <QStringList>
 #include <QVariantMap>
 
+#include <exception>
 #include <functional>
+#include <optional>
 #include <memory>
 
 class CoachEngine;
@@ -81,10 +83,16 @@ public:
     QCoro::Task<> refresh();
     QCoro::Task<> signIn(QString username, QString password);
     QCoro::Task<> signIn(QString token);
+    // Returns once the stored session is gone too (the terminal client quits right after).
     QCoro::Task<> signOut();
     // True when the server confirmed the deletion; anything else changes nothing.
     QCoro::Task<bool> deleteAccount();
     QCoro::Task<> setPref(QString key, QString value);
+
+    // Waits for the removal of the stored session that a sign-out started, if any.
+    QCoro::Task<> settle();
+    // Why the last boot could not confirm the session (null when it could, or was signed out).
+    std::exception_ptr bootFailure() const { return m_bootFailure; }
 
     // Run on every local sign-out (the chat store resets itself here).
     void onForget(std::function<void()> hook);
@@ -100,8 +108,9 @@ signals:
     void profileChanged();
 
 private:
-    QCoro::Task<> adopt(QString cookie);
+    QCoro::Task<> adopt(QString cookie, Profile known);
     void forget(Exit exit);
+    QCoro::Task<> wipeStored(QString cookie);
     void setGate(Gate gate, Exit exit = Exit::Fresh);
     void setProfile(const Profile &profile);
     void applyLanguage(const QHash<QString, QString> &prefs);
@@ -116,4 +125,6 @@ private:
     Gate m_gate = Gate::Out;
     Exit m_exit = Exit::Fresh;
     std::vector<std::function<void()>> m_forgetHooks;
+    std::optional<QCoro::Task<>> m_wipe;
+    std::exception_ptr m_bootFailure;
 };

@@ -153,6 +153,35 @@ private slots:
         QVERIFY(!run.err.isEmpty());
     }
 
+    void badAnswerIsNotAnUnreachableServer_data()
+    {
+        QTest::addColumn<QJsonObject>("fault");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("not json") << QJsonObject{{"status", 200}, {"body", "<html>"}} << 5
+                                  << "The server's answer cannot be used";
+        QTest::newRow("wrong types") << QJsonObject{{"status", 200}, {"body", R"({"authenticated":"yes"})"}}
+                                     << 5 << "The server's answer cannot be used";
+        QTest::newRow("redirect elsewhere")
+            << QJsonObject{{"status", 302}, {"headers", QJsonObject{{"Location", "http://127.0.0.2:9/webapi/me"}}}}
+            << 5 << "redirected";
+        QTest::newRow("no answer") << QJsonObject{{"drop", true}} << 0
+                                   << "Cannot reach the server: showing the saved profile.";
+    }
+
+    void badAnswerIsNotAnUnreachableServer()
+    {
+        QFETCH(QJsonObject, fault);
+        login();
+        fault.insert("match", "webapi/me");
+        fault.insert("times", -1);
+        service.fault(fault);
+        const Run run = cli({"--lang", "en", "whoami"});
+        QTEST(run.status, "status");
+        QFETCH(QString, text);
+        QVERIFY2(run.err.contains(text), qPrintable(run.err));
+    }
+
     void endedSessionIsThree()
     {
         login();

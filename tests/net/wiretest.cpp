@@ -115,6 +115,10 @@ private slots:
         QTest::newRow("json array") << 500 << QByteArray("[1]") << "" << "" << "HTTP 500" << false;
         QTest::newRow("non-text values") << 502 << QByteArray(R"({"error":5,"detail":null})") << ""
                                          << "" << "HTTP 502" << true;
+        QTest::newRow("detail not text") << 400 << QByteArray(R"({"error":"e","detail":{"x":1}})") << ""
+                                         << "" << "HTTP 400" << false;
+        QTest::newRow("null detail") << 400 << QByteArray(R"({"error":"e","detail":null})") << "e"
+                                     << "e" << "e" << false;
         QTest::newRow("cloudflare 520") << 520 << QByteArray() << "" << "" << "HTTP 520" << true;
         QTest::newRow("524") << 524 << QByteArray() << "" << "" << "HTTP 524" << true;
         QTest::newRow("525 is not down") << 525 << QByteArray() << "" << "" << "HTTP 525" << false;
@@ -154,6 +158,33 @@ private slots:
         QVERIFY(boundary != Multipart::newBoundary());
     }
 
+    void refreshSeconds_data()
+    {
+        QTest::addColumn<QByteArray>("header");
+        QTest::addColumn<double>("seconds"); // NaN: not a number the rule accepts
+        const double no = qQNaN();
+        QTest::newRow("decimal") << QByteArray("2.5") << 2.5;
+        QTest::newRow("plus sign") << QByteArray("+1") << 1.0;
+        QTest::newRow("exponent") << QByteArray("1e2") << 100.0;
+        QTest::newRow("leading blank") << QByteArray(" 1") << no;
+        QTest::newRow("trailing blank") << QByteArray("1 ") << no;
+        QTest::newRow("two signs") << QByteArray("+-1") << no;
+        QTest::newRow("comma") << QByteArray("1,5") << no;
+        QTest::newRow("infinite") << QByteArray("inf") << no;
+        QTest::newRow("empty") << QByteArray() << no;
+        QTest::newRow("sign alone") << QByteArray("+") << no;
+    }
+
+    void refreshSeconds()
+    {
+        QFETCH(QByteArray, header);
+        QFETCH(double, seconds);
+        const auto parsed = Api::refreshSeconds(header);
+        QCOMPARE(parsed.has_value(), !qIsNaN(seconds));
+        if (parsed)
+            QCOMPARE(*parsed, seconds);
+    }
+
     void sessionCookie_data()
     {
         QTest::addColumn<QList<QByteArray>>("headers");
@@ -165,6 +196,19 @@ private slots:
         QTest::newRow("among others, folded")
             << QList<QByteArray>{"theme=dark; Path=/\nrb_web_session=k1; HttpOnly"} << "k1" << true;
         QTest::newRow("another cookie only") << QList<QByteArray>{"other=1"} << "" << false;
+        QTest::newRow("a name that ends the same") << QList<QByteArray>{"evil_rb_web_session=X"} << "" << false;
+        QTest::newRow("inside an attribute")
+            << QList<QByteArray>{"theme=1; Path=/rb_web_session=X"} << "" << false;
+        QTest::newRow("deleted, then set")
+            << QList<QByteArray>{"rb_web_session=; Max-Age=0\nrb_web_session=new; HttpOnly"} << "new" << true;
+        QTest::newRow("expired first")
+            << QList<QByteArray>{"rb_web_session=old; Expires=Thu, 01 Jan 1970 00:00:00 GMT",
+                                 "rb_web_session=new"}
+            << "new" << true;
+        QTest::newRow("expired only")
+            << QList<QByteArray>{"rb_web_session=old; Max-Age=0"} << "" << false;
+        QTest::newRow("oversized") << QList<QByteArray>{"rb_web_session=" + QByteArray(100 * 1024, 'a')}
+                                   << "" << false;
         QTest::newRow("no header") << QList<QByteArray>{} << "" << false;
     }
 
@@ -191,6 +235,14 @@ private slots:
         QTest::newRow("quoted") << QByteArray("attachment; filename=\"plain name.txt\"")
                                 << "webapi/files/x" << "plain name.txt";
         QTest::newRow("no header") << QByteArray() << "webapi/files/notes%20v2.md?x=1" << "notes v2.md";
+        QTest::newRow("climbing out") << QByteArray("attachment; filename=\"../../x\"") << "webapi/f" << "x";
+        QTest::newRow("absolute") << QByteArray("attachment; filename*=UTF-8''%2Fetc%2Fpasswd") << "webapi/f"
+                                  << "passwd";
+        QTest::newRow("dot dot") << QByteArray("attachment; filename=\"..\"") << "webapi/files/r.txt" << "r.txt";
+        QTest::newRow("nul and newline") << QByteArray("attachment; filename*=UTF-8''a%00b%0Ac.txt")
+                                         << "webapi/f" << "a_b_c.txt";
+        QTest::newRow("nothing usable") << QByteArray("attachment; filename=\"..\"") << "webapi/files/%2E%2E"
+                                        << "download";
     }
 
     void filename()

@@ -3,7 +3,8 @@
 #include "net/api.h"
 #include "net/projectcache.h"
 #include "platform/appdata.h"
-#include "platform/filesecretstore.h"
+#include "platform/atomicfile.h"
+#include "platform/secretstore.h"
 #include "session/coachengine.h"
 #include "session/session.h"
 #include "support/service.h"
@@ -19,20 +20,48 @@
 
 namespace {
 
-QString secretsPath()
+const QString item = QString::fromLatin1(Session::cookieItem);
+
+// The platform's store: the file, or the desktop keychain when the suite runs against one.
+std::unique_ptr<SecretStore> secrets()
 {
-    return AppData::path(QStringLiteral("secrets.json"));
+    return SecretStore::platform(QStringLiteral("Halvenmark"));
 }
 
 std::unique_ptr<Session> newSession()
 {
-    return std::make_unique<Session>(std::make_unique<FileSecretStore>(secretsPath()));
+    return std::make_unique<Session>(secrets());
+}
+
+// What the keychain item holds: the cookie and the server it belongs to.
+QJsonObject storedItem()
+{
+    const auto value = Sync::run(secrets()->read(item));
+    return value ? QJsonDocument::fromJson(value->toUtf8()).object() : QJsonObject();
 }
 
 std::optional<QString> storedCookie()
 {
-    FileSecretStore store(secretsPath());
-    return Sync::run(store.read(QString::fromLatin1(Session::cookieItem)));
+    const QJsonObject stored = storedItem();
+    if (stored.isEmpty())
+        return std::nullopt;
+    return stored.value(u"cookie").toString();
+}
+
+void storeCookie(const QString &cookie, const QString &server)
+{
+    const QJsonObject value{{"server", server}, {"cookie", cookie}};
+    QVERIFY(Sync::run(secrets()->write(
+        item, QString::fromUtf8(QJsonDocument(value).toJson(QJsonDocument::Compact)))));
+}
+
+bool postedPrefs(const QJsonArray &log)
+{
+    for (const QJsonValue &entry : log) {
+        if (entry[u"method"].toString() == u"POST" && entry[u"path"].toString() == u"webapi/prefs")
+            return true;
+    }
+    return false;
 }
 
 } // namespace
@@ -64,6 +93,10 @@ private slots:
     {
         home.reset(); // the old home ends first, so the new one stays in force
         home = std::make_unique<TestHome>();
+        // scripts/test runs this suite once more against a real secret service.
+        if (qEnvironmentVariableIsSet("HALVENMARK_TEST_KEYCHAIN"))
+            qunsetenv("HALVENMARK_SECRETS");
+        L::pin(QString());
         service.reset();
         ProjectCache::clear();
     }
@@ -79,7 +112,9 @@ private slots:
 
     void signInKeepsCookieAndProfile()
     {
-        L::set(QStringLiteral("ru"));
+        // Neither a run's --lang nor the stored choice is what the server learns.
+        L::set(QStringLiteral("he"));
+        L::pin(QStringLiteral("ru"));
         auto session = signedIn();
         QCOMPARE(session->gate(), Session::Gate::Ready);
         QCOMPARE(session->user(), QStringLiteral("demo"));
@@ -87,6 +122,7 @@ private slots:
         QCOMPARE(session->workspace(), QStringLiteral("ws-demo"));
         QVERIFY(session->may(QStringLiteral("projects")));
         QCOMPARE(storedCookie(), std::optional<QString>(session->cookie()));
+        QCOMPARE(storedItem().value(u"server").toString(), service.base().toString() + u'/');
 
         QFile profile(session->offlineProfileFile());
         QVERIFY(profile.open(QIODevice::ReadOnly));
@@ -95,12 +131,101 @@ private slots:
         QCOMPARE(saved.value(u"sessionHash").toString(), session->sessionHash());
         QCOMPARE(saved.value(u"user").toString(), QStringLiteral("demo"));
 
-        // The server had no language: it learns the one the app shows.
+        // The server had no language: it learns the device's.
         bool posted = false;
+        const QString device = u"\"%1\""_qs.arg(L::deviceDefault());
         for (const QJsonValue &entry : service.log())
             posted |= entry[u"method"].toString() == u"POST" && entry[u"path"].toString() == u"webapi/prefs"
-                      && entry[u"body"].toString().contains(u"\"ru\"");
+                      && entry[u"body"].toString().contains(device);
         QVERIFY(posted);
+        QVERIFY(L::stored() != u"ru");
+    }
+
+    void failedSignInKeepsNothing_data()
+    {
+        QTest::addColumn<QJsonObject>("fault");
+        QTest::newRow("profile unreadable") << QJsonObject{{"match", "webapi/me"}, {"status", 500}};
+        QTest::newRow("not authenticated")
+            << QJsonObject{{"match", "webapi/me"}, {"status", 200}, {"body", R"({"authenticated":false})"}};
+        QTest::newRow("no user name")
+            << QJsonObject{{"match", "webapi/me"}, {"status", 200}, {"body", R"({"authenticated":true})"}};
+    }
+
+    void failedSignInKeepsNothing()
+    {
+        QFETCH(QJsonObject, fault);
+        service.fault(fault);
+        auto session = newSession();
+        QVERIFY_THROWS_EXCEPTION(std::exception,
+                                 Sync::run(session->signIn(QStringLiteral("demo"), QStringLiteral("demo-password"))));
+        QCOMPARE(session->gate(), Session::Gate::Out);
+        QCOMPARE(session->cookie(), QString());
+        QCOMPARE(session->user(), QString());
+        QCOMPARE(storedCookie(), std::nullopt);
+        QVERIFY(!QFile::exists(session->offlineProfileFile()));
+    }
+
+    void sessionOfAnotherServerIsNotUsed_data()
+    {
+        QTest::addColumn<QString>("server");
+        QTest::newRow("another server") << "https://other.example/";
+        QTest::newRow("another port") << "http://127.0.0.1:1/";
+        QTest::newRow("written by an older version") << QString();
+    }
+
+    void sessionOfAnotherServerIsNotUsed()
+    {
+        QFETCH(QString, server);
+        const QString cookie = signedIn()->cookie();
+        if (server.isEmpty())
+            QVERIFY(Sync::run(secrets()->write(item, cookie))); // a bare cookie: the built-in server's
+        else
+            storeCookie(cookie, server);
+        service.clearLog();
+        auto session = newSession();
+        Sync::run(session->boot());
+        QCOMPARE(session->gate(), Session::Gate::Out);
+        QCOMPARE(session->user(), QString());
+        QVERIFY(service.log().isEmpty());
+        // Signed out here only: the other server's session stays stored.
+        QVERIFY(Sync::run(secrets()->read(item)).has_value());
+    }
+
+    void newerSignInSurvivesAnOldRejection()
+    {
+        auto session = signedIn();
+        // Meanwhile another process signs out and in as someone else.
+        const QString newer = Sync::run(Api::login(QStringLiteral("owner"), QStringLiteral("owner-password"))).cookie;
+        storeCookie(newer, service.base().toString() + u'/');
+        const QJsonObject profile{{"sessionHash", Session::sessionHash(newer)}, {"user", "owner"},
+                                  {"server", service.base().toString() + u'/'}};
+        QVERIFY(AtomicFile::write(session->offlineProfileFile(), QJsonDocument(profile).toJson()));
+        ProjectCache::write("[1]", QStringLiteral("webapi/projects"), QStringLiteral("owner"));
+
+        service.expire(QStringLiteral("demo"));
+        QVERIFY_THROWS_EXCEPTION(Api::Unauthorized, Sync::run(session->refresh()));
+        Sync::run(session->settle());
+        QCOMPARE(session->gate(), Session::Gate::Out);
+        QCOMPARE(storedCookie(), std::optional<QString>(newer));
+        QVERIFY(QFile::exists(session->offlineProfileFile()));
+        QVERIFY(ProjectCache::read(QStringLiteral("webapi/projects"), QStringLiteral("owner")));
+    }
+
+    void sessionEndedDuringRefreshIsNotReady()
+    {
+        signedIn();
+        // The server has no language, and refuses the cookie when told one.
+        service.fault({{"match", "webapi/prefs"}, {"method", "GET"}, {"body", R"({"prefs":{}})"}, {"status", 200}});
+        service.fault({{"match", "webapi/prefs"}, {"method", "POST"}, {"status", 401}});
+        auto session = newSession();
+        Sync::run(session->boot());
+        Sync::run(session->settle());
+        QVERIFY(postedPrefs(service.log()));
+        QCOMPARE(session->gate(), Session::Gate::Out);
+        QCOMPARE(session->exit(), Session::Exit::Expired);
+        QCOMPARE(session->user(), QString());
+        QVERIFY(!QFile::exists(session->offlineProfileFile()));
+        QCOMPARE(storedCookie(), std::nullopt);
     }
 
     void tokenSignIn()
@@ -137,8 +262,7 @@ private slots:
     void profileOfAnotherSessionIsIgnored()
     {
         signedIn();
-        FileSecretStore store(secretsPath());
-        Sync::run(store.write(QString::fromLatin1(Session::cookieItem), QStringLiteral("another")));
+        storeCookie(QStringLiteral("another"), service.base().toString() + u'/');
         serverDown();
         auto session = newSession();
         Sync::run(session->boot());
@@ -156,6 +280,7 @@ private slots:
 
         service.expire(QStringLiteral("demo"));
         QVERIFY_THROWS_EXCEPTION(Api::Unauthorized, Sync::run(session->refresh()));
+        Sync::run(session->settle());
         QCOMPARE(session->gate(), Session::Gate::Out);
         QCOMPARE(session->exit(), Session::Exit::Expired);
         QCOMPARE(session->exitText(), L::t(QStringLiteral("ההתחברות הסתיימה. היכנסו כדי להמשיך."),
@@ -166,7 +291,7 @@ private slots:
         QVERIFY(session->coach()->closes() > closes);
         QVERIFY(!QFile::exists(session->offlineProfileFile()));
         QVERIFY(!ProjectCache::read(QStringLiteral("webapi/projects"), QStringLiteral("demo")));
-        QTRY_VERIFY(!storedCookie().has_value());
+        QCOMPARE(storedCookie(), std::nullopt);
     }
 
     void everyForgetStepRunsWhenOneFails()
@@ -191,7 +316,8 @@ private slots:
         serverDown();
         Sync::run(session->signOut());
         QCOMPARE(session->gate(), Session::Gate::Out);
-        QTRY_VERIFY(!storedCookie().has_value());
+        // Signing out returns only once the stored session is gone.
+        QCOMPARE(storedCookie(), std::nullopt);
         // And the server never heard of it: the old cookie still works there.
         service.control("DELETE", QStringLiteral("faults"));
         const QJsonArray sessions = service.control("GET", QStringLiteral("sessions")).value(u"sessions").toArray();
