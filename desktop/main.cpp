@@ -4,6 +4,7 @@
 #include "desktopapp.h"
 #include "launch.h"
 
+#include "app/crash.h"
 #include "chat/chatbackgroundtransfer.h"
 #include "chat/chatstore.h"
 #include "net/api.h"
@@ -82,10 +83,23 @@ int main(int argc, char **argv)
         [] { QCoreApplication::exit(1); }, Qt::QueuedConnection);
 
     LaunchSteps steps;
-    // Crash capture, push registration and the health observer join here when they exist.
+    steps.armCrash = [&] {
+        Crash::arm();
+        Crash::setSurface(u"desktop"_s);
+        // What the last run left goes out once the server knows who we are.
+        QObject::connect(&session, &Session::gateChanged, &session, [&session] {
+            if (session.gate() == Session::Gate::Ready && Crash::waiting() > 0 && !Crash::flushing()) {
+                auto sending = Crash::flush();
+                Q_UNUSED(sending)
+            }
+        });
+    };
+    // Push registration and the health observer join here when this platform has them.
     steps.observeActivation = [&] {
         QObject::connect(&app, &QGuiApplication::applicationStateChanged, &shell,
                          [&](Qt::ApplicationState state) {
+                             // "In front" for crash reports means the window is active.
+                             Crash::setForeground(state == Qt::ApplicationActive);
                              if (state == Qt::ApplicationActive)
                                  shell.activated();
                          });
@@ -95,5 +109,7 @@ int main(int argc, char **argv)
     if (engine.rootObjects().isEmpty())
         return 1;
     shell.boot();
-    return app.exec();
+    const int code = app.exec();
+    Crash::settled();
+    return code;
 }
