@@ -113,10 +113,10 @@ void TestCall::absorb_data()
     const QString audio = uR"({"type":"audio","data":")"_s +
                           QString::fromLatin1(QByteArray(4800, '\x20').toBase64()) + u"\"}"_s;
     QTest::newRow("ready listens") << QStringList{} << "Listening";
-    QTest::newRow("user text appends")
-        << QStringList{R"({"type":"input_activity","active":true})",
-                       R"({"type":"user_text","text":"Hel"})", R"({"type":"user_text","text":"lo"})"}
-        << "Hearing heard=Hello user:Hello";
+    QTest::newRow("user text appends") << QStringList{R"({"type":"input_activity","active":true})",
+                                                      R"({"type":"user_text","text":"Hel"})",
+                                                      R"({"type":"user_text","text":"lo"})"}
+                                       << "Hearing heard=Hello user:Hello";
     QTest::newRow("user text replaces")
         << QStringList{R"({"type":"user_text","text":"Hel"})",
                        R"({"type":"user_text","text":"Help","replace":true})"}
@@ -130,8 +130,8 @@ void TestCall::absorb_data()
         << QStringList{R"({"type":"bot_text","text":"A"})", R"({"type":"turn_started"})",
                        R"({"type":"bot_text","text":"B"})", R"({"type":"bot_text","text":"C"})"}
         << "Listening said=BC assistant:A assistant:BC";
-    QTest::newRow("turn ended: thinking") << QStringList{R"({"type":"input_activity"})"}
-                                          << "Thinking";
+    QTest::newRow("turn ended: thinking")
+        << QStringList{R"({"type":"input_activity"})"} << "Thinking";
     QTest::newRow("reply audio: speaking") << QStringList{audio, audio} << "Speaking";
     QTest::newRow("interrupted drops the reply")
         << QStringList{R"({"type":"input_activity"})", audio, R"({"type":"bot_text","text":"x"})",
@@ -294,8 +294,8 @@ void TestCall::accountSwitchResetsToDefaults()
 
     rig.link.replies.clear();
     rig.call.checkAvailability(u"u2"_s);
-    QCOMPARE(QStringList({rig.call.voice(), rig.call.language(), rig.call.provider(),
-                          rig.state(), rig.tuning.account()}),
+    QCOMPARE(QStringList({rig.call.voice(), rig.call.language(), rig.call.provider(), rig.state(),
+                          rig.tuning.account()}),
              (QStringList{"Orus", "auto", "openai", "Idle", "u2"}));
     QCOMPARE(rig.call.longMemory(), 0);
     QCOMPARE(rig.call.unavailableReason(),
@@ -311,13 +311,15 @@ void TestCall::route_data()
     QTest::addColumn<QByteArray>("output"); // the device the port last opened
 
     const QByteArray none;
-    QTest::newRow("bluetooth before the call")
-        << false << true << "bluetooth" << "Bluetooth connects when the call starts" << none;
-    QTest::newRow("bluetooth without a headset") << true << false << "bluetooth"
+    QTest::newRow("bluetooth before the call") << false << true << "bluetooth"
+                                               << "Bluetooth connects when the call starts" << none;
+    QTest::newRow("bluetooth without a headset")
+        << true << false << "bluetooth"
         << "Connect a Bluetooth headset, then choose Bluetooth." << none;
-    QTest::newRow("bluetooth headset")
-        << true << true << "bluetooth" << "Headset" << QByteArray("bluez_sink.1");
-    QTest::newRow("receiver is the default output") << true << true << "receiver" << "Memory" << none;
+    QTest::newRow("bluetooth headset") << true << true << "bluetooth"
+                                       << "Headset" << QByteArray("bluez_sink.1");
+    QTest::newRow("receiver is the default output") << true << true << "receiver"
+                                                    << "Memory" << none;
 }
 
 void TestCall::route()

@@ -38,25 +38,18 @@ std::vector<double> frameLevels(const std::vector<float> &x)
     return levels;
 }
 
-// RMS in dBFS over the frames that carry sound (within 40 dB of the loudest).
-double activeLevel(const std::vector<float> &x)
+// Scales x so that its frames that carry sound (within 40 dB of the loudest) sit at db.
+void scaleTo(std::vector<float> &x, double db)
 {
     const auto levels = frameLevels(x);
     const double loudest = *std::max_element(levels.begin(), levels.end());
     double sum = 0;
     int count = 0;
-    for (double db : levels) {
-        if (db > loudest - 40) {
-            sum += std::pow(10, db / 10);
-            ++count;
-        }
+    for (double level : levels) {
+        sum += level > loudest - 40 ? std::pow(10, level / 10) : 0;
+        count += level > loudest - 40;
     }
-    return 10 * std::log10(sum / count);
-}
-
-void scaleTo(std::vector<float> &x, double db)
-{
-    const float gain = float(std::pow(10, (db - activeLevel(x)) / 20));
+    const float gain = float(std::pow(10, (db - 10 * std::log10(sum / count)) / 20));
     for (float &s : x) {
         s *= gain;
     }

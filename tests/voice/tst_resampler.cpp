@@ -15,7 +15,8 @@ std::vector<float> convert(Resampler &r, const std::vector<float> &in, qsizetype
         const qsizetype n = std::min<qsizetype>(chunk > 0 ? chunk : random.bounded(1, 3000),
                                                 qsizetype(in.size() - at));
         std::vector<float> part(size_t(r.maxOutput(n)));
-        out.insert(out.end(), part.begin(), part.begin() + r.process(in.data() + at, n, part.data()));
+        out.insert(out.end(), part.begin(),
+                   part.begin() + r.process(in.data() + at, n, part.data()));
         at += size_t(n);
     }
     return out;
