@@ -45,14 +45,10 @@ void TestCallBargeGate::script_data()
     QTest::addColumn<bool>("admitted");
 
     const double none = std::nan("");
-    QTest::newRow("-10 acts as -20: -21 held")
-        << -10.0 << -80.0 << "p-21*20" << QList{0} << 0 << false;
-    QTest::newRow("-10 acts as -20: -19 opens")
-        << -10.0 << -80.0 << "p-19*9" << QList{180} << 1 << true;
-    QTest::newRow("-70 acts as -50: -51 held")
-        << -70.0 << -80.0 << "p-51*20" << QList{0} << 0 << false;
-    QTest::newRow("-70 acts as -50: -49 opens")
-        << -70.0 << -80.0 << "p-49*9" << QList{180} << 1 << true;
+    QTest::newRow("-10 acts as -20: -21 held, -19 opens")
+        << -10.0 << -80.0 << "p-21*20 p-19*9" << QList{0, 180} << 1 << true;
+    QTest::newRow("-70 acts as -50: -51 held, -49 opens")
+        << -70.0 << -80.0 << "p-51*20 p-49*9" << QList{0, 180} << 1 << true;
     QTest::newRow("release at -56: -55 holds the floor")
         << -70.0 << -80.0 << "p-40*9 q-55*50" << QList{180, 1000} << 1 << true;
     QTest::newRow("release at -56: 0.8 s at -57 closes")
@@ -75,10 +71,9 @@ void TestCallBargeGate::script_data()
         << -33.0 << -60.0 << "@1 p-60*1 @1.02 q-30*9" << QList{0, 180} << 1 << true;
     QTest::newRow("no playback ever: straight through")
         << -33.0 << none << "q-20*3 q-70*3" << QList{60, 60} << 0 << false;
-    QTest::newRow("during playback 0.5 s below release closes")
-        << -33.0 << -60.0 << "p-20*9 p-45*25" << QList{180, 500} << 1 << false;
-    QTest::newRow("during playback 0.48 s below release stays open")
-        << -33.0 << -60.0 << "p-20*9 p-45*24" << QList{180, 480} << 1 << true;
+    QTest::newRow("during playback 0.48 s below release stays open, 0.5 s closes")
+        << -33.0 << -60.0 << "p-20*9 p-45*24 p-20*1 p-45*25" << QList{180, 480, 20, 500} << 1
+        << false;
     QTest::newRow("release bar is the floor + 5 during playback")
         << -33.0 << -40.0 << "p-20*9 p-36*25" << QList{180, 500} << 1 << false;
     QTest::newRow("speech after closing needs a new candidate")
