@@ -16,8 +16,7 @@ public:
     QCoro::Task<bool> open(QString path) override
     {
         paths.append(path);
-        m_open = refuseOpens <= 0;
-        refuseOpens -= 1;
+        m_open = refuseOpens-- <= 0;
         co_return m_open;
     }
     void close() override { m_open = false; }
@@ -25,32 +24,18 @@ public:
     QCoro::Task<bool> send(QByteArray text) override
     {
         if (holdSends) {
-            ++held;
             co_await qCoro(this, &FakeCallLink::released);
         }
-        if (!m_open) {
-            co_return false;
+        if (m_open) {
+            sent.append(QJsonDocument::fromJson(text).object());
         }
-        sent.append(QJsonDocument::fromJson(text).object());
-        co_return true;
+        co_return m_open;
     }
     QCoro::Task<QJsonObject> get(QString path, std::chrono::milliseconds) override
     {
-        requests.append(path);
-        if (!replies.contains(path)) {
-            throw std::runtime_error("unreachable");
-        }
-        co_return replies.value(path);
+        co_return reply(path);
     }
-    QCoro::Task<QJsonObject> post(QString path, QJsonObject body) override
-    {
-        requests.append(path);
-        posted.append(body);
-        if (!replies.contains(path)) {
-            throw std::runtime_error("unreachable");
-        }
-        co_return replies.value(path);
-    }
+    QCoro::Task<QJsonObject> post(QString path, QJsonObject) override { co_return reply(path); }
 
     // The server sends a frame.
     void serve(const QByteArray &json) { emit received(json); }
@@ -59,11 +44,7 @@ public:
         m_open = false;
         emit dropped();
     }
-    void release()
-    {
-        held = 0;
-        emit released();
-    }
+    void release() { emit released(); }
     QStringList sentTypes() const
     {
         QStringList types;
@@ -75,16 +56,20 @@ public:
 
     QStringList paths;
     QList<QJsonObject> sent;
-    QStringList requests;
-    QList<QJsonObject> posted;
     QHash<QString, QJsonObject> replies;
     int refuseOpens = 0;
     bool holdSends = false;
-    int held = 0;
 
 signals:
     void released();
 
 private:
+    QJsonObject reply(const QString &path) const
+    {
+        if (!replies.contains(path)) {
+            throw std::runtime_error("unreachable");
+        }
+        return replies.value(path);
+    }
     bool m_open = false;
 };

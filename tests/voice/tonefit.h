@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cmath>
 #include <vector>
 
@@ -14,47 +15,37 @@ struct ToneFit {
 
     static ToneFit of(const float *x, size_t n, double frequency, double rate)
     {
-        // Normal equations of [sin, cos, 1].
-        double a[3][3] = {};
-        double b[3] = {};
         const double w = 2 * M_PI * frequency / rate;
+        auto basis = [w](size_t i) {
+            return std::array<double, 3>{std::sin(w * double(i)), std::cos(w * double(i)), 1};
+        };
+        // Normal equations of [sin, cos, 1], solved by Gauss-Jordan elimination.
+        double m[3][4] = {};
         for (size_t i = 0; i < n; ++i) {
-            const double basis[3] = {std::sin(w * double(i)), std::cos(w * double(i)), 1};
+            const auto b = basis(i);
             for (int r = 0; r < 3; ++r) {
-                b[r] += basis[r] * x[i];
                 for (int c = 0; c < 3; ++c) {
-                    a[r][c] += basis[r] * basis[c];
+                    m[r][c] += b[r] * b[c];
                 }
+                m[r][3] += b[r] * x[i];
             }
         }
-        // Gaussian elimination on the 3x3 system.
         for (int p = 0; p < 3; ++p) {
-            for (int r = p + 1; r < 3; ++r) {
-                const double f = a[r][p] / a[p][p];
-                for (int c = p; c < 3; ++c) {
-                    a[r][c] -= f * a[p][c];
+            for (int r = 0; r < 3; ++r) {
+                const double f = r == p ? 0 : m[r][p] / m[p][p];
+                for (int c = p; c < 4; ++c) {
+                    m[r][c] -= f * m[p][c];
                 }
-                b[r] -= f * b[p];
             }
         }
-        double k[3];
-        for (int r = 2; r >= 0; --r) {
-            double s = b[r];
-            for (int c = r + 1; c < 3; ++c) {
-                s -= a[r][c] * k[c];
-            }
-            k[r] = s / a[r][r];
-        }
-        ToneFit fit;
-        fit.amplitude = std::hypot(k[0], k[1]);
+        const double k[3] = {m[0][3] / m[0][0], m[1][3] / m[1][1], m[2][3] / m[2][2]};
         double residual = 0;
         for (size_t i = 0; i < n; ++i) {
-            const double e =
-                x[i] - (k[0] * std::sin(w * double(i)) + k[1] * std::cos(w * double(i)) + k[2]);
+            const auto b = basis(i);
+            const double e = x[i] - (k[0] * b[0] + k[1] * b[1] + k[2]);
             residual += e * e;
         }
-        fit.residualRms = std::sqrt(residual / double(n));
-        return fit;
+        return {std::hypot(k[0], k[1]), std::sqrt(residual / double(n))};
     }
 };
 
