@@ -111,7 +111,6 @@ private slots:
         QTest::addColumn<QJsonObject>("fault");
         QTest::addColumn<QString>("text");
         QTest::newRow("server error") << QJsonObject{{"status", 500}} << "HTTP 500";
-        QTest::newRow("down") << QJsonObject{{"status", 503}} << "HTTP 503";
         QTest::newRow("no answer") << QJsonObject{{"drop", true}} << "Could not load the conversation.";
         QTest::newRow("odd shape") << QJsonObject{{"status", 200}, {"body", R"({"messages":"none"})"}}
                                    << "The server answered in an unexpected shape: ";

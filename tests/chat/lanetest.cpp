@@ -209,23 +209,6 @@ private slots:
         QCOMPARE(l, done);
     }
 
-    void replayedOntoLiveLane()
-    {
-        // The live lane heard the same tool events over the socket: none twice.
-        const Lane live = played(u"read|a.txt|started; read|a.txt|completed; search|q|started"_s);
-        Lane rebuilt;
-        for (const ActivityUpdate &u : QList<ActivityUpdate>{
-                 {.seq = 1, .id = run, .text = u"old"_s},
-                 {.seq = 2, .id = run, .tool = Tool{u"read"_s, u"a.txt"_s, u"started"_s}},
-                 {.seq = 3, .id = run, .tool = Tool{u"read"_s, u"a.txt"_s, u"completed"_s}}})
-            rebuilt.replay(u);
-
-        const Lane merged = rebuilt.replayed(live);
-        QCOMPARE(steps(merged.tools), u"read:1|read|a.txt|completed; search:1|search|q|started");
-        QCOMPARE(merged.eventCursor, std::optional<qint64>(3));
-        QCOMPARE(Lane{.id = u"run_9"_s}.replayed(live), live);
-    }
-
     void jsonRoundTrip()
     {
         const Lane l{.id = run,
@@ -245,28 +228,6 @@ private slots:
         QCOMPARE(Lane::fromJson(Lane{.id = run}.toJson()), Lane{.id = run});
     }
 
-    void activityKey_data()
-    {
-        QTest::addColumn<QString>("id");
-        QTest::addColumn<QString>("label");
-        QTest::addColumn<QString>("key");
-        QTest::newRow("plain run") << "run_1"
-                                   << "Researcher"
-                                   << "run_1";
-        QTest::newRow("task in heading") << "run_1"
-                                         << "Task #12 · Researcher"
-                                         << "task:12";
-        QTest::newRow("task in run id") << "task_31"
-                                        << ""
-                                        << "task:31";
-    }
-
-    void activityKey()
-    {
-        QFETCH(QString, id);
-        QFETCH(QString, label);
-        QTEST((Lane{.id = id, .label = label}.activityKey()), "key");
-    }
 };
 
 QTEST_GUILESS_MAIN(LaneTest)

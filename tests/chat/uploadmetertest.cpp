@@ -108,7 +108,6 @@ private slots:
         QFETCH(QString, text);
         meter->report(key, size / 2, size);
         QCOMPARE(meter->text(key), text);
-        QCOMPARE(meter->moving(key, 15), !text.isEmpty());
         QCOMPARE(shown->size(), text.isEmpty() ? 0 : 1);
     }
 
@@ -156,27 +155,6 @@ private slots:
         QCOMPARE(sleeper->requested.size(), 3);
     }
 
-    void moving_data()
-    {
-        QTest::addColumn<qint64>("lastSent");
-        QTest::addColumn<double>("askedAt");
-        QTest::addColumn<bool>("moving");
-        QTest::newRow("moved 15 s ago") << qint64(200) << 25.0 << true;
-        QTest::newRow("moved 16 s ago") << qint64(200) << 26.0 << false;
-        QTest::newRow("same bytes reported again") << qint64(100) << 20.0 << false;
-    }
-
-    void moving()
-    {
-        QFETCH(qint64, lastSent);
-        QFETCH(double, askedAt);
-        report(0.0, 100);
-        report(10.0, lastSent);
-        now = askedAt;
-        QTEST(meter->moving(key, 15), "moving");
-        QVERIFY(!meter->moving(QStringLiteral("unknown"), 15));
-    }
-
     void clearTakesTheTextBackAndCancelsWhatIsOwed()
     {
         report(0.0, 100'000);
@@ -184,7 +162,6 @@ private slots:
         meter->clear(key);
         QCOMPARE(texts(), (QStringList{"10%", ""}));
         QCOMPARE(meter->text(key), QString());
-        QVERIFY(!meter->moving(key, 15));
 
         // A new upload under the same key starts afresh; the cancelled wait publishes nothing.
         report(0.12, 500'000);
