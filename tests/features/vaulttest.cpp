@@ -164,8 +164,9 @@ private slots:
         QFETCH(QString, copiedMeanwhile);
         QFETCH(bool, cleared);
         clipboard.present = present;
-        VaultStore store(owner, &clipboard, sleeper);
-        QCOMPARE(store.copy(u"s3cret"_s), present);
+        VaultClipboard copier(clipboard, sleeper);
+        QSignalSpy expired(&copier, &VaultClipboard::expired);
+        QCOMPARE(copier.copy(u"s3cret"_s), present);
         QCOMPARE(sleeper.waiting(), int(present));
         if (!present)
             return;
@@ -175,7 +176,9 @@ private slots:
         if (!copiedMeanwhile.isEmpty())
             clipboard.content = copiedMeanwhile;
         sleeper.advance();
-        QTRY_COMPARE(clipboard.content, cleared ? QString() : copiedMeanwhile);
+        QTRY_COMPARE(expired.size(), 1);
+        QCOMPARE(expired.first().first().toBool(), cleared);
+        QCOMPARE(clipboard.content, cleared ? QString() : copiedMeanwhile);
     }
 
     void unlock_data()
