@@ -135,8 +135,7 @@ private slots:
     void normalEndLeavesNothing()
     {
         QCOMPARE(cli({"debug", "hang", "0.2"}), 0);
-        QCOMPARE(cli({"whoami"}), 0);
-        service.clearLog();
+        QCOMPARE(cli({"whoami"}), 0); // a later start may send what it found: count from login on
         QCOMPARE(cli({"debug", "report"}), 0);
         QCOMPARE(reports().size(), 0);
     }
