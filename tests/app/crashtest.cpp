@@ -67,14 +67,19 @@ private slots:
         QTest::addColumn<QByteArray>("run");       // empty: no run.json
         QTest::addColumn<QString>("kind");         // empty: nothing to report
         QTest::addColumn<QString>("reason");
-        QTest::newRow("nothing left") << QByteArray() << QByteArray() << "" << "";
-        QTest::newRow("normal end in front") << QByteArray() << runJson(true, true, 9) << "" << "";
-        QTest::newRow("killed in the background") << QByteArray() << runJson(false, false, 9) << "" << "";
+        QTest::newRow("nothing left") << QByteArray() << QByteArray() << ""
+                                      << "";
+        QTest::newRow("normal end in front") << QByteArray() << runJson(true, true, 9) << ""
+                                             << "";
+        QTest::newRow("killed in the background") << QByteArray() << runJson(false, false, 9) << ""
+                                                  << "";
         QTest::newRow("killed in front")
             << QByteArray() << runJson(true, false, 2.9) << "killed_in_foreground"
             << "no signal, killed while in front";
-        QTest::newRow("stuck 3 s") << QByteArray() << runJson(true, false, 3) << "hang" << "main thread stuck 3s, then killed";
-        QTest::newRow("stuck 4.5 s") << QByteArray() << runJson(true, false, 4.5) << "hang" << "main thread stuck 4.5s, then killed";
+        QTest::newRow("stuck 3 s") << QByteArray() << runJson(true, false, 3) << "hang"
+                                   << "main thread stuck 3s, then killed";
+        QTest::newRow("stuck 4.5 s") << QByteArray() << runJson(true, false, 4.5) << "hang"
+                                     << "main thread stuck 4.5s, then killed";
         QTest::newRow("signal, even after a settled run")
             << QByteArray("signal 11\nframe 1\nframe 2\n") << runJson(false, true, 0) << "crash"
             << "signal 11";

@@ -13,7 +13,11 @@
 
 namespace {
 
-struct Run { int status = -1; QByteArray out; QString err; };
+struct Run {
+    int status = -1;
+    QByteArray out;
+    QString err;
+};
 
 } // namespace
 
@@ -48,7 +52,8 @@ class FeatureCliTest : public QObject
     {
         QList<int> out;
         for (const QJsonValue &e : service.log()) {
-            const QJsonObject body = QJsonDocument::fromJson(e[u"body"].toString().toUtf8()).object();
+            const QJsonObject body =
+                QJsonDocument::fromJson(e[u"body"].toString().toUtf8()).object();
             if (e[u"path"].toString() == u"webapi/health/sync" && e[u"status"].toInt() == 200)
                 out << int(body[u"workouts"].toArray().size() + body[u"deleted"].toArray().size());
         }
@@ -71,10 +76,12 @@ private slots:
     {
         QTest::addColumn<QStringList>("args");
         QTest::newRow("vault alone") << QStringList{"vault"};
-        QTest::newRow("add of an unknown kind") << QStringList{"vault", "add", "pin", "--title", "t"};
+        QTest::newRow("add of an unknown kind")
+            << QStringList{"vault", "add", "pin", "--title", "t"};
         QTest::newRow("field without =")
             << QStringList{"vault", "add", "note", "--title", "t", "--field", "x"};
-        QTest::newRow("import of a missing file") << QStringList{"health", "import", "/nonexistent.xml"};
+        QTest::newRow("import of a missing file")
+            << QStringList{"health", "import", "/nonexistent.xml"};
         QTest::newRow("copy without a display") << QStringList{"vault", "copy", "v1"};
     }
 
@@ -123,7 +130,8 @@ private slots:
         if (trouble == u"expire")
             service.expire(u"demo"_qs);
         else if (trouble == u"drop")
-            service.fault({{u"match"_qs, u"webapi/vault"_qs}, {u"drop"_qs, true}, {u"times"_qs, 3}});
+            service.fault(
+                {{u"match"_qs, u"webapi/vault"_qs}, {u"drop"_qs, true}, {u"times"_qs, 3}});
         else
             service.fault({{u"match"_qs, u"webapi/vault"_qs}, {u"status"_qs, 500}});
         QCOMPARE(cli({"vault", "list"}).status, status);

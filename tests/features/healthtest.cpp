@@ -40,7 +40,10 @@ HealthWorkoutSample workout(int n, QDateTime start = now.addDays(-1))
 class FakeStore : public HealthStore
 {
 public:
-    struct Query { QDateTime since; QByteArray anchor; };
+    struct Query {
+        QDateTime since;
+        QByteArray anchor;
+    };
     QList<std::pair<std::optional<HealthWorkoutSample>, QString>> changes; // added, or deleted
     QList<Query> queries;
     QList<QDateTime> dailyFrom;

@@ -131,7 +131,8 @@ private slots:
             << quint64(69) << QList<quint64>{top, 5} << quint64(5) << 2;
         QTest::newRow("lowest of the remainder rejected")
             << quint64(69) << QList<quint64>{top - 51, 70} << quint64(1) << 2;
-        QTest::newRow("last fair draw kept") << quint64(69) << QList<quint64>{top - 52} << quint64(68) << 1;
+        QTest::newRow("last fair draw kept")
+            << quint64(69) << QList<quint64>{top - 52} << quint64(68) << 1;
         QTest::newRow("power of two has no remainder")
             << quint64(64) << QList<quint64>{top} << quint64(63) << 1;
     }
@@ -259,7 +260,8 @@ private slots:
         // Nor in any file of the app's (settings, page cache, outbox).
         QDirIterator files(home.path(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
         while (files.hasNext())
-            QVERIFY2(!AtomicFile::read(files.next()).value_or("").contains("sk-1"), qPrintable(files.filePath()));
+            QVERIFY2(!AtomicFile::read(files.next()).value_or("").contains("sk-1"),
+                     qPrintable(files.filePath()));
 
         const QMap<QString, QString> edit{{u"title"_s, u"Work 2"_s}};
         Sync::run(store.save(a, VaultKind::ApiKey, edit, false));
@@ -304,7 +306,8 @@ private slots:
             QTRY_VERIFY(sleeper.waiting() > 0);
             sleeper.advance();
         }
-        QTRY_VERIFY_WITH_TIMEOUT(done, 10'000); // the 20 s delay: the minute passed on the fake clock
+        QTRY_VERIFY_WITH_TIMEOUT(done,
+                                 10'000); // the 20 s delay: the minute passed on the fake clock
         QCOMPARE(store.failure(), failure);
         QCOMPARE(sleeper.requested.first(), std::chrono::milliseconds(std::chrono::seconds(60)));
         QVERIFY(store.items().isEmpty());
