@@ -67,8 +67,10 @@ private slots:
         QTest::newRow("ru to en") << "ru" << "en" << 1 << 0;
         QTest::newRow("he to he") << "he" << "he" << 0 << 0;
         QTest::newRow("he to unknown") << "he" << "fr" << int(!deviceHe) << int(!deviceHe);
-        QTest::newRow("ru to upper case: not ours") << "ru" << "HE" << int(L::deviceDefault() != u"ru") << int(deviceHe);
-        QTest::newRow("ru to empty") << "ru" << "" << int(L::deviceDefault() != u"ru") << int(deviceHe);
+        QTest::newRow("ru to upper case: not ours")
+            << "ru" << "HE" << int(L::deviceDefault() != u"ru") << int(deviceHe);
+        QTest::newRow("ru to empty")
+            << "ru" << "" << int(L::deviceDefault() != u"ru") << int(deviceHe);
         // Hebrew from the device alone leaves the layout as it is until a language is stored.
         QTest::newRow("unset to he") << "" << "he" << int(!deviceHe) << 1;
     }

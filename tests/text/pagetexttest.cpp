@@ -66,7 +66,8 @@ private slots:
         QTest::newRow("age 86400") << false << qint64(86400) << Texts{"1d", "1 дн", "יום"};
         QTest::newRow("age clock skew") << false << qint64(-30) << Texts{"0s", "0 с", "0 שניות"};
         QTest::newRow("lasted negative") << true << qint64(-5) << Texts{"0s", "0 с", "0 שנ׳"};
-        QTest::newRow("lasted minutes and seconds") << true << qint64(185) << Texts{"3m 5s", "3 мин 5 с", "3 דק׳ 5 שנ׳"};
+        QTest::newRow("lasted minutes and seconds")
+            << true << qint64(185) << Texts{"3m 5s", "3 мин 5 с", "3 דק׳ 5 שנ׳"};
         QTest::newRow("lasted hours drop seconds")
             << true << qint64(2 * 3600 + 5 * 60 + 59) << Texts{"2h 5m", "2 ч 5 мин", "2 שע׳ 5 דק׳"};
     }
@@ -162,7 +163,8 @@ private slots:
         QTest::addColumn<OptReal>("x");
         QTest::addColumn<QString>("expected");
         QTest::newRow("absent") << "he" << OptReal() << "–";
-        QTest::newRow("infinite") << "en" << OptReal(std::numeric_limits<double>::infinity()) << "–";
+        QTest::newRow("infinite")
+            << "en" << OptReal(std::numeric_limits<double>::infinity()) << "–";
         QTest::newRow("Russian") << "ru" << OptReal(12.6) << "13 с";
         QTest::newRow("half rounds away") << "en" << OptReal(2.5) << "3s";
     }
