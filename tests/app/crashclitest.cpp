@@ -53,10 +53,9 @@ class CrashCliTest : public QObject
     QList<QJsonObject> reports()
     {
         QList<QJsonObject> found;
-        for (const QJsonValue &entry : service.log()) {
-            if (entry["path"].toString() == u"webapi/client-report" &&
-                entry["status"].toInt() == 200)
-                found << QJsonDocument::fromJson(entry["body"].toString().toUtf8()).object();
+        for (const QJsonValue &e : service.log()) {
+            if (e["path"].toString() == u"webapi/client-report" && e["status"].toInt() == 200)
+                found << QJsonDocument::fromJson(e["body"].toString().toUtf8()).object();
         }
         return found;
     }
@@ -133,15 +132,13 @@ private slots:
         QCOMPARE(sent.size(), 1);
         QCOMPARE(sent[0]["kind"].toString(), u"hang"_s);
         QVERIFY(sent[0]["reason"].toString().startsWith(u"main thread stuck "_s));
-        QVERIFY(sent[0]["reason"].toString().endsWith(u"s, then killed"_s));
         QVERIFY(sent[0]["foreground"].toBool());
     }
 
     void normalEndLeavesNothing()
     {
         QCOMPARE(cli({"debug", "hang", "0.2"}), 0);
-        QCOMPARE(cli({"whoami"}), 0);
-        service.clearLog();
+        QCOMPARE(cli({"whoami"}), 0); // a later start may send what it found: count from login on
         QCOMPARE(cli({"debug", "report"}), 0);
         QCOMPARE(reports().size(), 0);
     }

@@ -36,8 +36,7 @@ class FeatureCliTest : public QObject
         env.insert(QStringLiteral("HALVENMARK_SECRETS"), QStringLiteral("file"));
         env.insert(QStringLiteral("HALVENMARK_SERVER"), service.base().toString());
         env.insert(QStringLiteral("LANG"), QStringLiteral("C.UTF-8"));
-        env.remove(QStringLiteral("DISPLAY"));
-        env.remove(QStringLiteral("WAYLAND_DISPLAY"));
+        env.remove(QStringLiteral("DISPLAY")), env.remove(QStringLiteral("WAYLAND_DISPLAY"));
         process.setProcessEnvironment(env);
         process.start(QStringLiteral(HALVENMARK_CLI), args);
         process.write(input);
@@ -52,15 +51,11 @@ class FeatureCliTest : public QObject
     QList<int> pages()
     {
         QList<int> out;
-        for (const QJsonValue &entry : service.log()) {
-            const QJsonObject e = entry.toObject();
-            if (e.value(u"path").toString() != u"webapi/health/sync" ||
-                e.value(u"status").toInt() != 200)
-                continue;
+        for (const QJsonValue &e : service.log()) {
             const QJsonObject body =
-                QJsonDocument::fromJson(e.value(u"body").toString().toUtf8()).object();
-            out << int(body.value(u"workouts").toArray().size() +
-                       body.value(u"deleted").toArray().size());
+                QJsonDocument::fromJson(e[u"body"].toString().toUtf8()).object();
+            if (e[u"path"].toString() == u"webapi/health/sync" && e[u"status"].toInt() == 200)
+                out << int(body[u"workouts"].toArray().size() + body[u"deleted"].toArray().size());
         }
         return out;
     }
@@ -81,13 +76,10 @@ private slots:
     {
         QTest::addColumn<QStringList>("args");
         QTest::newRow("vault alone") << QStringList{"vault"};
-        QTest::newRow("reveal without an id") << QStringList{"vault", "reveal"};
         QTest::newRow("add of an unknown kind")
             << QStringList{"vault", "add", "pin", "--title", "t"};
-        QTest::newRow("add without a title") << QStringList{"vault", "add", "login"};
         QTest::newRow("field without =")
             << QStringList{"vault", "add", "note", "--title", "t", "--field", "x"};
-        QTest::newRow("import without a file") << QStringList{"health", "import"};
         QTest::newRow("import of a missing file")
             << QStringList{"health", "import", "/nonexistent.xml"};
         QTest::newRow("copy without a display") << QStringList{"vault", "copy", "v1"};
@@ -148,10 +140,10 @@ private slots:
     void healthImportThenALaterExport()
     {
         QTemporaryDir dir;
-        const auto write = [&](int count) {
+        const auto write = [&](int from, int count) {
             QByteArray xml = "<HealthData>";
             const QDateTime first(QDate::currentDate().addDays(-30), QTime(6, 0), Qt::UTC);
-            for (int i = 0; i < count; ++i) {
+            for (int i = from; i < count; ++i) {
                 const QString start = first.addSecs(i * 600).toString(u"yyyy-MM-dd HH:mm:ss +0000");
                 xml +=
                     QStringLiteral("<Workout workoutActivityType=\"HKWorkoutActivityTypeWalking\" "
@@ -163,16 +155,16 @@ private slots:
             QVERIFY(file.open(QIODevice::WriteOnly));
             file.write(xml + "</HealthData>");
         };
-        write(520);
+        write(0, 520);
         Run run = cli({"health", "import", dir.filePath(u"export.xml"_qs), "--json"});
         QCOMPARE(run.status, 0);
         QCOMPARE(QJsonDocument::fromJson(run.out).object().value(u"total_workouts").toInt(), 520);
         QCOMPARE(pages(), (QList<int>{500, 20}));
 
         service.clearLog();
-        write(523); // the next export of the same phone: three more
+        write(1, 523); // the next export of the same phone: the first gone, three more
         QCOMPARE(cli({"health", "import", dir.filePath(u"export.xml"_qs)}).status, 0);
-        QCOMPARE(pages(), QList<int>{3});
+        QCOMPARE(pages(), QList<int>{4});
 
         QCOMPARE(cli({"health", "disconnect", "--forget"}).status, 0);
         run = cli({"health", "--json"});
