@@ -379,7 +379,7 @@ private slots:
         for (const OutboxTurn &t : reloaded().turns)
             got.append(t.id);
         QCOMPARE(got.size(), 2 * count);
-        for (const QString tag : {u"a"_s, u"b"_s}) {
+        for (const QString &tag : {u"a"_s, u"b"_s}) {
             const QStringList mine = got.filter(QRegularExpression(u"^"_s + tag + u"-"_s));
             QStringList expected;
             for (int i = 0; i < count; ++i)
