@@ -312,6 +312,8 @@ QCoro::Task<int> outbox(Invocation in)
 {
     auto store = storeFor(in);
     store->prepare();
+    if (store->outbox().lost() > 0)
+        Console::err(store->banner());
     const QList<OutboxTurn> turns = store->outbox().state().turns;
     if (in.json) {
         QJsonArray out;

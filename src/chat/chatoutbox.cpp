@@ -192,13 +192,63 @@ struct StateFile {
     OutboxState state;
     QString token;
     qint64 size = 0;
+    int lost = 0; // turns of a damaged file that could not be read back
 };
+
+// The turns of a state.json that does not parse (cut short, a flipped byte): every whole turn
+// object in its "turns" list is read on its own. lost counts the ones that would not read.
+QList<OutboxTurn> salvageTurns(const QByteArray &bytes, int &lost)
+{
+    QList<OutboxTurn> turns;
+    const qsizetype key = bytes.indexOf("\"turns\"");
+    const qsizetype open = key < 0 ? -1 : bytes.indexOf('[', key);
+    if (open < 0)
+        return turns;
+    int depth = 0;
+    bool inString = false;
+    bool escaped = false;
+    qsizetype start = -1;
+    for (qsizetype i = open + 1; i < bytes.size(); ++i) {
+        const char c = bytes.at(i);
+        if (inString) {
+            if (escaped)
+                escaped = false;
+            else if (c == '\\')
+                escaped = true;
+            else if (c == '"')
+                inString = false;
+            continue;
+        }
+        if (c == '"') {
+            inString = true;
+        } else if (c == '{') {
+            if (depth++ == 0)
+                start = i;
+        } else if (c == '}' && depth > 0) {
+            if (--depth == 0) {
+                const QJsonDocument doc = QJsonDocument::fromJson(bytes.mid(start, i - start + 1));
+                try {
+                    turns.append(OutboxTurn::fromJson(doc.object()));
+                } catch (const DecodeError &) {
+                    ++lost;
+                }
+                start = -1;
+            }
+        } else if (c == ']' && depth == 0) {
+            return turns;
+        }
+    }
+    if (start >= 0)
+        ++lost; // the file ends inside a turn
+    return turns;
+}
 
 // What state.journal held: only newline-ended lines count.
 struct JournalFile {
     bool present = false;
     bool unreadable = false;
     bool headerOK = false;
+    bool headerDamaged = false; // a first line is there but does not read as a header
     QString token;
     QList<QByteArray> records;
     bool tornTail = false;
@@ -221,9 +271,11 @@ StateFile readState(const QString &path)
     QJsonParseError error{};
     const QJsonDocument doc = QJsonDocument::fromJson(bytes, &error);
     if (error.error != QJsonParseError::NoError || !doc.isObject()) {
+        out.state.turns = salvageTurns(bytes, out.lost);
         qCWarning(lcOutbox).noquote()
             << "outbox" << path << "is damaged (" << error.errorString() << "); kept aside as"
-            << damagedName;
+            << damagedName << "-" << out.state.turns.size() << "turns read back," << out.lost
+            << "could not be";
         return out;
     }
     out.parsed = true;
@@ -255,8 +307,9 @@ JournalFile readJournal(const QString &path)
             const QJsonObject header = QJsonDocument::fromJson(text).object();
             out.token = header.value(tokenKey).toString();
             out.headerOK = !out.token.isEmpty();
+            out.headerDamaged = !out.headerOK;
             if (!out.headerOK)
-                qCWarning(lcOutbox).noquote() << "outbox" << path << "has no header";
+                qCWarning(lcOutbox).noquote() << "outbox" << path << "header is damaged";
             continue;
         }
         out.records.append(text);
@@ -387,9 +440,17 @@ void ChatOutbox::loadUnlocked()
     m_state = std::move(state.state);
     m_stateBytes = state.size;
 
-    // Without a readable state.json the journal is all there is: keep what it says.
+    m_lost = state.lost;
+    // Without a readable state.json the journal is all there is: keep what it says. A journal
+    // whose header is damaged may be this state's or an earlier one's; its changes are replayed
+    // all the same, since the state already holds whatever an earlier journal recorded and
+    // each change sets a turn to what it last was: nothing is applied twice.
     const bool ownJournal = !state.token.isEmpty() && journal.token == state.token;
-    const bool replay = journal.headerOK && (!state.parsed || ownJournal);
+    const bool replay = (journal.headerOK && (!state.parsed || ownJournal)) || journal.headerDamaged;
+    if (state.parsed && !state.token.isEmpty() && !journal.present)
+        qCWarning(lcOutbox).noquote() << "outbox" << m_folder
+                                      << "lost its journal: turns recorded since" << statePath()
+                                      << "was last written may be gone";
     if (journal.present && !replay)
         qCInfo(lcOutbox) << "outbox journal does not belong to state.json; ignored";
     int damagedLines = 0;
@@ -399,6 +460,7 @@ void ChatOutbox::loadUnlocked()
                 apply(m_state, decode(Decode::from<QJsonObject>(journal.records.at(i))));
             } catch (const DecodeError &e) {
                 ++damagedLines;
+                ++m_lost;
                 qCWarning(lcOutbox).noquote() << "outbox journal line" << i + 2
                                               << "is damaged and was skipped:" << e.key
                                               << e.expected << e.found;
@@ -413,7 +475,7 @@ void ChatOutbox::loadUnlocked()
     for (OutboxTurn &turn : m_state.turns)
         guessed = std::exchange(turn.failureGuessed, false) || guessed;
 
-    const bool dirty = stateDamaged || damagedLines > 0 || guessed
+    const bool dirty = stateDamaged || damagedLines > 0 || guessed || journal.headerDamaged
                        || (replay && (!journal.records.isEmpty() || journal.tornTail));
     if (dirty) {
         if (!compact(m_state))

@@ -32,6 +32,8 @@ public:
     static ChatOutbox at(const QString &folder);
     QString folder() const { return m_folder; }
     const OutboxState &state() const { return m_state; }
+    // Turns and changes the last load found damaged beyond reading (every other one was kept).
+    int lost() const { return m_lost; }
 
     // Reads what is on disk (nothing there: an empty state). A damaged file never throws: what
     // can be read is kept, the rest is reported on stderr through a logging category, and a
@@ -97,4 +99,5 @@ private:
     qint64 m_stateBytes = 0;
     qint64 m_written = 0;
     Stamps m_seen;
+    int m_lost = 0;
 };

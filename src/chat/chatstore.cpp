@@ -200,6 +200,14 @@ void ChatStore::prepare()
         }
     }
     m_outbox->load();
+    if (const int lost = m_outbox->lost(); lost > 0) {
+        // Damaged files kept every turn they could; the user hears how many could not be.
+        m_banner = L::t(u"לא ניתן היה לקרוא %1 מההודעות שחיכו לשליחה במכשיר הזה."_s,
+                        u"%1 of the messages waiting on this device could not be read."_s,
+                        u"Не удалось прочитать %1 из сообщений, ждавших отправки на этом устройстве."_s)
+                       .arg(lost);
+        emit bannerChanged();
+    }
     hydrate();
     restorePending();
     m_composer = m_outbox->state().composerText.value_or(QString());

@@ -222,12 +222,19 @@ private slots:
         QTest::addColumn<QByteArray>("bytes");
         QTest::addColumn<QString>("turns");
         QTest::addColumn<QString>("warning");
-        QTest::newRow("state cut short") << -1 << "{\"turns\":["_ba << "3:v1" << "json is damaged";
-        QTest::newRow("state not an object") << -1 << "[1,2]"_ba << "3:v1" << "json is damaged";
+        QTest::addColumn<int>("lost");
+        QTest::newRow("state cut short") << -1 << "{\"turns\":["_ba << "3:v1" << "json is damaged" << 0;
+        // Every whole turn of a cut state.json is read back; the one cut through is counted.
+        QTest::newRow("state cut inside a turn")
+            << -1 << "{\"turns\":[{\"id\":\"turn-1\",\"text\":\"1:v1\"},{\"id\":\"turn-5\",\"te"_ba
+            << "1:v1 3:v1" << "json is damaged" << 1;
+        QTest::newRow("state not an object") << -1 << "[1,2]"_ba << "3:v1" << "json is damaged" << 0;
         // That build may have delivered what the journal holds: it is not sent twice.
         QTest::newRow("state rewritten by an older build")
-            << -1 << R"({"turns":[{"id":"turn-9","text":"9:v1"}]})"_ba << "9:v1" << "";
-        QTest::newRow("journal line") << 1 << "{\x01\xff"_ba << "1:v1 3:v1" << "line 2 is damaged";
+            << -1 << R"({"turns":[{"id":"turn-9","text":"9:v1"}]})"_ba << "9:v1" << "" << 0;
+        QTest::newRow("journal line") << 1 << "{\x01\xff"_ba << "1:v1 3:v1" << "line 2 is damaged" << 1;
+        // A flipped byte in the header: its changes still count.
+        QTest::newRow("journal header") << 0 << "{\"jou\x01"_ba << "1:v1 3:v1" << "header is damaged" << 0;
     }
 
     void damagedFiles()
@@ -242,7 +249,10 @@ private slots:
                   line < 0 ? bytes : lines.join('\n'));
         if (!warning.isEmpty())
             QTest::ignoreMessage(QtWarningMsg, QRegularExpression(warning));
-        const OutboxState got = reloaded();
+        ChatOutbox loaded(key);
+        loaded.load();
+        const OutboxState got = loaded.state();
+        QTEST(loaded.lost(), "lost");
         QTEST(summary(got), "turns");
         QCOMPARE(readFile(u"state-damaged.json"_s), warning.startsWith(u"json") ? bytes : ""_ba);
         QCOMPARE(reloaded(), got); // quietly, from the repaired files
