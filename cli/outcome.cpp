@@ -1,6 +1,7 @@
 #include "outcome.h"
 
 #include "console.h"
+#include "terminaltext.h"
 #include "net/apierror.h"
 #include "net/failuretext.h"
 #include "session/session.h"
@@ -46,7 +47,8 @@ int report(const std::exception_ptr &error)
         return notSignedIn();
     } catch (...) {
     }
-    Console::err(FailureText::of(error));
+    // The server's own reason is part of this text: made safe before the terminal sees it.
+    Console::err(TerminalText::safe(FailureText::of(error), TerminalText::Lines::Keep));
     return FailureText::isUnreachable(error) ? Unreachable : Refused;
 }
 

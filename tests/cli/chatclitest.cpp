@@ -177,6 +177,10 @@ private slots:
             << QStringList{"chat", "send", "hi"}
             << QJsonObject{{"match", "webapi/chat"}, {"status", 403},
                            {"body", "{\"error\":\"no\",\"detail\":\"\\u001b]0;owned\\u0007\"}"}};
+        QTest::newRow("a page's error detail")
+            << QStringList{"get", "webapi/tasks"}
+            << QJsonObject{{"match", "webapi/tasks"}, {"status", 409},
+                           {"body", "{\"error\":\"no\",\"detail\":\"\\u001b[2Jgone\"}"}};
     }
 
     void serverTextIsMadeSafe()
