@@ -9,6 +9,7 @@
 #include "chat/chatoutbox.h"
 #include "chat/chatrowsmodel.h"
 #include "chatprompt.h"
+#include "videoprep.h"
 #include "voicecommands.h"
 #include "render.h"
 #include "terminaltext.h"
@@ -20,7 +21,10 @@
 #include <QCoroSignal>
 #include <QCoroTimer>
 #include <QDateTime>
+#include <QDir>
 #include <QElapsedTimer>
+#include <QFileInfo>
+#include <QTemporaryDir>
 #include <QJsonArray>
 
 #include <cstdio>
@@ -236,9 +240,20 @@ QCoro::Task<int> sendTurn(Invocation in)
     }
     auto store = storeFor(in);
     store->prepare();
-    for (const QString &path : in.files) {
-        if (!store->attachFile(path)) {
-            Console::err(store->sendError() + u" ("_s + path + u")"_s);
+    // Shrunk videos wait here until they are copied into the outbox.
+    QTemporaryDir scratch(QDir::temp().filePath(u"shared-XXXXXX"_s));
+    for (const QString &given : in.files) {
+        QString path = given;
+        QString name;
+        if (VideoPrep::isVideo(given)) {
+            const std::optional<QString> shrunk = co_await VideoPrep::shrink(given, scratch.path());
+            if (!shrunk)
+                co_return Refused;
+            path = *shrunk;
+            name = QFileInfo(given).completeBaseName() + u".mp4"_s;
+        }
+        if (!store->attachFile(path, name)) {
+            Console::err(store->sendError() + u" ("_s + given + u")"_s);
             co_return Refused;
         }
     }
