@@ -7,6 +7,7 @@
 #include "chat/media/audiodecode.h"
 #include "chat/voice/voiceplayer.h"
 #include "platform/appdata.h"
+#include "platform/monotonic.h"
 #include "platform/sleeper.h"
 #include "platform/voiceoutput.h"
 #include "session/session.h"
@@ -14,7 +15,6 @@
 
 #include <QCoroTimer>
 #include <QAudioDevice>
-#include <QElapsedTimer>
 #include <QMediaDevices>
 
 #include <cstdio>
@@ -66,13 +66,11 @@ QCoro::Task<int> play(Invocation in)
     }
     auto collecting = toFile ? new CollectingVoiceOutput : nullptr;
     std::unique_ptr<VoiceOutput> output(toFile ? collecting : VoiceOutput::platform());
-    QElapsedTimer clock;
-    clock.start();
     // Named, not brace-built in place: GCC 12 mishandles such temporaries in coroutines.
     VoicePlayer::Dependencies deps;
     deps.output = output.get();
     deps.sleeper = &Sleeper::real();
-    deps.clock = [&clock] { return double(clock.elapsed()) / 1000.0; };
+    deps.clock = Monotonic::seconds;
     deps.cache = AppData::path(u"voice-cache"_s);
     VoicePlayer player(deps);
     while (player.rate() != (in.rate == 0 ? 1.0 : in.rate))

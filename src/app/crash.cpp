@@ -4,6 +4,7 @@
 #include "crashreport.h"
 #include "diagnostics.h"
 #include "platform/appdata.h"
+#include "platform/monotonic.h"
 #include "platform/atomicfile.h"
 #include "vitals.h"
 
@@ -192,8 +193,7 @@ QString folder()
 
 double monotonic()
 {
-    using namespace std::chrono;
-    return duration<double>(steady_clock::now().time_since_epoch()).count();
+    return Monotonic::seconds();
 }
 
 bool armed()

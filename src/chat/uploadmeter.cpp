@@ -1,9 +1,9 @@
 #include "uploadmeter.h"
 
+#include "platform/monotonic.h"
 #include "platform/sleeper.h"
 
 #include <QCoroTask>
-#include <QElapsedTimer>
 #include <QPointer>
 
 using namespace std::chrono_literals;
@@ -13,16 +13,6 @@ namespace {
 constexpr qint64 smallest = 32'768;
 constexpr double spacing = 0.2;
 constexpr auto owedDelay = 300ms;
-
-double steadySeconds()
-{
-    static QElapsedTimer timer = [] {
-        QElapsedTimer t;
-        t.start();
-        return t;
-    }();
-    return double(timer.nsecsElapsed()) / 1e9;
-}
 
 QCoro::Task<> later(Sleeper *sleeper, std::chrono::milliseconds delay, std::function<void()> fire)
 {
@@ -35,7 +25,7 @@ QCoro::Task<> later(Sleeper *sleeper, std::chrono::milliseconds delay, std::func
 UploadMeter::UploadMeter(Sleeper *sleeper, Clock now, QObject *parent)
     : QObject(parent)
     , m_sleeper(sleeper ? sleeper : &Sleeper::real())
-    , m_now(now ? std::move(now) : Clock(steadySeconds))
+    , m_now(now ? std::move(now) : Clock(Monotonic::seconds))
 {
 }
 

@@ -1,13 +1,13 @@
 #include "voice/call.h"
 
 #include "platform/audioport.h"
+#include "platform/monotonic.h"
 #include "platform/sleeper.h"
 #include "text/l.h"
 #include "voice/callaudio.h"
 #include "voice/calllink.h"
 #include "voice/voicetuning.h"
 
-#include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QLoggingCategory>
 
@@ -25,16 +25,6 @@ constexpr int chunksBeforeReady = 3;
 constexpr qsizetype backlogBytes = 48000;
 constexpr int maxAttempts = 5;
 
-double steadyUptime()
-{
-    static const QElapsedTimer timer = [] {
-        QElapsedTimer t;
-        t.start();
-        return t;
-    }();
-    return double(timer.nsecsElapsed()) / 1e9;
-}
-
 } // namespace
 
 Call::Call(ChatScope scope, CallLink *link, AudioPort *port, Sleeper *sleeper, Clock clock,
@@ -43,7 +33,7 @@ Call::Call(ChatScope scope, CallLink *link, AudioPort *port, Sleeper *sleeper, C
     , m_scope(scope)
     , m_link(link)
     , m_sleeper(sleeper ? sleeper : &Sleeper::real())
-    , m_clock(clock ? std::move(clock) : Clock(steadyUptime))
+    , m_clock(clock ? std::move(clock) : Clock(Monotonic::seconds))
     , m_tuning(tuning ? tuning : &VoiceTuning::shared())
     , m_audio(std::make_unique<CallAudio>(port, m_sleeper, m_clock))
     , m_port(port)

@@ -1,10 +1,10 @@
 #include "voice/callaudio.h"
 
 #include "platform/audioport.h"
+#include "platform/monotonic.h"
 #include "platform/sleeper.h"
 #include "voice/pcm.h"
 
-#include <QElapsedTimer>
 #include <QLoggingCategory>
 #include <QMutexLocker>
 
@@ -26,23 +26,13 @@ constexpr double stallAfter = 1.5;
 constexpr double restartEvery = 0.5;
 constexpr double silentTooLong = 12;
 
-double steadyUptime()
-{
-    static const QElapsedTimer timer = [] {
-        QElapsedTimer t;
-        t.start();
-        return t;
-    }();
-    return double(timer.nsecsElapsed()) / 1e9;
-}
-
 } // namespace
 
 CallAudio::CallAudio(AudioPort *port, Sleeper *sleeper, Clock clock, QObject *parent)
     : QObject(parent)
     , m_port(port)
     , m_sleeper(sleeper ? sleeper : &Sleeper::real())
-    , m_clock(clock ? std::move(clock) : Clock(steadyUptime))
+    , m_clock(clock ? std::move(clock) : Clock(Monotonic::seconds))
 {}
 
 CallAudio::~CallAudio()
