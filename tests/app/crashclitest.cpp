@@ -1,6 +1,7 @@
 // Crash capture in a real process: the terminal client crashing, hanging and ending
 // normally, then reporting on its next start.
 
+#include "support/clirun.h"
 #include "support/service.h"
 #include "support/testhome.h"
 
@@ -24,12 +25,7 @@ class CrashCliTest : public QObject
 
     void prepare(QProcess &process)
     {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("HALVENMARK_HOME", home->path());
-        env.insert("HALVENMARK_SECRETS", "file");
-        env.insert("HALVENMARK_SERVER", service.base().toString());
-        env.insert("LANG", "C.UTF-8");
-        process.setProcessEnvironment(env);
+        process.setProcessEnvironment(cliEnvironment(home->path(), service.base()));
     }
 
     // Exit status, or -signal when the process died of one.

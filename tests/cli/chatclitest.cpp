@@ -1,6 +1,7 @@
 // The terminal client's chat commands as scripts drive them, and a real client process
 // killed at each step of a send: after the next start the server holds the turn exactly once.
 
+#include "support/clirun.h"
 #include "support/service.h"
 #include "support/testhome.h"
 
@@ -11,15 +12,7 @@
 #include <QProcess>
 #include <QTest>
 
-namespace {
-
-struct Run {
-    int status = -1;
-    QByteArray out;
-    QString err;
-};
-
-} // namespace
+using Run = CliRun;
 
 class ChatCliTest : public QObject
 {
@@ -30,10 +23,7 @@ class ChatCliTest : public QObject
 
     QProcessEnvironment environment(const QByteArray &pauseAt = {})
     {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("HALVENMARK_HOME"), home->path());
-        env.insert(QStringLiteral("HALVENMARK_SECRETS"), QStringLiteral("file"));
-        env.insert(QStringLiteral("HALVENMARK_SERVER"), service.base().toString());
+        QProcessEnvironment env = cliEnvironment(home->path(), service.base());
         if (!pauseAt.isEmpty())
             env.insert(QStringLiteral("HALVENMARK_PAUSE_AT"), QString::fromLatin1(pauseAt));
         return env;
@@ -41,15 +31,7 @@ class ChatCliTest : public QObject
 
     Run cli(const QStringList &args, const QByteArray &input = {})
     {
-        QProcess process;
-        process.setProcessEnvironment(environment());
-        process.start(QStringLiteral(HALVENMARK_CLI), args);
-        process.write(input);
-        process.closeWriteChannel();
-        if (!process.waitForFinished(60'000))
-            process.kill();
-        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-                process.readAllStandardOutput(), QString::fromUtf8(process.readAllStandardError())};
+        return runCli(QStringLiteral(HALVENMARK_CLI), args, environment(), input, 60'000);
     }
 
     QJsonArray stored()

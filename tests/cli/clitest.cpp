@@ -1,5 +1,6 @@
 // The terminal client as scripts see it: commands, JSON shapes and exit statuses.
 
+#include "support/clirun.h"
 #include "support/service.h"
 #include "support/testhome.h"
 
@@ -9,17 +10,7 @@
 #include <QProcess>
 #include <QTest>
 
-namespace {
-
-struct Run {
-    int status = -1;
-    QByteArray out;
-    QString err;
-
-    QJsonObject json() const { return QJsonDocument::fromJson(out).object(); }
-};
-
-} // namespace
+using Run = CliRun;
 
 class CliTest : public QObject
 {
@@ -31,21 +22,9 @@ class CliTest : public QObject
     Run cli(const QStringList &args, const QByteArray &input = {},
             const QString &server = {})
     {
-        QProcess process;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("HALVENMARK_HOME"), home->path());
-        env.insert(QStringLiteral("HALVENMARK_SECRETS"), QStringLiteral("file"));
-        env.insert(QStringLiteral("HALVENMARK_SERVER"),
-                   server.isEmpty() ? service.base().toString() : server);
-        env.insert(QStringLiteral("LANG"), QStringLiteral("C.UTF-8"));
-        process.setProcessEnvironment(env);
-        process.start(QStringLiteral(HALVENMARK_CLI), args);
-        process.write(input);
-        process.closeWriteChannel();
-        if (!process.waitForFinished(30'000))
-            process.kill();
-        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-                process.readAllStandardOutput(), QString::fromUtf8(process.readAllStandardError())};
+        const QProcessEnvironment env =
+            cliEnvironment(home->path(), server.isEmpty() ? service.base() : QUrl(server));
+        return runCli(QStringLiteral(HALVENMARK_CLI), args, env, input);
     }
 
     void login() { QCOMPARE(cli({"login", "--user", "demo"}, "demo-password\n").status, 0); }
@@ -258,11 +237,7 @@ private slots:
         login();
         service.setPage(QStringLiteral("webapi/counter"), QJsonObject{{"count", 1}});
         QProcess process;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("HALVENMARK_HOME"), home->path());
-        env.insert(QStringLiteral("HALVENMARK_SECRETS"), QStringLiteral("file"));
-        env.insert(QStringLiteral("HALVENMARK_SERVER"), service.base().toString());
-        process.setProcessEnvironment(env);
+        process.setProcessEnvironment(cliEnvironment(home->path(), service.base()));
         process.start(QStringLiteral(HALVENMARK_CLI), {"watch", "webapi/counter", "--every", "0.2"});
         auto nextLine = [&] {
             while (!process.canReadLine())

@@ -1,25 +1,17 @@
 // health and vault in the terminal client, as scripts drive them: exit statuses, what goes
 // to the server, and that nothing is asked before it can be used.
 
+#include "support/clirun.h"
 #include "support/service.h"
 #include "support/testhome.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
-namespace {
-
-struct Run {
-    int status = -1;
-    QByteArray out;
-    QString err;
-};
-
-} // namespace
+using Run = CliRun;
 
 class FeatureCliTest : public QObject
 {
@@ -30,21 +22,9 @@ class FeatureCliTest : public QObject
 
     Run cli(const QStringList &args, const QByteArray &input = {})
     {
-        QProcess process;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("HALVENMARK_HOME"), home->path());
-        env.insert(QStringLiteral("HALVENMARK_SECRETS"), QStringLiteral("file"));
-        env.insert(QStringLiteral("HALVENMARK_SERVER"), service.base().toString());
-        env.insert(QStringLiteral("LANG"), QStringLiteral("C.UTF-8"));
+        QProcessEnvironment env = cliEnvironment(home->path(), service.base());
         env.remove(QStringLiteral("DISPLAY")), env.remove(QStringLiteral("WAYLAND_DISPLAY"));
-        process.setProcessEnvironment(env);
-        process.start(QStringLiteral(HALVENMARK_CLI), args);
-        process.write(input);
-        process.closeWriteChannel();
-        if (!process.waitForFinished(30'000))
-            process.kill();
-        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-                process.readAllStandardOutput(), QString::fromUtf8(process.readAllStandardError())};
+        return runCli(QStringLiteral(HALVENMARK_CLI), args, env, input);
     }
 
     // Sizes of the accepted health pages, in order.
