@@ -24,7 +24,7 @@ bool didReceive(const QByteArray &payload, const QString &folder)
 {
     const QString name = u"%1-%2.json"_s.arg(QDateTime::currentMSecsSinceEpoch())
                              .arg(QUuid::createUuid().toString(QUuid::Id128).left(8));
-    return AtomicFile::write(QDir(folder).filePath(name), payload, AtomicFile::Access::OwnerOnly);
+    return AtomicFile::write(QDir(folder).filePath(name), payload);
 }
 
 QJsonObject report(const QByteArray &payload)

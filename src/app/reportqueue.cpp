@@ -36,8 +36,7 @@ bool ReportQueue::add(const QJsonObject &report)
         u"%1-%2.json"_s.arg(QDateTime::currentMSecsSinceEpoch(), 13, 10, QChar(u'0'))
             .arg(QUuid::createUuid().toString(QUuid::Id128).left(8));
     if (!AtomicFile::write(QDir(m_folder).filePath(name),
-                           QJsonDocument(report).toJson(QJsonDocument::Compact),
-                           AtomicFile::Access::OwnerOnly)) {
+                           QJsonDocument(report).toJson(QJsonDocument::Compact))) {
         qCWarning(lcApp) << "could not keep a report in" << m_folder;
         return false;
     }

@@ -10,9 +10,9 @@
 
 namespace AtomicFile {
 
-bool write(const QString &path, const QByteArray &bytes, Access)
+bool write(const QString &path, const QByteArray &bytes)
 {
-    // Every file the app writes is the user's own data: owner-only, whatever the caller asked.
+    // Every file the app writes is the user's own data.
     if (path.isEmpty() || !AppData::makeFolder(QFileInfo(path).absolutePath()))
         return false;
     QSaveFile file(path);

@@ -20,8 +20,7 @@ bool FileSecretStore::save(const QJsonObject &items) const
 {
     if (items.isEmpty())
         return !QFile::exists(m_path) || QFile::remove(m_path);
-    return AtomicFile::write(m_path, QJsonDocument(items).toJson(QJsonDocument::Compact),
-                             AtomicFile::Access::OwnerOnly);
+    return AtomicFile::write(m_path, QJsonDocument(items).toJson(QJsonDocument::Compact));
 }
 
 QCoro::Task<std::optional<QString>> FileSecretStore::read(QString key)

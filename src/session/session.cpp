@@ -445,8 +445,7 @@ void Session::saveOfflineProfile() const
     if (m_cookie.isEmpty())
         return;
     const OfflineProfile copy{sessionHash(), m_profile, Api::base().toString()};
-    if (!AtomicFile::write(offlineProfileFile(), QJsonDocument(copy.toJson()).toJson(),
-                           AtomicFile::Access::OwnerOnly))
+    if (!AtomicFile::write(offlineProfileFile(), QJsonDocument(copy.toJson()).toJson()))
         qCWarning(lcSession) << "the offline profile could not be saved";
 }
 

@@ -38,7 +38,7 @@ private slots:
         // Through the helpers, and the way other areas write (their own folders, QSaveFile).
         QVERIFY(AtomicFile::write(AppData::path("a/b/page"), "x"));
         QVERIFY(
-            AtomicFile::write(AppData::path("profile.json"), "{}", AtomicFile::Access::Default));
+            AtomicFile::write(AppData::path("profile.json"), "{}"));
         QVERIFY(QDir().mkpath(AppData::path("outbox/turn-1")));
         QSaveFile journal(AppData::path("outbox/turn-1/journal"));
         QVERIFY(journal.open(QIODevice::WriteOnly));

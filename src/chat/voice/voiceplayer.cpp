@@ -270,7 +270,7 @@ QString VoicePlayer::keep(const QString &name, const QByteArray &bytes)
 {
     const QString path = QDir(m_deps.cache).filePath(name + u'.' + extensionOf(bytes.left(16)));
     // The user's own conversation: readable by the user alone.
-    if (!AtomicFile::write(path, bytes, AtomicFile::Access::OwnerOnly))
+    if (!AtomicFile::write(path, bytes))
         return {};
     return path;
 }
