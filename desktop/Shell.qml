@@ -72,6 +72,7 @@ Item {
                     }
                 }
                 Item { Layout.fillWidth: true }
+                CallButton {}
                 Label {
                     objectName: "userLabel"
                     text: App.session.label

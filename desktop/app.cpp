@@ -15,6 +15,8 @@
 #include <QQmlEngine>
 #include <QQuickWindow>
 
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 Q_LOGGING_CATEGORY(lcStartup, "halvenmark.desktop.startup", QtWarningMsg)
@@ -309,15 +311,22 @@ void App::follow()
     if (m_chat && (!in || m_chat->account() != m_session->user())) {
         ChatController *old = m_chat;
         m_chat = nullptr;
+        CallController *oldCall = std::exchange(m_call, nullptr);
         emit chatChanged();
         old->deleteLater();
+        if (oldCall) {
+            oldCall->hangUp(); // at once: the devices close with the account
+            oldCall->deleteLater();
+        }
     }
     if (!in)
         closeProject();
     if (in && !m_chat) {
         m_chat = new ChatController(ChatScope::main(), m_session->user(), m_session->role(), this);
+        m_call = CallController::live(ChatScope::main(), m_session->user(), this);
         emit chatChanged();
         m_chat->open();
+        m_call->open();
     }
 }
 
