@@ -7,6 +7,8 @@ import Halvenmark.Desktop
 ToolButton {
     id: button
     property CallController controller: App.call
+    // The call screen's sheet over the window.
+    readonly property alias sheet: sheet
     objectName: "callOpenButton"
     visible: controller !== null && (controller.call.available || controller.active)
     focusPolicy: Qt.NoFocus
@@ -36,6 +38,7 @@ ToolButton {
         width: parent ? parent.width : 0
         height: parent ? parent.height : 0
         modal: true
+        focus: true
         padding: 0
         closePolicy: Popup.NoAutoClose
         onOpened: {

@@ -8,6 +8,7 @@ import Halvenmark.Desktop
 // hangs up and closes.
 FocusScope {
     id: screen
+    objectName: "callScreen"
     required property CallController controller
     readonly property Call call: controller.call
     // Esc, or the close button of a call that is over.

@@ -41,6 +41,7 @@ ScrollView {
             visible: text !== ""
             text: settings.call.routeDetail
             color: Theme.subtle
+            horizontalAlignment: Text.AlignLeft
             wrapMode: Text.Wrap
             textFormat: Text.PlainText
         }
@@ -59,6 +60,7 @@ ScrollView {
             visible: text !== ""
             text: settings.call.inputName
             color: Theme.subtle
+            horizontalAlignment: Text.AlignLeft
             elide: Text.ElideRight
             textFormat: Text.PlainText
         }
@@ -66,7 +68,7 @@ ScrollView {
         Label {
             Layout.topMargin: 6
             text: Lang.t("רגישות להפרעה", "Interruption threshold", "Порог перебивания")
-                  + ": " + Math.round(settings.controller.threshold) + " dB"
+                  + ": \u2066" + Math.round(settings.controller.threshold) + " dB\u2069"
             font.bold: true
         }
         Slider {

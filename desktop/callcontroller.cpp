@@ -27,8 +27,8 @@ QVariantMap choice(const QString &value, const QString &label)
 } // namespace
 
 CallController::CallController(ChatScope scope, QString account, std::unique_ptr<CallLink> link,
-                               std::unique_ptr<AudioPort> port, Sleeper *sleeper,
-                               Call::Clock clock, VoiceTuning *tuning, QObject *parent)
+                               std::unique_ptr<AudioPort> port, Sleeper *sleeper, Call::Clock clock,
+                               VoiceTuning *tuning, QObject *parent)
     : QObject(parent)
     , m_account(std::move(account))
     , m_link(std::move(link))
@@ -127,8 +127,8 @@ QString CallController::meterText() const
     const auto db = [](double v) {
         return QChar(0x2066) + QString::number(std::lround(v)) + u" dB"_s + QChar(0x2069);
     };
-    QString text = db(m_call->microphoneDB()) + u" · "_s +
-                   L::t(u"סף "_s, u"bar "_s, u"порог "_s) + db(m_call->effectiveThresholdDB());
+    QString text = db(m_call->microphoneDB()) + u" · "_s + L::t(u"סף "_s, u"bar "_s, u"порог "_s) +
+                   db(m_call->effectiveThresholdDB());
     if (const auto floor = m_call->bargeGate().echoFloor) {
         text += u" · "_s + L::t(u"הד "_s, u"echo "_s, u"эхо "_s) + db(*floor);
     }
@@ -188,9 +188,8 @@ void CallController::refreshDevices()
 
 QVariantList CallController::languages() const
 {
-    QVariantList list{
-        choice(u"auto"_s, L::t(u"לפי שפת האפליקציה"_s, u"Follow app language"_s,
-                               u"Как в приложении"_s))};
+    QVariantList list{choice(
+        u"auto"_s, L::t(u"לפי שפת האפליקציה"_s, u"Follow app language"_s, u"Как в приложении"_s))};
     for (const QString &code : languageCodes) {
         QString name = QLocale(code).nativeLanguageName();
         if (!name.isEmpty()) {
@@ -261,8 +260,7 @@ void CallController::chooseOutput(const QString &id)
     }
 }
 
-void CallController::choose(const QString &voice, const QString &language,
-                            const QString &provider)
+void CallController::choose(const QString &voice, const QString &language, const QString &provider)
 {
     if (!m_saving) {
         saveChoice(voice, language, provider);

@@ -117,8 +117,7 @@ public:
     // Lists the devices again (a headset plugged in).
     Q_INVOKABLE void refreshDevices();
     // Saves one preference; the others stay as they are.
-    Q_INVOKABLE void choose(const QString &voice, const QString &language,
-                            const QString &provider);
+    Q_INVOKABLE void choose(const QString &voice, const QString &language, const QString &provider);
     Q_INVOKABLE void consolidateMemory();
 
 signals:

@@ -6,8 +6,8 @@
 #include "desktopapp.h"
 #include "fakecalllink.h"
 
-#include "platform/filesecretstore.h"
 #include "platform/fileaudioport.h"
+#include "platform/filesecretstore.h"
 #include "support/fakesleeper.h"
 #include "support/testhome.h"
 #include "text/l.h"

@@ -2,15 +2,15 @@ import QtQuick
 import QtTest
 import Halvenmark.Desktop
 
-// The call screen in a call, in English and Hebrew, saved as PNG files; its keys and its
-// failure with the retry.
+// The call screen in a call, in English and Hebrew, saved as PNG files; its sheet and keys
+// from the toolbar button; a failure with the retry.
 Surface {
     id: top
     width: 900
     height: 640
 
     Component { id: screenComponent; CallScreen { controller: testCall } }
-    SignalSpy { id: closed; signalName: "closeRequested" }
+    Component { id: buttonComponent; CallButton { controller: testCall } }
 
     TestCase {
         name: "CallScreen"
@@ -76,26 +76,37 @@ Surface {
             verify(hangUp.visible)
             compare(hangUp.mapToItem(top, hangUp.width / 2, 0).x > top.width / 2, data.lang !== "he")
             grabImage(top).save(shotFolder + "/" + data.tag + ".png")
+
+            // The settings: the sound server's default first, then the devices; the voice chosen.
+            mouseClick(findChild(screen, "settingsTab"))
+            const outputs = findChild(screen, "outputDevice")
+            tryCompare(outputs, "count", 3)
+            compare(outputs.currentIndex, 0)
+            compare(findChild(screen, "voiceChoice").currentText, "Orus")
+            waitForRendering(screen)
+            grabImage(top).save(shotFolder + "/" + data.tag + "-settings.png")
         }
 
-        function test_keys() {
+        // From the toolbar: the sheet opens with the call and takes the keys.
+        function test_button() {
             fixture.language("en")
-            callUnderWay()
-            const screen = createTemporaryObject(screenComponent, top, { width: top.width, height: top.height })
-            closed.target = screen
-            closed.clear()
-            screen.forceActiveFocus()
+            testCall.hangUp()
+            const button = createTemporaryObject(buttonComponent, top)
+            button.clicked()
+            verify(testCall.active)
+            tryVerify(() => button.sheet.opened)
             const muted = testCall.call.muted
             keyClick(Qt.Key_Space)
             compare(testCall.call.muted, !muted)
-            compare(findChild(screen, "muteButton").checked, !muted)
-            keyClick(Qt.Key_Space)
-            compare(testCall.call.muted, muted)
+            compare(button.sheet.contentItem.item.objectName, "callScreen")
+            compare(findChild(button.sheet.contentItem.item, "muteButton").checked, !muted)
             keyClick(Qt.Key_Escape)
             verify(!testCall.active)
-            compare(closed.count, 1)
+            tryVerify(() => !button.sheet.visible)
             verify(!fixture.deviceOpen())
-            compare(findChild(screen, "notice").text, "Call ended. Background tasks keep running.")
+            compare(testCall.call.notice, "Call ended. Background tasks keep running.")
+            if (testCall.call.muted !== muted)
+                testCall.toggleMute()
         }
 
         function test_failure_data() {
