@@ -113,7 +113,7 @@ FocusScope {
         Label {
             objectName: "notice"
             Layout.fillWidth: true
-            visible: text !== "" && !screen.controller.active && !screen.controller.failed
+            visible: text !== "" && !screen.controller.failed
             text: screen.call.notice
             color: Theme.subtle
             wrapMode: Text.Wrap
