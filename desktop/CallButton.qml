@@ -42,7 +42,6 @@ ToolButton {
         padding: 0
         closePolicy: Popup.NoAutoClose
         onOpened: {
-            button.controller.refreshDevices()
             if (body.item)
                 body.item.forceActiveFocus()
         }

@@ -30,6 +30,9 @@ FocusScope {
         }
     }
 
+    // A headset plugged in since the last call shows up.
+    Component.onCompleted: controller.refreshDevices()
+
     Rectangle {
         anchors.fill: parent
         color: Theme.background

@@ -51,9 +51,11 @@ CallController::CallController(ChatScope scope, QString account, std::unique_ptr
         emit phaseChanged();
         emit meterChanged();
         emit choicesChanged();
-        refreshDevices();
+        if (!m_outputs.isEmpty()) {
+            refreshDevices(); // the default's name
+        }
     });
-    refreshDevices();
+    // The devices are listed when the screen opens: signing in does not wake the sound server.
 }
 
 CallController::~CallController()
