@@ -33,6 +33,8 @@ Item {
         title: Lang.t("לנתק את Apple Health?", "Disconnect Apple Health?", "Отключить Apple Health?")
         ColumnLayout {
             width: 380
+            LayoutMirroring.enabled: Lang.rtl
+            LayoutMirroring.childrenInherit: true
             Label {
                 Layout.fillWidth: true
                 wrapMode: Text.Wrap
@@ -57,7 +59,7 @@ Item {
 
         ColumnLayout {
             width: Math.min(page.width - 48, 760)
-            x: 24
+            x: (page.width - width) / 2
             spacing: 12
 
             Item { height: 8 }
@@ -106,7 +108,8 @@ Item {
                     Label {
                         objectName: "healthUnavailable"
                         Layout.fillWidth: true
-                        text: { Lang.code; return Health.unavailableText() }
+                        // It opens with "Apple Health": in Hebrew the line must still read right to left.
+                        text: { Lang.code; return (Lang.rtl ? "\u200F" : "") + Health.unavailableText() }
                         wrapMode: Text.Wrap
                     }
                     Label {

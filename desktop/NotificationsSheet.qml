@@ -12,7 +12,6 @@ Dialog {
     width: Math.min(Overlay.overlay ? Overlay.overlay.width - 40 : 520, 520)
     modal: true
     title: Lang.t("בדיקת התראות", "Notification check", "Проверка уведомлений")
-    standardButtons: Dialog.Close
 
     onOpened: Notify.checkStatus()
 
@@ -29,6 +28,9 @@ Dialog {
     ColumnLayout {
         width: parent.width
         spacing: 10
+        LayoutMirroring.enabled: Lang.rtl
+        LayoutMirroring.childrenInherit: true
+
         Line {
             objectName: "pushPermission"
             mark: "●"
@@ -76,6 +78,15 @@ Dialog {
             visible: text !== ""
             text: { Lang.code; return Notify.testText }
             wrapMode: Text.Wrap
+        }
+    }
+    footer: DialogButtonBox {
+        // A popup does not inherit the page's direction.
+        LayoutMirroring.enabled: Lang.rtl
+        Button {
+            objectName: "pushClose"
+            text: Lang.t("סגירה", "Close", "Закрыть")
+            DialogButtonBox.buttonRole: DialogButtonBox.RejectRole
         }
     }
 }

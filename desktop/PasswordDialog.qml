@@ -16,6 +16,8 @@ Dialog {
     ColumnLayout {
         width: 360
         spacing: 8
+        LayoutMirroring.enabled: Lang.rtl
+        LayoutMirroring.childrenInherit: true
         Label {
             Layout.fillWidth: true
             text: Vault.askReason

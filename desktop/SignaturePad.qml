@@ -23,6 +23,7 @@ ColumnLayout {
     Rectangle {
         Layout.fillWidth: true
         Layout.fillHeight: true
+        Layout.preferredHeight: 120
         color: "#ffffff"
         border.color: Theme.border
         radius: 4

@@ -45,6 +45,8 @@ Dialog {
             id: form
             width: parent.width
             spacing: 8
+            LayoutMirroring.enabled: Lang.rtl
+            LayoutMirroring.childrenInherit: true
             ComboBox {
                 objectName: "vaultItemKind"
                 Layout.fillWidth: true
@@ -70,53 +72,60 @@ Dialog {
                         text: entry.modelData.label
                         font.bold: true
                     }
-                    RowLayout {
+                    // Only the input the field needs is made.
+                    Loader {
                         Layout.fillWidth: true
-                        visible: entry.modelData.input === "line" || entry.modelData.input === "secret"
-                        TextField {
-                            id: line
-                            objectName: "field_" + entry.modelData.key
-                            Layout.fillWidth: true
-                            echoMode: entry.modelData.input === "secret" && !showSecret.checked ? TextInput.Password : TextInput.Normal
-                            placeholderText: dialog.editing && entry.modelData.input === "secret"
-                                             ? Lang.t("ללא שינוי כשנשאר ריק", "Unchanged when left empty", "Без изменений, если оставить пустым") : ""
-                            text: dialog.values[entry.modelData.key] || ""
-                            onTextEdited: dialog.setValue(entry.modelData.key, text)
-                        }
-                        ToolButton {
-                            id: showSecret
-                            visible: entry.modelData.input === "secret"
-                            checkable: true
-                            text: checked ? "◉" : "◎"
-                            ToolTip.visible: hovered
-                            ToolTip.text: Lang.t("הצגה", "Show", "Показать")
-                        }
-                        Button {
-                            visible: entry.modelData.key === "password"
-                            text: Lang.t("יצירה", "Generate", "Создать")
-                            onClicked: {
-                                dialog.setValue(entry.modelData.key, Vault.generate())
-                                showSecret.checked = true
+                        sourceComponent: entry.modelData.input === "text" ? textInput
+                                       : entry.modelData.input === "signature" ? padInput : lineInput
+                    }
+                    Component {
+                        id: lineInput
+                        RowLayout {
+                            TextField {
+                                objectName: "field_" + entry.modelData.key
+                                Layout.fillWidth: true
+                                echoMode: entry.modelData.input === "secret" && !showSecret.checked ? TextInput.Password : TextInput.Normal
+                                placeholderText: dialog.editing && entry.modelData.input === "secret"
+                                                 ? Lang.t("ללא שינוי כשנשאר ריק", "Unchanged when left empty", "Без изменений, если оставить пустым") : ""
+                                text: dialog.values[entry.modelData.key] || ""
+                                onTextEdited: dialog.setValue(entry.modelData.key, text)
+                            }
+                            ToolButton {
+                                id: showSecret
+                                visible: entry.modelData.input === "secret"
+                                checkable: true
+                                text: checked ? "◉" : "◎"
+                                ToolTip.visible: hovered
+                                ToolTip.text: Lang.t("הצגה", "Show", "Показать")
+                            }
+                            Button {
+                                visible: entry.modelData.key === "password"
+                                text: Lang.t("יצירה", "Generate", "Создать")
+                                onClicked: {
+                                    dialog.setValue(entry.modelData.key, Vault.generate())
+                                    showSecret.checked = true
+                                }
                             }
                         }
                     }
-                    TextArea {
-                        Layout.fillWidth: true
-                        Layout.preferredHeight: 90
-                        visible: entry.modelData.input === "text"
-                        wrapMode: TextEdit.Wrap
-                        placeholderText: dialog.editing ? Lang.t("ללא שינוי כשנשאר ריק", "Unchanged when left empty", "Без изменений, если оставить пустым") : ""
-                        text: dialog.values[entry.modelData.key] || ""
-                        onTextChanged: if (text !== (dialog.values[entry.modelData.key] || "")) dialog.setValue(entry.modelData.key, text)
+                    Component {
+                        id: textInput
+                        TextArea {
+                            implicitHeight: 90
+                            wrapMode: TextEdit.Wrap
+                            placeholderText: dialog.editing ? Lang.t("ללא שינוי כשנשאר ריק", "Unchanged when left empty", "Без изменений, если оставить пустым") : ""
+                            text: dialog.values[entry.modelData.key] || ""
+                            onTextChanged: if (text !== (dialog.values[entry.modelData.key] || "")) dialog.setValue(entry.modelData.key, text)
+                        }
                     }
-                    SignaturePad {
-                        Layout.fillWidth: true
-                        Layout.preferredHeight: 160
-                        visible: entry.modelData.input === "signature"
-                        signHere: dialog.texts.signHere
-                        redrawText: dialog.texts.redraw
-                        clearText: dialog.texts.clear
-                        onDrawn: text => dialog.setValue(entry.modelData.key, text)
+                    Component {
+                        id: padInput
+                        SignaturePad {
+                            signHere: dialog.texts.signHere
+                            redrawText: dialog.texts.redraw
+                            clearText: dialog.texts.clear
+                            onDrawn: text => dialog.setValue(entry.modelData.key, text)
+                        }
                     }
                 }
             }

@@ -23,11 +23,6 @@ Item {
         width: Math.min(parent.width - 48, 420)
         spacing: 12
         Label {
-            Layout.alignment: Qt.AlignHCenter
-            text: "🔒"
-            font.pixelSize: 48
-        }
-        Label {
             Layout.fillWidth: true
             horizontalAlignment: Text.AlignHCenter
             text: page.texts.locked
@@ -92,11 +87,10 @@ Item {
                 text: Lang.t("הוספה…", "Add…", "Добавить…")
                 onClicked: editor.openFor(null, Vault.kind !== "" ? Vault.kind : "login")
             }
-            ToolButton {
-                text: "🔒"
+            Button {
+                objectName: "vaultLock"
+                text: Lang.t("נעילה", "Lock", "Заблокировать")
                 onClicked: Vault.lock()
-                ToolTip.visible: hovered
-                ToolTip.text: Lang.t("נעילה", "Lock", "Заблокировать")
             }
         }
         RowLayout {
