@@ -87,7 +87,8 @@ QVariantList HealthController::workouts() const
             {u"start"_s, start.isValid() ? QVariant(start.toLocalTime()) : QVariant(w.startAt)},
             {u"minutes"_s, number(w.minutes)},
             {u"kcal"_s, number(w.kcal)},
-            {u"km"_s, w.distanceM && *w.distanceM > 0 ? QVariant(*w.distanceM / 1000.0) : QVariant()},
+            {u"km"_s,
+             w.distanceM && *w.distanceM > 0 ? QVariant(*w.distanceM / 1000.0) : QVariant()},
             {u"avgHr"_s, number(w.avgHr)},
             {u"source"_s, w.source},
         };

@@ -156,14 +156,14 @@ void VaultController::setActive(bool active)
 QVariantMap VaultController::texts() const
 {
     return {
-        {u"locked"_s, VaultText::locked()},       {u"lockedLine"_s, VaultText::lockedLine()},
-        {u"unlock"_s, VaultText::unlock()},       {u"all"_s, VaultText::all()},
-        {u"search"_s, VaultText::search()},       {u"empty"_s, VaultText::empty()},
-        {u"emptyLine"_s, VaultText::emptyLine()}, {u"noMatch"_s, VaultText::noMatch()},
-        {u"copied"_s, VaultText::copied()},       {u"encrypted"_s, VaultText::encrypted()},
-        {u"primary"_s, VaultText::primary()},     {u"makePrimary"_s, VaultText::makePrimary()},
+        {u"locked"_s, VaultText::locked()},           {u"lockedLine"_s, VaultText::lockedLine()},
+        {u"unlock"_s, VaultText::unlock()},           {u"all"_s, VaultText::all()},
+        {u"search"_s, VaultText::search()},           {u"empty"_s, VaultText::empty()},
+        {u"emptyLine"_s, VaultText::emptyLine()},     {u"noMatch"_s, VaultText::noMatch()},
+        {u"copied"_s, VaultText::copied()},           {u"encrypted"_s, VaultText::encrypted()},
+        {u"primary"_s, VaultText::primary()},         {u"makePrimary"_s, VaultText::makePrimary()},
         {u"primaryLine"_s, VaultText::primaryLine()}, {u"signHere"_s, VaultText::signHere()},
-        {u"redraw"_s, VaultText::redraw()},       {u"clear"_s, VaultText::clear()},
+        {u"redraw"_s, VaultText::redraw()},           {u"clear"_s, VaultText::clear()},
     };
 }
 

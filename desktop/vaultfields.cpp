@@ -15,17 +15,24 @@ QList<Field> forKind(const QString &kind)
     if (kind == u"api_key")
         return {title, {u"service"_s, Input::Line}, {u"key"_s, Input::Secret}};
     if (kind == u"passkey")
-        return {title, {u"site"_s, Input::Line}, {u"username"_s, Input::Line},
+        return {title,
+                {u"site"_s, Input::Line},
+                {u"username"_s, Input::Line},
                 {u"passkey"_s, Input::Secret}};
     if (kind == u"login")
-        return {title, {u"username"_s, Input::Line}, {u"url"_s, Input::Line},
+        return {title,
+                {u"username"_s, Input::Line},
+                {u"url"_s, Input::Line},
                 {u"password"_s, Input::Secret}};
     if (kind == u"note")
         return {title, {u"note"_s, Input::Text}};
     if (kind == u"card")
         // The number goes first: it is what reveal gives back, and the server shows its last 4.
-        return {title, {u"number"_s, Input::Secret}, {u"cardholder"_s, Input::Line},
-                {u"expiry"_s, Input::Secret}, {u"cvc"_s, Input::Secret}};
+        return {title,
+                {u"number"_s, Input::Secret},
+                {u"cardholder"_s, Input::Line},
+                {u"expiry"_s, Input::Secret},
+                {u"cvc"_s, Input::Secret}};
     if (kind == u"signature")
         return {title, {u"signature"_s, Input::Signature}};
     return {title, {u"secret"_s, Input::Secret}};
@@ -50,7 +57,8 @@ QVariantList forKindAsMaps(const QString &kind)
             input = u"signature"_s;
             break;
         }
-        out << QVariantMap{{u"key"_s, field.key}, {u"input"_s, input}, {u"label"_s, label(field.key)}};
+        out << QVariantMap{
+            {u"key"_s, field.key}, {u"input"_s, input}, {u"label"_s, label(field.key)}};
     }
     return out;
 }
@@ -92,10 +100,10 @@ bool matches(const VaultItem &item, const QString &query, const QString &kind)
 {
     if (!kind.isEmpty() && item.kind != kind)
         return false;
-    const QString haystack = QStringList{item.title, item.username, item.site, item.url,
-                                         item.service, item.client, item.cardholder,
-                                         VaultText::kind(item.kind)}
-                                 .join(u'\n');
+    const QString haystack =
+        QStringList{item.title,   item.username, item.site,       item.url,
+                    item.service, item.client,   item.cardholder, VaultText::kind(item.kind)}
+            .join(u'\n');
     const QStringList words = query.split(u' ', Qt::SkipEmptyParts);
     return std::all_of(words.cbegin(), words.cend(), [&](const QString &word) {
         return haystack.contains(word, Qt::CaseInsensitive);

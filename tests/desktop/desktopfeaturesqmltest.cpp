@@ -78,12 +78,17 @@ public:
         VaultStore store(m_owner, nullptr, m_sleeper);
         const QList<std::pair<VaultKind, QMap<QString, QString>>> items{
             {VaultKind::Login,
-             {{u"title"_s, u"Mail"_s}, {u"username"_s, u"dana@example.com"_s},
-              {u"url"_s, u"https://mail.example.com"_s}, {u"password"_s, u"k7#Rq2!vZ9"_s}}},
+             {{u"title"_s, u"Mail"_s},
+              {u"username"_s, u"dana@example.com"_s},
+              {u"url"_s, u"https://mail.example.com"_s},
+              {u"password"_s, u"k7#Rq2!vZ9"_s}}},
             {VaultKind::ApiKey,
-             {{u"title"_s, u"OpenWeather"_s}, {u"service"_s, u"weather"_s}, {u"key"_s, u"ow-123"_s}}},
+             {{u"title"_s, u"OpenWeather"_s},
+              {u"service"_s, u"weather"_s},
+              {u"key"_s, u"ow-123"_s}}},
             {VaultKind::Card,
-             {{u"title"_s, u"Visa"_s}, {u"cardholder"_s, u"Dana Levi"_s},
+             {{u"title"_s, u"Visa"_s},
+              {u"cardholder"_s, u"Dana Levi"_s},
               {u"number"_s, u"4111111111111111"_s}}},
         };
         for (const auto &[kind, fields] : items)
@@ -109,7 +114,8 @@ public:
  </Workout>
  <Workout workoutActivityType="HKWorkoutActivityTypeYoga" duration="30" durationUnit="min" sourceName="Watch" startDate="%2 18:00:00 +0000" endDate="%2 18:30:00 +0000"/>
 </HealthData>
-)"_s.arg(day, other).toUtf8());
+)"_s.arg(day, other)
+                       .toUtf8());
         return QUrl::fromLocalFile(path).toString();
     }
 

@@ -304,7 +304,8 @@ private slots:
         QTest::addColumn<QVariantList>("strokes");
         QTest::addColumn<bool>("drawn");
         const auto point = [](double x, double y) { return QVariantMap{{u"x"_s, x}, {u"y"_s, y}}; };
-        QTest::newRow("a line") << QVariantList{QVariantList{point(10, 50), point(290, 50)}} << true;
+        QTest::newRow("a line") << QVariantList{QVariantList{point(10, 50), point(290, 50)}}
+                                << true;
         QTest::newRow("a dot and a line")
             << QVariantList{QVariantList{point(5, 5)}, QVariantList{point(10, 50), point(290, 50)}}
             << true;
@@ -323,8 +324,8 @@ private slots:
             return;
         const QImage image = SignatureImage::decode(text);
         QCOMPARE(image.size(), QSize(300, 100));
-        QVERIFY(qAlpha(image.pixel(150, 50)) > 200);  // ink on the stroke
-        QCOMPARE(qAlpha(image.pixel(150, 90)), 0);    // nothing under it
+        QVERIFY(qAlpha(image.pixel(150, 50)) > 200); // ink on the stroke
+        QCOMPARE(qAlpha(image.pixel(150, 90)), 0);   // nothing under it
         QVERIFY(SignatureImage::decode(u"data:image/png;base64,AAAA"_s).isNull());
     }
 
@@ -339,7 +340,8 @@ private slots:
  <Record type="HKQuantityTypeIdentifierStepCount" sourceName="Phone" unit="count" startDate="%1 08:00:00 +0000" endDate="%1 08:10:00 +0000" value="600"/>
  <Workout workoutActivityType="HKWorkoutActivityTypeRunning" duration="30" durationUnit="min" sourceName="Watch" startDate="%1 07:00:00 +0000" endDate="%1 07:30:00 +0000"/>
 </HealthData>
-)"_s.arg(day).toUtf8());
+)"_s.arg(day)
+                       .toUtf8());
         file.close();
 
         HealthController health([] { return u"demo"_s; });
