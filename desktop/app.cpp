@@ -169,6 +169,10 @@ QString App::pageTitle(const QString &page) const
         return L::t(u"אוטומציות"_s, u"Automations"_s, u"Автоматизации"_s);
     if (page == u"settings")
         return L::t(u"הגדרות"_s, u"Settings"_s, u"Настройки"_s);
+    if (page == u"health")
+        return L::t(u"בריאות"_s, u"Health"_s, u"Здоровье"_s);
+    if (page == u"vault")
+        return L::t(u"כספת"_s, u"Vault"_s, u"Хранилище"_s);
     // Pages the app has no screen of its own for keep the server's name, readably.
     QString shown = page;
     shown.replace(u'-', u' ').replace(u'_', u' ');
