@@ -123,7 +123,9 @@ QString laneDone(const Lane &l)
     const bool good = outcome == u"completed" || outcome == u"complete";
     QString line = (good ? u"✓ "_s : u"■ "_s) + TerminalText::safe(l.heading());
     if (!l.tools.isEmpty())
-        line += u" · "_s + L::t(u"%1 צעדים"_s, u"%1 steps"_s, u"шагов: %1"_s).arg(l.tools.size());
+        line += u" · "_s
+                + (l.tools.size() == 1 ? L::t(u"צעד אחד"_s, u"1 step"_s, u"1 шаг"_s)
+                                       : L::t(u"%1 צעדים"_s, u"%1 steps"_s, u"шагов: %1"_s).arg(l.tools.size()));
     if (!good)
         line += u" ("_s + TerminalText::safe(outcome) + u")"_s;
     return line;

@@ -282,11 +282,11 @@ void ChatScreen::readSignal()
     for (ssize_t i = 0; i < n; ++i) {
         const int number = numbers[i];
         if (number == SIGWINCH) {
-            const int oldTop = m_rows - m_drawnHeight + 1;
             measure();
             if (m_active) {
-                // A new size resets what the region held; start the bottom area afresh.
-                put("\x1b[r" + moveTo(std::clamp(oldTop, 1, m_rows), 1) + "\x1b[J");
+                // Terminals reflow what they hold on a new size, each its own way: start from
+                // a clean screen, and the chat prints its latest lines again.
+                put("\x1b[r\x1b[H\x1b[2J");
                 m_drawnHeight = 0;
                 layout(0);
             }

@@ -32,6 +32,7 @@ public:
     bool active() const { return m_active; }
 
     int width() const { return m_columns; }
+    int height() const { return m_rows; }
 
     // Lines added to the transcript (each may hold line breaks and SGR styling).
     void print(const QString &text);
@@ -43,6 +44,7 @@ public:
 
 signals:
     void bytes(const QByteArray &data);
+    // The terminal changed size and was cleared: the transcript's tail should be printed again.
     void resized();
     // SIGINT, SIGTERM, SIGHUP from outside: the chat should end cleanly.
     void terminated();

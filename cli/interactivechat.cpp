@@ -6,6 +6,7 @@
 #include "terminaltext.h"
 
 #include "chat/chatstore.h"
+#include "chat/markup/ansiwriter.h"
 #include "session/session.h"
 #include "text/l.h"
 
@@ -55,7 +56,7 @@ QCoro::Task<int> InteractiveChat::run()
     Session *session = Session::shared();
     connect(&m_screen, &ChatScreen::bytes, this, &InteractiveChat::onBytes);
     connect(&m_screen, &ChatScreen::terminated, this, &InteractiveChat::finish);
-    connect(&m_screen, &ChatScreen::resized, this, &InteractiveChat::refreshInput);
+    connect(&m_screen, &ChatScreen::resized, this, &InteractiveChat::reprint);
 
     say(ChatLines::banner());
     const QList<ChatMessage> &messages = m_store.messages();
@@ -367,7 +368,35 @@ void InteractiveChat::suspend()
 
 void InteractiveChat::say(const QString &text)
 {
+    m_recent.append(text);
+    if (m_recent.size() > maxRecent)
+        m_recent.removeFirst();
     m_screen.print(text);
+}
+
+void InteractiveChat::reprint()
+{
+    // From the newest back, as many entries as fill the screen (a rough count is enough).
+    qsizetype first = m_recent.size();
+    int rows = 0;
+    const int width = std::max(20, m_screen.width() - 1);
+    while (first > 0 && rows < m_screen.height()) {
+        --first;
+        const auto &entry = m_recent.at(first);
+        const QString text = std::holds_alternative<QString>(entry)
+                                 ? std::get<QString>(entry)
+                                 : ChatLines::message(std::get<ChatMessage>(entry), width, false);
+        for (const QString &line : text.split(u'\n'))
+            rows += 1 + Markup::AnsiWriter::displayWidth(line) / std::max(1, m_screen.width());
+    }
+    for (qsizetype i = first; i < m_recent.size(); ++i) {
+        const auto &entry = m_recent.at(i);
+        if (std::holds_alternative<QString>(entry))
+            m_screen.print(std::get<QString>(entry));
+        else
+            m_screen.print(ChatLines::message(std::get<ChatMessage>(entry), width, RenderCommand::colourWanted()));
+    }
+    refreshBottom();
 }
 
 void InteractiveChat::sayMessage(const ChatMessage &m)
@@ -379,7 +408,10 @@ void InteractiveChat::sayMessage(const ChatMessage &m)
         m_printedSeqs.insert(m.seq);
     if (m.clientRequestID)
         m_printedTurns.insert(*m.clientRequestID);
-    say(ChatLines::message(m, std::max(20, m_screen.width() - 1), RenderCommand::colourWanted()));
+    m_recent.append(m);
+    if (m_recent.size() > maxRecent)
+        m_recent.removeFirst();
+    m_screen.print(ChatLines::message(m, std::max(20, m_screen.width() - 1), RenderCommand::colourWanted()));
 }
 
 void InteractiveChat::showBacklog()

@@ -12,6 +12,8 @@
 #include <QSet>
 #include <QTimer>
 
+#include <variant>
+
 class ChatStore;
 
 // `chat` on a terminal: the transcript above, the agent's live work, the turns in the outbox
@@ -37,6 +39,7 @@ private:
     void finish();
     void say(const QString &text);
     void sayMessage(const ChatMessage &m);
+    void reprint();
     void showBacklog();
     void refreshInput();
     void refreshBottom();
@@ -61,4 +64,8 @@ private:
     QSet<qint64> m_printedSeqs;
     QSet<QString> m_printedTurns;
     QHash<QString, QString> m_turnTexts; // turn id → its text, kept past the outbox
+    // What the transcript shows lately, to print again after a resize: a message (drawn
+    // anew for the new width) or a line of our own.
+    QList<std::variant<ChatMessage, QString>> m_recent;
+    static constexpr qsizetype maxRecent = 200;
 };
