@@ -131,32 +131,36 @@ QString laneDone(const Lane &l)
     return line;
 }
 
-QStringList pending(const PendingTurn &t)
+QStringList pending(const PendingTurn &t, bool lastAttemptOffline)
 {
     QString text = TerminalText::safe(firstLine(t.text));
     for (const QString &file : t.files)
         text += u" 📎 "_s + TerminalText::safe(file);
-    const QString id = t.id.left(8);
     if (t.refused) {
-        QStringList out{u"⚠ "_s + L::t(u"נדחתה"_s, u"refused"_s, u"отклонено"_s) + u": "_s + text};
-        QString why = t.error;
-        if (!t.reason.isEmpty())
-            why += (why.isEmpty() ? QString() : u" — "_s) + TerminalText::safe(t.reason);
-        out.append(u"  "_s + why + u"  (/retry "_s + id + u" · /discard "_s + id + u")"_s);
-        return out;
+        return {u"⚠ "_s + L::t(u"נדחתה"_s, u"refused"_s, u"отклонено"_s) + u": "_s + text,
+                u"  "_s + (t.reason.isEmpty() ? t.error : TerminalText::safe(t.reason)),
+                u"  /retry "_s + t.id.left(8) + u" · /discard "_s + t.id.left(8)};
     }
     if (t.processing)
         return {u"✓ "_s + L::t(u"התקבלה"_s, u"accepted"_s, u"принято"_s) + u": "_s + text};
-    if (!t.error.isEmpty() || !t.online) {
+    if (lastAttemptOffline || !t.error.isEmpty() || !t.online) {
         return {u"⏸ "_s
-                + L::t(u"נשמרה בתיבת היוצאים, תישלח כשהחיבור יחזור"_s, u"kept in the outbox, goes out when the server is back"_s,
-                       u"сохранено в исходящих, уйдёт, когда сервер вернётся"_s)
-                + u": "_s + text + u"  ("_s + id + u")"_s};
+                + L::t(u"בתיבת היוצאים, תישלח כשהשרת יחזור"_s, u"kept in the outbox until the server is back"_s,
+                       u"в исходящих, пока сервер не вернётся"_s)
+                + u": "_s + text};
     }
     QString progress;
     for (const QString &p : t.uploads)
         progress += u" "_s + p;
     return {u"⏳ "_s + L::t(u"נשלחת"_s, u"sending"_s, u"отправка"_s) + u": "_s + text + progress};
+}
+
+QString refusal(const QString &text, const QString &error, const QString &reason, const QString &turnID)
+{
+    return u"⚠ "_s + L::t(u"השרת דחה את ההודעה"_s, u"The server refused"_s, u"Сервер отклонил"_s) + u" «"_s
+           + TerminalText::safe(firstLine(text)) + u"»: "_s
+           + (reason.isEmpty() ? error : TerminalText::safe(reason)) + u"\n  /retry "_s + turnID.left(8)
+           + u" · /discard "_s + turnID.left(8);
 }
 
 QString banner()

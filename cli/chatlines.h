@@ -34,8 +34,11 @@ QStringList lane(const Lane &lane);
 // The one line a lane leaves in the transcript when it ends.
 QString laneDone(const Lane &lane);
 
-// A turn still in the outbox: sending, kept for the network, or refused with its reason.
-QStringList pending(const PendingTurn &turn);
+// A turn still in the outbox: sending, kept for the network (its last attempt found no
+// server), or refused with its reason and the commands that deal with it.
+QStringList pending(const PendingTurn &turn, bool lastAttemptOffline);
+// The transcript's note when the server refuses a turn.
+QString refusal(const QString &text, const QString &error, const QString &reason, const QString &turnID);
 
 QString banner();
 QString help();

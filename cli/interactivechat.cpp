@@ -110,16 +110,27 @@ QCoro::Task<int> InteractiveChat::run()
         sayMessage(m);
     });
     connect(&m_store, &ChatStore::delivered, this, [this](const QString &turnID, Delivery delivery, const QString &error) {
-        if (delivery != Delivery::Stopped)
-            return;
-        QString reason;
-        for (const PendingTurn &p : m_store.pendingTurns()) {
-            if (p.id == turnID)
-                reason = p.reason;
+        if (delivery == Delivery::Offline) {
+            // Said once per turn; the panel keeps showing it until it goes out.
+            if (!m_offline.contains(turnID))
+                say(u"⏸ "_s + L::t(u"אין חיבור לשרת: ההודעה נשמרה בתיבת היוצאים ותישלח כשהחיבור יחזור."_s,
+                                   u"Cannot reach the server: the message is kept in the outbox and goes out when it is back."_s,
+                                   u"Нет связи с сервером: сообщение сохранено в исходящих и уйдёт, когда связь вернётся."_s));
+            m_offline.insert(turnID);
+        } else {
+            m_offline.remove(turnID);
         }
-        say(warning(error + (reason.isEmpty() ? QString() : u" — "_s + TerminalText::safe(reason))));
+        if (delivery == Delivery::Stopped) {
+            for (const PendingTurn &p : m_store.pendingTurns()) {
+                if (p.id == turnID && p.refused)
+                    say(ChatLines::refusal(p.text, error, p.reason, p.id));
+            }
+        }
+        refreshBottom();
     });
     connect(&m_store, &ChatStore::withdrawn, this, [this](const QString &turnID) {
+        if (turnID == m_discarding)
+            return; // the user asked for it: no notice, and the text comes back once
         say(warning(m_store.banner()));
         takeBackInto(turnID);
     });
@@ -242,7 +253,9 @@ void InteractiveChat::command(const SlashCommand &c)
         break;
     case K::Discard:
         if (const auto id = turnNamed(c.argument)) {
+            m_discarding = *id;
             m_store.takeBack(*id);
+            m_discarding.clear();
             takeBackInto(*id);
             say(L::t(u"ההודעה הוצאה מתיבת היוצאים; הטקסט שלה בשורת הקלט."_s,
                      u"The turn is out of the outbox; its text is back in the input line."_s,
@@ -452,7 +465,7 @@ void InteractiveChat::refreshBottom()
     for (const QString &id : std::as_const(m_liveOrder))
         panel += ChatLines::lane(m_live.value(id));
     for (const PendingTurn &p : m_store.pendingTurns())
-        panel += ChatLines::pending(p);
+        panel += ChatLines::pending(p, m_offline.contains(p.id));
     ChatLines::Status status;
     status.link = link();
     status.queued = m_store.queuedCount();

@@ -174,6 +174,24 @@ class ChatTerminalTest(unittest.TestCase):
         term.type("/quit\r")
         self.assertEqual(term.finish(), 0)
 
+    def test_turns_from_elsewhere_are_shown_and_lanes_drawn_once(self):
+        self.service.control("POST", "agent", {"step_delay": 0.2})
+        term = self.terminal()
+        self.service.control("POST", "message", {"user": "demo", "conversation_id": "main", "role": "user",
+                                                 "text": "sent from the bridge", "source": "telegram"})
+        term.expect("You (Telegram)")
+        term.expect("sent from the bridge")
+        self.service.control("POST", "chat", {"user": "demo", "conversation_id": "main",
+                                              "text": "sent from the phone"})
+        term.expect("sent from the phone")
+        term.expect("Agent")
+        term.expect("1 step")  # the lane's one line in the transcript once it ended
+        term.pump(0.5)
+        # The lane was redrawn in place at the bottom, its end written to the transcript once.
+        self.assertEqual(term.output.count("✓ Researcher".encode()), 1)
+        term.type("/quit\r")
+        self.assertEqual(term.finish(), 0)
+
     def test_a_long_bracketed_paste_arrives_whole(self):
         term = self.terminal()
         lines = ["%04d " % i + "abcdefghij" * 9 + "xxxxx" for i in range(100)]
