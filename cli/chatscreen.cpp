@@ -20,15 +20,26 @@ termios savedTerminal;
 volatile sig_atomic_t terminalRaw = 0;
 int signalPipe[2] = {-1, -1};
 
-const char restoreSequence[] = "\x1b[r\x1b[?2004l\x1b[0m\r\n";
+// The whole screen scrolls again, the cursor goes to the last row (a row past the end is
+// clamped), pastes come plain and colours end.
+const char restoreSequence[] = "\x1b[r\x1b[999;1H\x1b[?2004l\x1b[0m\r\n";
+const char plainSequence[] = "\x1b[?2004l\x1b[0m";
 
-void restoreNow()
+// Async-signal-safe: a signal handler or exit may call it.
+void restoreTerminal(bool wholeScreen)
 {
     if (!terminalRaw)
         return;
     terminalRaw = 0;
-    [[maybe_unused]] const ssize_t n = ::write(STDOUT_FILENO, restoreSequence, sizeof restoreSequence - 1);
+    const char *sequence = wholeScreen ? restoreSequence : plainSequence;
+    const size_t length = wholeScreen ? sizeof restoreSequence - 1 : sizeof plainSequence - 1;
+    [[maybe_unused]] const ssize_t n = ::write(STDOUT_FILENO, sequence, length);
     ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &savedTerminal);
+}
+
+void restoreNow()
+{
+    restoreTerminal(true);
 }
 
 void onSignal(int number)
@@ -155,7 +166,7 @@ void ChatScreen::leave()
     QByteArray out = "\x1b[r";
     out += moveTo(m_rows - m_drawnHeight + 1, 1) + "\x1b[J";
     put(out);
-    restoreNow();
+    restoreTerminal(false);
     m_drawnHeight = 0;
 }
 

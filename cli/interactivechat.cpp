@@ -204,6 +204,9 @@ void InteractiveChat::onBytes(const QByteArray &bytes)
         if (m_done)
             return;
     }
+    // The store holds the draft too (saved shortly after each change): a killed chat keeps it.
+    if (m_store.composerText() != m_editor.text())
+        m_store.setComposerText(m_editor.text());
     refreshInput();
 }
 
@@ -254,6 +257,7 @@ void InteractiveChat::command(const SlashCommand &c)
     case K::Discard:
         if (const auto id = turnNamed(c.argument)) {
             m_discarding = *id;
+            m_store.setComposerText(m_editor.text());
             m_store.takeBack(*id);
             m_discarding.clear();
             takeBackInto(*id);
@@ -330,12 +334,8 @@ std::optional<QString> InteractiveChat::turnNamed(const QString &given)
 void InteractiveChat::takeBackInto(const QString &turnID)
 {
     m_turnTexts.remove(turnID);
-    // The text comes back through the composer; what is being typed now stays after it.
-    const QString back = m_store.composerText();
-    if (back.isEmpty())
-        return;
-    const QString typed = m_editor.text();
-    m_editor.setText(typed.isEmpty() ? back : back + u'\n' + typed);
+    // The store put the text back into the draft, after what is being typed.
+    m_editor.setText(m_store.composerText());
     refreshInput();
 }
 

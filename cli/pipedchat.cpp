@@ -205,14 +205,17 @@ int PipedChat::verdict()
     for (const OutboxTurn &turn : m_store.outbox().state().turns) {
         if (!m_sent.contains(turn.id))
             continue;
-        const QString text = TerminalText::safe(turn.text.left(60));
+        const QString text = TerminalText::safe(turn.text.section(u'\n', 0, 0).left(60));
         if (turn.failure == TurnFailure::Refused) {
             ++refused;
-            Console::err(u"⚠ "_s + turn.id + u"  "_s + text + u": "_s + turn.error
-                         + (turn.reason.isEmpty() ? QString() : u" — "_s + TerminalText::safe(turn.reason)));
+            Console::err(u"⚠ "_s
+                         + L::t(u"השרת דחה את «%1»: %2 (chat retry %3)"_s, u"The server refused «%1»: %2 (chat retry %3)"_s,
+                                u"Сервер отклонил «%1»: %2 (chat retry %3)"_s)
+                               .arg(text, turn.reason.isEmpty() ? turn.error : TerminalText::safe(turn.reason),
+                                    turn.id));
         } else {
             ++kept;
-            Console::err(u"⏸ "_s + turn.id + u"  "_s + text);
+            Console::err(u"⏸ "_s + text + u" ("_s + turn.id + u")"_s);
         }
     }
     if (kept > 0) {
