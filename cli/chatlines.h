@@ -38,7 +38,8 @@ QString laneDone(const Lane &lane);
 // server), or refused with its reason and the commands that deal with it.
 QStringList pending(const PendingTurn &turn, bool lastAttemptOffline);
 // The transcript's note when the server refuses a turn.
-QString refusal(const QString &text, const QString &error, const QString &reason, const QString &turnID);
+QString refusal(const QString &text, const QString &error, const QString &reason,
+                const QString &turnID);
 
 QString banner();
 QString help();

@@ -220,7 +220,8 @@ void ChatScreen::redraw()
 int ChatScreen::bottomHeight() const
 {
     // The transcript keeps at least a third of the screen, and never less than three rows.
-    const int most = std::max(0, std::min(int(m_panel.size()), m_rows - 2 - std::max(3, m_rows / 3)));
+    const int most =
+        std::max(0, std::min(int(m_panel.size()), m_rows - 2 - std::max(3, m_rows / 3)));
     return most + 2;
 }
 
@@ -257,14 +258,15 @@ void ChatScreen::drawBottom()
         const QString &line = m_panel.at(m_panel.size() - shown + i);
         out += moveTo(top + int(i), 1) + "\x1b[2K" + (mark + fitted(line, columns)).toUtf8();
     }
-    out += moveTo(m_rows - 1, 1) + "\x1b[2K\x1b[7m" + (mark + fitted(m_status, columns)).toUtf8() + "\x1b[0m";
+    out += moveTo(m_rows - 1, 1) + "\x1b[2K\x1b[7m" + (mark + fitted(m_status, columns)).toUtf8() +
+           "\x1b[0m";
     put(out);
     setInput(m_prompt, m_view, m_rightToLeft);
 }
 
 void ChatScreen::measure()
 {
-    winsize size {};
+    winsize size{};
     if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 0 && size.ws_col > 0) {
         m_rows = size.ws_row;
         m_columns = size.ws_col;
@@ -314,7 +316,8 @@ void ChatScreen::put(const QByteArray &bytes)
 {
     qsizetype done = 0;
     while (done < bytes.size()) {
-        const ssize_t n = ::write(STDOUT_FILENO, bytes.constData() + done, size_t(bytes.size() - done));
+        const ssize_t n =
+            ::write(STDOUT_FILENO, bytes.constData() + done, size_t(bytes.size() - done));
         if (n < 0) {
             if (errno == EINTR || errno == EAGAIN)
                 continue;

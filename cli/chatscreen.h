@@ -59,7 +59,7 @@ private:
     static void put(const QByteArray &bytes);
 
     bool m_active = false;
-    termios m_saved {};
+    termios m_saved{};
     int m_rows = 24;
     int m_columns = 80;
     int m_drawnHeight = 0; // rows the bottom area takes on screen now

@@ -60,7 +60,8 @@ QCoro::Task<int> InteractiveChat::run()
 
     say(ChatLines::banner());
     const QList<ChatMessage> &messages = m_store.messages();
-    for (qsizetype i = std::max<qsizetype>(0, messages.size() - shownAtStart); i < messages.size(); ++i)
+    for (qsizetype i = std::max<qsizetype>(0, messages.size() - shownAtStart); i < messages.size();
+         ++i)
         sayMessage(messages.at(i));
     for (const ChatMessage &m : messages)
         m_printedSeqs.insert(m.seq);
@@ -100,34 +101,40 @@ QCoro::Task<int> InteractiveChat::run()
             m_turnTexts.insert(p.id, p.text);
         refreshBottom();
     });
-    connect(&m_store, &ChatStore::settled, this, [this](const QString &turnID, qint64 seq, const QString &) {
-        // The turn is the server's now: it joins the transcript at once, and the copy the feed
-        // brings later is not printed again.
-        ChatMessage m = ChatMessage::make(u"user"_s, m_turnTexts.take(turnID),
-                                          double(QDateTime::currentMSecsSinceEpoch()) / 1000.0);
-        m.seq = seq;
-        m.clientRequestID = turnID;
-        sayMessage(m);
-    });
-    connect(&m_store, &ChatStore::delivered, this, [this](const QString &turnID, Delivery delivery, const QString &error) {
-        if (delivery == Delivery::Offline) {
-            // Said once per turn; the panel keeps showing it until it goes out.
-            if (!m_offline.contains(turnID))
-                say(u"⏸ "_s + L::t(u"אין חיבור לשרת: ההודעה נשמרה בתיבת היוצאים ותישלח כשהחיבור יחזור."_s,
-                                   u"Cannot reach the server: the message is kept in the outbox and goes out when it is back."_s,
-                                   u"Нет связи с сервером: сообщение сохранено в исходящих и уйдёт, когда связь вернётся."_s));
-            m_offline.insert(turnID);
-        } else {
-            m_offline.remove(turnID);
-        }
-        if (delivery == Delivery::Stopped) {
-            for (const PendingTurn &p : m_store.pendingTurns()) {
-                if (p.id == turnID && p.refused)
-                    say(ChatLines::refusal(p.text, error, p.reason, p.id));
+    connect(&m_store, &ChatStore::settled, this,
+            [this](const QString &turnID, qint64 seq, const QString &) {
+                // The turn is the server's now: it joins the transcript at once, and the copy the
+                // feed brings later is not printed again.
+                ChatMessage m =
+                    ChatMessage::make(u"user"_s, m_turnTexts.take(turnID),
+                                      double(QDateTime::currentMSecsSinceEpoch()) / 1000.0);
+                m.seq = seq;
+                m.clientRequestID = turnID;
+                sayMessage(m);
+            });
+    connect(
+        &m_store, &ChatStore::delivered, this,
+        [this](const QString &turnID, Delivery delivery, const QString &error) {
+            if (delivery == Delivery::Offline) {
+                // Said once per turn; the panel keeps showing it until it goes out.
+                if (!m_offline.contains(turnID))
+                    say(u"⏸ "_s +
+                        L::t(
+                            u"אין חיבור לשרת: ההודעה נשמרה בתיבת היוצאים ותישלח כשהחיבור יחזור."_s,
+                            u"Cannot reach the server: the message is kept in the outbox and goes out when it is back."_s,
+                            u"Нет связи с сервером: сообщение сохранено в исходящих и уйдёт, когда связь вернётся."_s));
+                m_offline.insert(turnID);
+            } else {
+                m_offline.remove(turnID);
             }
-        }
-        refreshBottom();
-    });
+            if (delivery == Delivery::Stopped) {
+                for (const PendingTurn &p : m_store.pendingTurns()) {
+                    if (p.id == turnID && p.refused)
+                        say(ChatLines::refusal(p.text, error, p.reason, p.id));
+                }
+            }
+            refreshBottom();
+        });
     connect(&m_store, &ChatStore::withdrawn, this, [this](const QString &turnID) {
         if (turnID == m_discarding)
             return; // the user asked for it: no notice, and the text comes back once
@@ -150,10 +157,9 @@ QCoro::Task<int> InteractiveChat::run()
 
     // A turn on its way gets a moment to be confirmed, so that it is not reported as waiting.
     for (int i = 0; i < 30 && session->gate() != Session::Gate::Out; ++i) {
-        const bool sending = std::any_of(m_store.pendingTurns().begin(), m_store.pendingTurns().end(),
-                                         [](const PendingTurn &p) {
-                                             return !p.refused && p.error.isEmpty() && p.online;
-                                         });
+        const bool sending = std::any_of(
+            m_store.pendingTurns().begin(), m_store.pendingTurns().end(),
+            [](const PendingTurn &p) { return !p.refused && p.error.isEmpty() && p.online; });
         if (!sending)
             break;
         co_await QCoro::sleepFor(std::chrono::milliseconds(100));
@@ -168,10 +174,12 @@ QCoro::Task<int> InteractiveChat::run()
 
     const int waiting = m_store.queuedCount();
     if (waiting > 0) {
-        Console::err(L::t(u"%1 הודעות ממתינות בתיבת היוצאים; הן יישלחו בהפעלה הבאה או ב־chat drain (ראו chat outbox)."_s,
-                          u"%1 turns wait in the outbox; they go out at the next start or with chat drain (see chat outbox)."_s,
-                          u"%1 сообщ. ждут в исходящих; они уйдут при следующем запуске или через chat drain (см. chat outbox)."_s)
-                         .arg(waiting));
+        Console::err(
+            L::t(
+                u"%1 הודעות ממתינות בתיבת היוצאים; הן יישלחו בהפעלה הבאה או ב־chat drain (ראו chat outbox)."_s,
+                u"%1 turns wait in the outbox; they go out at the next start or with chat drain (see chat outbox)."_s,
+                u"%1 сообщ. ждут в исходящих; они уйдут при следующем запуске или через chat drain (см. chat outbox)."_s)
+                .arg(waiting));
     }
     if (session->gate() == Session::Gate::Out)
         co_return Outcome::notSignedIn();
@@ -274,22 +282,26 @@ void InteractiveChat::command(const SlashCommand &c)
         const auto target = std::find_if(messages.begin(), messages.end(),
                                          [&](const ChatMessage &m) { return m.seq == c.number; });
         if (target == messages.end()) {
-            say(warning(L::t(u"אין הודעה מספר %1 בשיחה."_s, u"There is no message %1 in the conversation."_s,
+            say(warning(L::t(u"אין הודעה מספר %1 בשיחה."_s,
+                             u"There is no message %1 in the conversation."_s,
                              u"В разговоре нет сообщения %1."_s)
                             .arg(c.number)));
             break;
         }
         m_store.setReplyTo(*target);
         say(u"↪ "_s + L::t(u"ההודעה הבאה עונה ל־#%1."_s, u"The next message answers #%1."_s,
-                          u"Следующее сообщение — ответ на #%1."_s)
-                         .arg(c.number));
+                           u"Следующее сообщение — ответ на #%1."_s)
+                          .arg(c.number));
         break;
     }
     case K::File: {
-        const QString path = QFileInfo(c.argument.startsWith(u"~/") ? QDir::homePath() + c.argument.mid(1) : c.argument)
-                                 .absoluteFilePath();
+        const QString path =
+            QFileInfo(c.argument.startsWith(u"~/") ? QDir::homePath() + c.argument.mid(1)
+                                                   : c.argument)
+                .absoluteFilePath();
         if (!QFileInfo(path).isFile()) {
-            say(warning(L::t(u"אין קובץ %1."_s, u"No file %1."_s, u"Нет файла %1."_s).arg(c.argument)));
+            say(warning(
+                L::t(u"אין קובץ %1."_s, u"No file %1."_s, u"Нет файла %1."_s).arg(c.argument)));
             break;
         }
         if (!m_store.attachFile(path)) {
@@ -297,21 +309,24 @@ void InteractiveChat::command(const SlashCommand &c)
             break;
         }
         say(u"📎 "_s + L::t(u"%1 יצורף להודעה הבאה."_s, u"%1 goes with the next message."_s,
-                          u"%1 уйдёт со следующим сообщением."_s)
-                         .arg(QFileInfo(path).fileName()));
+                           u"%1 уйдёт со следующим сообщением."_s)
+                          .arg(QFileInfo(path).fileName()));
         break;
     }
     case K::Unknown:
-        say(warning(L::t(u"אין פקודה ‎/%1‎. ‎/help‎ מציגה את הפקודות; ‎//‎ שולח טקסט שמתחיל ב־/."_s,
-                         u"There is no command /%1. /help lists the commands; // sends a text that starts with /."_s,
-                         u"Нет команды /%1. /help — список команд; // отправляет текст, начинающийся с /."_s)
-                        .arg(c.argument)));
+        say(warning(
+            L::t(
+                u"אין פקודה ‎/%1‎. ‎/help‎ מציגה את הפקודות; ‎//‎ שולח טקסט שמתחיל ב־/."_s,
+                u"There is no command /%1. /help lists the commands; // sends a text that starts with /."_s,
+                u"Нет команды /%1. /help — список команд; // отправляет текст, начинающийся с /."_s)
+                .arg(c.argument)));
         break;
     case K::Malformed:
-        say(warning(L::t(u"‎/%1‎ לא הובנה. ‎/help‎ מציגה איך לכתוב אותה."_s,
-                         u"/%1 was not understood. /help shows how to write it."_s,
-                         u"/%1 не понята. /help покажет, как её писать."_s)
-                        .arg(c.argument)));
+        say(warning(
+            L::t(u"‎/%1‎ לא הובנה. ‎/help‎ מציגה איך לכתוב אותה."_s,
+                 u"/%1 was not understood. /help shows how to write it."_s,
+                 u"/%1 не понята. /help покажет, как её писать."_s)
+                .arg(c.argument)));
         break;
     }
 }
@@ -346,10 +361,12 @@ QCoro::Task<> InteractiveChat::stopTask(QPointer<InteractiveChat> self, int numb
     const bool stopped = co_await store.cancelTask(number);
     if (!self || !guard)
         co_return;
-    self->say(stopped ? L::t(u"משימה %1 נעצרה."_s, u"Task %1 stopped."_s, u"Задача %1 остановлена."_s).arg(number)
-                      : warning(L::t(u"לא ניתן לעצור את משימה %1."_s, u"Could not stop task %1."_s,
-                                     u"Не удалось остановить задачу %1."_s)
-                                    .arg(number)));
+    self->say(stopped
+                  ? L::t(u"משימה %1 נעצרה."_s, u"Task %1 stopped."_s, u"Задача %1 остановлена."_s)
+                        .arg(number)
+                  : warning(L::t(u"לא ניתן לעצור את משימה %1."_s, u"Could not stop task %1."_s,
+                                 u"Не удалось остановить задачу %1."_s)
+                                .arg(number)));
 }
 
 QCoro::Task<> InteractiveChat::retryTurn(QPointer<InteractiveChat> self, QString turnID)
@@ -361,8 +378,8 @@ QCoro::Task<> InteractiveChat::retryTurn(QPointer<InteractiveChat> self, QString
         co_return;
     if (delivery == Delivery::Offline)
         self->say(u"⏸ "_s + L::t(u"אין חיבור לשרת: ההודעה נשארת בתיבת היוצאים."_s,
-                                 u"Cannot reach the server: the turn stays in the outbox."_s,
-                                 u"Нет связи с сервером: сообщение остаётся в исходящих."_s));
+                                   u"Cannot reach the server: the turn stays in the outbox."_s,
+                                   u"Нет связи с сервером: сообщение остаётся в исходящих."_s));
 }
 
 void InteractiveChat::finish()
@@ -407,15 +424,16 @@ void InteractiveChat::reprint()
         if (std::holds_alternative<QString>(entry))
             m_screen.print(std::get<QString>(entry));
         else
-            m_screen.print(ChatLines::message(std::get<ChatMessage>(entry), width, RenderCommand::colourWanted()));
+            m_screen.print(ChatLines::message(std::get<ChatMessage>(entry), width,
+                                              RenderCommand::colourWanted()));
     }
     refreshBottom();
 }
 
 void InteractiveChat::sayMessage(const ChatMessage &m)
 {
-    if ((m.seq > 0 && m_printedSeqs.contains(m.seq))
-        || (m.clientRequestID && m_printedTurns.contains(*m.clientRequestID)))
+    if ((m.seq > 0 && m_printedSeqs.contains(m.seq)) ||
+        (m.clientRequestID && m_printedTurns.contains(*m.clientRequestID)))
         return;
     if (m.seq > 0)
         m_printedSeqs.insert(m.seq);
@@ -424,7 +442,8 @@ void InteractiveChat::sayMessage(const ChatMessage &m)
     m_recent.append(m);
     if (m_recent.size() > maxRecent)
         m_recent.removeFirst();
-    m_screen.print(ChatLines::message(m, std::max(20, m_screen.width() - 1), RenderCommand::colourWanted()));
+    m_screen.print(
+        ChatLines::message(m, std::max(20, m_screen.width() - 1), RenderCommand::colourWanted()));
 }
 
 void InteractiveChat::showBacklog()
@@ -450,7 +469,8 @@ void InteractiveChat::showBacklog()
 
 ChatLines::Link InteractiveChat::link() const
 {
-    if (!m_store.networkAvailable() || (m_store.failureUnreachable() && !m_store.failure().isEmpty()))
+    if (!m_store.networkAvailable() ||
+        (m_store.failureUnreachable() && !m_store.failure().isEmpty()))
         return ChatLines::Link::Offline;
     if (m_store.connected())
         return ChatLines::Link::Connected;
@@ -481,6 +501,7 @@ void InteractiveChat::refreshInput()
 {
     const QString prompt = u"› "_s;
     const int room = m_screen.width() - 1 - 2;
-    const bool rtl = m_editor.text().isEmpty() ? L::current() == u"he" : ChatLines::rightToLeft(m_editor.text());
+    const bool rtl =
+        m_editor.text().isEmpty() ? L::current() == u"he" : ChatLines::rightToLeft(m_editor.text());
     m_screen.setInput(prompt, m_editor.view(room), rtl);
 }

@@ -63,8 +63,8 @@ private:
     QStringList m_liveOrder;
     QSet<qint64> m_printedSeqs;
     QSet<QString> m_printedTurns;
-    QString m_discarding; // the turn /discard is taking back
-    QSet<QString> m_offline; // turns whose last attempt found no server
+    QString m_discarding;                // the turn /discard is taking back
+    QSet<QString> m_offline;             // turns whose last attempt found no server
     QHash<QString, QString> m_turnTexts; // turn id → its text, kept past the outbox
     // What the transcript shows lately, to print again after a resize: a message (drawn
     // anew for the new width) or a line of our own.

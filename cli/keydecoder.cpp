@@ -33,12 +33,15 @@ std::optional<Key::Kind> csiKey(const QByteArray &body)
 {
     // body: the parameters and the final byte of "ESC [ ... F".
     static const QHash<QByteArray, Key::Kind> keys = {
-        {"A", Key::Kind::Up},          {"B", Key::Kind::Down},       {"C", Key::Kind::Right},
-        {"D", Key::Kind::Left},        {"H", Key::Kind::Home},       {"F", Key::Kind::End},
-        {"1~", Key::Kind::Home},       {"7~", Key::Kind::Home},      {"4~", Key::Kind::End},
-        {"8~", Key::Kind::End},        {"3~", Key::Kind::Delete},    {"1;5C", Key::Kind::WordRight},
-        {"1;5D", Key::Kind::WordLeft}, {"1;3C", Key::Kind::WordRight}, {"1;3D", Key::Kind::WordLeft},
-        {"13;3u", Key::Kind::NewLine}, {"13;2u", Key::Kind::NewLine},
+        {"A", Key::Kind::Up},          {"B", Key::Kind::Down},
+        {"C", Key::Kind::Right},       {"D", Key::Kind::Left},
+        {"H", Key::Kind::Home},        {"F", Key::Kind::End},
+        {"1~", Key::Kind::Home},       {"7~", Key::Kind::Home},
+        {"4~", Key::Kind::End},        {"8~", Key::Kind::End},
+        {"3~", Key::Kind::Delete},     {"1;5C", Key::Kind::WordRight},
+        {"1;5D", Key::Kind::WordLeft}, {"1;3C", Key::Kind::WordRight},
+        {"1;3D", Key::Kind::WordLeft}, {"13;3u", Key::Kind::NewLine},
+        {"13;2u", Key::Kind::NewLine},
     };
     const auto found = keys.constFind(body);
     if (found == keys.constEnd())

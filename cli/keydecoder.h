@@ -8,10 +8,10 @@
 // One thing the user did at the keyboard, decoded from the bytes a terminal sends.
 struct Key {
     enum class Kind {
-        Text,      // typed characters (text)
-        Paste,     // a bracketed paste, whole (text)
+        Text,  // typed characters (text)
+        Paste, // a bracketed paste, whole (text)
         Enter,
-        NewLine,   // Alt-Enter or Ctrl-J: a line break inside the message
+        NewLine, // Alt-Enter or Ctrl-J: a line break inside the message
         Backspace,
         Delete,
         Left,

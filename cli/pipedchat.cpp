@@ -22,8 +22,7 @@ using namespace Qt::StringLiterals;
 PipedChat::PipedChat(ChatStore &store, bool live)
     : m_store(store)
     , m_live(live)
-{
-}
+{}
 
 QCoro::Task<int> PipedChat::run()
 {
@@ -133,7 +132,9 @@ QCoro::Task<> PipedChat::handle(QString line)
         if (!self)
             co_return;
         if (stopped) {
-            Console::err(L::t(u"משימה %1 נעצרה."_s, u"Task %1 stopped."_s, u"Задача %1 остановлена."_s).arg(c.number));
+            Console::err(
+                L::t(u"משימה %1 נעצרה."_s, u"Task %1 stopped."_s, u"Задача %1 остановлена."_s)
+                    .arg(c.number));
         } else {
             Console::err(L::t(u"לא ניתן לעצור את משימה %1."_s, u"Could not stop task %1."_s,
                               u"Не удалось остановить задачу %1."_s)
@@ -173,7 +174,8 @@ QCoro::Task<> PipedChat::handle(QString line)
         const auto target = std::find_if(messages.begin(), messages.end(),
                                          [&](const ChatMessage &m) { return m.seq == c.number; });
         if (target == messages.end()) {
-            Console::err(L::t(u"אין הודעה מספר %1 בשיחה."_s, u"There is no message %1 in the conversation."_s,
+            Console::err(L::t(u"אין הודעה מספר %1 בשיחה."_s,
+                              u"There is no message %1 in the conversation."_s,
                               u"В разговоре нет сообщения %1."_s)
                              .arg(c.number));
             ++m_refused;
@@ -190,9 +192,11 @@ QCoro::Task<> PipedChat::handle(QString line)
         co_return;
     case K::Unknown:
     case K::Malformed:
-        Console::err(L::t(u"‎/%1‎ לא הובנה; ‎/help‎ מציגה את הפקודות."_s, u"/%1 was not understood; /help lists the commands."_s,
-                          u"/%1 не понята; /help — список команд."_s)
-                         .arg(c.argument));
+        Console::err(
+            L::t(u"‎/%1‎ לא הובנה; ‎/help‎ מציגה את הפקודות."_s,
+                 u"/%1 was not understood; /help lists the commands."_s,
+                 u"/%1 не понята; /help — список команд."_s)
+                .arg(c.argument));
         ++m_refused;
         co_return;
     }
@@ -208,21 +212,25 @@ int PipedChat::verdict()
         const QString text = TerminalText::safe(turn.text.section(u'\n', 0, 0).left(60));
         if (turn.failure == TurnFailure::Refused) {
             ++refused;
-            Console::err(u"⚠ "_s
-                         + L::t(u"השרת דחה את «%1»: %2 (chat retry %3)"_s, u"The server refused «%1»: %2 (chat retry %3)"_s,
-                                u"Сервер отклонил «%1»: %2 (chat retry %3)"_s)
-                               .arg(text, turn.reason.isEmpty() ? turn.error : TerminalText::safe(turn.reason),
-                                    turn.id));
+            Console::err(u"⚠ "_s + L::t(u"השרת דחה את «%1»: %2 (chat retry %3)"_s,
+                                        u"The server refused «%1»: %2 (chat retry %3)"_s,
+                                        u"Сервер отклонил «%1»: %2 (chat retry %3)"_s)
+                                       .arg(text,
+                                            turn.reason.isEmpty() ? turn.error
+                                                                  : TerminalText::safe(turn.reason),
+                                            turn.id));
         } else {
             ++kept;
             Console::err(u"⏸ "_s + text + u" ("_s + turn.id + u")"_s);
         }
     }
     if (kept > 0) {
-        Console::err(L::t(u"אין חיבור לשרת: %1 הודעות נשמרו בתיבת היוצאים ויישלחו כשהחיבור יחזור (chat drain)."_s,
-                          u"Cannot reach the server: %1 turns are kept in the outbox and go out when it is back (chat drain)."_s,
-                          u"Нет связи с сервером: %1 сообщ. сохранены в исходящих и уйдут, когда связь вернётся (chat drain)."_s)
-                         .arg(kept));
+        Console::err(
+            L::t(
+                u"אין חיבור לשרת: %1 הודעות נשמרו בתיבת היוצאים ויישלחו כשהחיבור יחזור (chat drain)."_s,
+                u"Cannot reach the server: %1 turns are kept in the outbox and go out when it is back (chat drain)."_s,
+                u"Нет связи с сервером: %1 сообщ. сохранены в исходящих и уйдут, когда связь вернётся (chat drain)."_s)
+                .arg(kept));
     }
     if (refused > 0)
         return Refused;

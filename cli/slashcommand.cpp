@@ -17,9 +17,8 @@ SlashCommand SlashCommand::parse(const QString &line)
     const qsizetype space = trimmed.indexOf(QRegularExpression(u"\\s"_s));
     const QString name = trimmed.mid(1, space < 0 ? -1 : space - 1).toLower();
     const QString rest = space < 0 ? QString() : trimmed.mid(space + 1).trimmed();
-    const bool word = !name.isEmpty() && std::all_of(name.begin(), name.end(), [](QChar c) {
-        return c.isLetter();
-    });
+    const bool word = !name.isEmpty() &&
+                      std::all_of(name.begin(), name.end(), [](QChar c) { return c.isLetter(); });
     if (!word)
         return {Kind::Message, line, 0};
 
@@ -40,7 +39,8 @@ SlashCommand SlashCommand::parse(const QString &line)
             digits.remove(0, 1);
         bool ok = false;
         const qint64 n = digits.toLongLong(&ok);
-        const bool plain = std::all_of(digits.begin(), digits.end(), [](QChar c) { return c.isDigit(); });
+        const bool plain =
+            std::all_of(digits.begin(), digits.end(), [](QChar c) { return c.isDigit(); });
         if (!ok || !plain || n < 1 || (name == u"stop" && n > std::numeric_limits<int>::max()))
             return malformed;
         return {name == u"stop" ? Kind::Stop : Kind::Reply, {}, n};
@@ -50,7 +50,8 @@ SlashCommand SlashCommand::parse(const QString &line)
             return malformed;
         QString path = rest;
         // A path dragged into a terminal often comes quoted.
-        if (path.size() >= 2 && (path.front() == u'\'' || path.front() == u'"') && path.back() == path.front())
+        if (path.size() >= 2 && (path.front() == u'\'' || path.front() == u'"') &&
+            path.back() == path.front())
             path = path.mid(1, path.size() - 2);
         return {Kind::File, path, 0};
     }

@@ -11,12 +11,12 @@ struct SlashCommand {
         Message, // not a command: text to send (a leading "//" stands for a literal "/")
         Help,
         Quit,
-        Retry,   // argument: a turn id or a prefix of one
-        Discard, // the same
-        Stop,    // number: a task
-        Reply,   // number: a message seq
-        File,    // argument: a path
-        Unknown, // a command we do not have (argument: its name)
+        Retry,     // argument: a turn id or a prefix of one
+        Discard,   // the same
+        Stop,      // number: a task
+        Reply,     // number: a message seq
+        File,      // argument: a path
+        Unknown,   // a command we do not have (argument: its name)
         Malformed, // a known command with a missing or bad argument (argument: its name)
     };
     Kind kind = Kind::Message;

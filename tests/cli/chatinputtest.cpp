@@ -17,7 +17,8 @@ class ChatInputTest : public QObject
     Q_OBJECT
 
     // The text a line editor holds after the bytes arrive in pieces of `chunk` bytes.
-    static LineEditor typed(const QByteArray &bytes, qsizetype chunk, QList<LineEditor::Outcome> *outcomes = nullptr)
+    static LineEditor typed(const QByteArray &bytes, qsizetype chunk,
+                            QList<LineEditor::Outcome> *outcomes = nullptr)
     {
         KeyDecoder decoder;
         LineEditor editor;
@@ -37,27 +38,38 @@ private slots:
         QTest::addColumn<QString>("line");
         QTest::addColumn<SlashCommand>("expected");
         QTest::newRow("text") << u"hello"_s << SlashCommand{K::Message, u"hello"_s, 0};
-        QTest::newRow("a path is text") << u"/usr/bin is full"_s << SlashCommand{K::Message, u"/usr/bin is full"_s, 0};
+        QTest::newRow("a path is text")
+            << u"/usr/bin is full"_s << SlashCommand{K::Message, u"/usr/bin is full"_s, 0};
         QTest::newRow("double slash") << u"//stop 3"_s << SlashCommand{K::Message, u"/stop 3"_s, 0};
         QTest::newRow("help") << u"/help"_s << SlashCommand{K::Help, {}, 0};
         QTest::newRow("quit, any case, spaces") << u"  /QUIT "_s << SlashCommand{K::Quit, {}, 0};
-        QTest::newRow("quit with words") << u"/quit now"_s << SlashCommand{K::Malformed, u"quit"_s, 0};
+        QTest::newRow("quit with words")
+            << u"/quit now"_s << SlashCommand{K::Malformed, u"quit"_s, 0};
         QTest::newRow("retry") << u"/retry 3f2a"_s << SlashCommand{K::Retry, u"3f2a"_s, 0};
-        QTest::newRow("retry without id") << u"/retry"_s << SlashCommand{K::Malformed, u"retry"_s, 0};
-        QTest::newRow("retry two ids") << u"/retry a b"_s << SlashCommand{K::Malformed, u"retry"_s, 0};
+        QTest::newRow("retry without id")
+            << u"/retry"_s << SlashCommand{K::Malformed, u"retry"_s, 0};
+        QTest::newRow("retry two ids")
+            << u"/retry a b"_s << SlashCommand{K::Malformed, u"retry"_s, 0};
         QTest::newRow("discard") << u"/discard  abc "_s << SlashCommand{K::Discard, u"abc"_s, 0};
         QTest::newRow("stop") << u"/stop 12"_s << SlashCommand{K::Stop, {}, 12};
         QTest::newRow("stop #") << u"/stop #7"_s << SlashCommand{K::Stop, {}, 7};
         QTest::newRow("stop zero") << u"/stop 0"_s << SlashCommand{K::Malformed, u"stop"_s, 0};
         QTest::newRow("stop negative") << u"/stop -1"_s << SlashCommand{K::Malformed, u"stop"_s, 0};
         QTest::newRow("stop word") << u"/stop all"_s << SlashCommand{K::Malformed, u"stop"_s, 0};
-        QTest::newRow("stop too big") << u"/stop 99999999999"_s << SlashCommand{K::Malformed, u"stop"_s, 0};
-        QTest::newRow("reply") << u"/reply 99999999999"_s << SlashCommand{K::Reply, {}, 99999999999};
-        QTest::newRow("reply plus sign") << u"/reply +4"_s << SlashCommand{K::Malformed, u"reply"_s, 0};
-        QTest::newRow("file with spaces") << u"/file my notes.txt"_s << SlashCommand{K::File, u"my notes.txt"_s, 0};
-        QTest::newRow("file quoted") << u"/file '/tmp/a b.pdf'"_s << SlashCommand{K::File, u"/tmp/a b.pdf"_s, 0};
-        QTest::newRow("file without path") << u"/file"_s << SlashCommand{K::Malformed, u"file"_s, 0};
-        QTest::newRow("unknown") << u"/frobnicate x"_s << SlashCommand{K::Unknown, u"frobnicate"_s, 0};
+        QTest::newRow("stop too big")
+            << u"/stop 99999999999"_s << SlashCommand{K::Malformed, u"stop"_s, 0};
+        QTest::newRow("reply") << u"/reply 99999999999"_s
+                               << SlashCommand{K::Reply, {}, 99999999999};
+        QTest::newRow("reply plus sign")
+            << u"/reply +4"_s << SlashCommand{K::Malformed, u"reply"_s, 0};
+        QTest::newRow("file with spaces")
+            << u"/file my notes.txt"_s << SlashCommand{K::File, u"my notes.txt"_s, 0};
+        QTest::newRow("file quoted")
+            << u"/file '/tmp/a b.pdf'"_s << SlashCommand{K::File, u"/tmp/a b.pdf"_s, 0};
+        QTest::newRow("file without path")
+            << u"/file"_s << SlashCommand{K::Malformed, u"file"_s, 0};
+        QTest::newRow("unknown") << u"/frobnicate x"_s
+                                 << SlashCommand{K::Unknown, u"frobnicate"_s, 0};
     }
 
     void slashCommands()
@@ -107,7 +119,8 @@ private slots:
         QTest::newRow("kill to end") << QByteArray("one two\x01\x1b[1;5C\x0b") << u"one"_s << 3;
         QTest::newRow("unknown sequence ignored") << QByteArray("a\x1b[15~b") << u"ab"_s << 2;
         QTest::newRow("paste keeps line breaks and escapes as text")
-            << QByteArray("x\x1b[200~l1\rl2\r\n\x1b[31m\x1b[201~y") << u"xl1\nl2\n\x1b[31my"_s << 13;
+            << QByteArray("x\x1b[200~l1\rl2\r\n\x1b[31m\x1b[201~y") << u"xl1\nl2\n\x1b[31my"_s
+            << 13;
         QTest::newRow("ctrl-d inside text deletes") << QByteArray("ab\x02\x04") << u"a"_s << 1;
     }
 
@@ -128,7 +141,8 @@ private slots:
     {
         QList<LineEditor::Outcome> got;
         typed("hi\r\x03\x0c", 1, &got);
-        QCOMPARE(got, (QList{LineEditor::Outcome::Submit, LineEditor::Outcome::Interrupt, LineEditor::Outcome::Redraw}));
+        QCOMPARE(got, (QList{LineEditor::Outcome::Submit, LineEditor::Outcome::Interrupt,
+                             LineEditor::Outcome::Redraw}));
         got.clear();
         typed("\x04", 1, &got);
         QCOMPARE(got, QList{LineEditor::Outcome::EndOfInput});
@@ -187,7 +201,8 @@ private slots:
         QTest::newRow("fits") << u"hello"_s << 0 << u"hello"_s << 5;
         QTest::newRow("line break shown") << u"a\nb"_s << 0 << u"a↵b"_s << 3;
         QTest::newRow("long, cursor at end") << u"abcdefghijklmnop"_s << 0 << u"…ijklmnop"_s << 9;
-        QTest::newRow("long, cursor at start") << u"abcdefghijklmnop"_s << 16 << u"abcdefghi…"_s << 0;
+        QTest::newRow("long, cursor at start")
+            << u"abcdefghijklmnop"_s << 16 << u"abcdefghi…"_s << 0;
         QTest::newRow("wide characters") << u"日本語テキスト"_s << 0 << u"…テキスト"_s << 9;
         QTest::newRow("escape made visible") << u"\x1b[2J"_s << 0 << u"␛[2J"_s << 4;
     }
