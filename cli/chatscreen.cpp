@@ -1,5 +1,7 @@
 #include "chatscreen.h"
 
+#include "chatlines.h"
+
 #include "chat/markup/ansiwriter.h"
 
 #include <QCoreApplication>
@@ -195,17 +197,38 @@ void ChatScreen::setBottom(const QStringList &panel, const QString &status)
 
 void ChatScreen::setInput(const QString &prompt, const LineEditor::View &view, bool rightToLeft)
 {
+    const int before = inputHeight();
     m_prompt = prompt;
     m_view = view;
     m_rightToLeft = rightToLeft;
     if (!m_active)
         return;
-    // Only the input line changes: no need to touch the rest.
-    QByteArray out = "\x1b[?25l" + moveTo(m_rows, 1) + "\x1b[2K";
+    if (inputHeight() != before)
+        layout(m_drawnHeight); // the input grew or shrank: the bottom area with it
+    else
+        drawInput(); // only the input changed: nothing else is touched
+}
+
+int ChatScreen::inputHeight() const
+{
+    return std::max(1, int(m_view.rows.size()));
+}
+
+void ChatScreen::drawInput()
+{
+    const int rows = inputHeight();
+    const int top = m_rows - rows + 1;
+    const int promptWidth = Markup::AnsiWriter::displayWidth(m_prompt);
     const QString mark = m_rightToLeft ? u"\u200F"_s : QString();
-    out += (mark + m_prompt + m_view.text).toUtf8();
-    const int column = Markup::AnsiWriter::displayWidth(m_prompt) + m_view.cursorColumn + 1;
-    out += moveTo(m_rows, column) + "\x1b[?25h";
+    QByteArray out = "\x1b[?25l";
+    for (int i = 0; i < rows; ++i) {
+        QString lead = QString(promptWidth, u' ');
+        if (i == 0)
+            lead = m_view.hiddenAbove > 0 ? u"⋮"_s + QString(promptWidth - 1, u' ') : m_prompt;
+        const QString row = i < m_view.rows.size() ? m_view.rows.at(i) : QString();
+        out += moveTo(top + i, 1) + "\x1b[2K" + (mark + lead + row).toUtf8();
+    }
+    out += moveTo(top + m_view.cursorRow, promptWidth + m_view.cursorColumn + 1) + "\x1b[?25h";
     put(out);
 }
 
@@ -220,9 +243,10 @@ void ChatScreen::redraw()
 int ChatScreen::bottomHeight() const
 {
     // The transcript keeps at least a third of the screen, and never less than three rows.
+    const int fixed = 1 + inputHeight();
     const int most =
-        std::max(0, std::min(int(m_panel.size()), m_rows - 2 - std::max(3, m_rows / 3)));
-    return most + 2;
+        std::max(0, std::min(int(m_panel.size()), m_rows - fixed - std::max(3, m_rows / 3)));
+    return most + fixed;
 }
 
 void ChatScreen::layout(int oldHeight)
@@ -250,18 +274,20 @@ void ChatScreen::drawBottom()
     const int height = m_drawnHeight;
     const int top = m_rows - height + 1;
     const int columns = std::max(1, m_columns - 1);
-    const QString mark = m_rightToLeft ? u"\u200F"_s : QString();
+    auto marked = [](const QString &line) {
+        return ChatLines::rightToLeft(line) ? u"\u200F"_s + line : line;
+    };
     QByteArray out = "\x1b[?25l";
-    const qsizetype shown = height - 2;
+    const qsizetype shown = height - 1 - inputHeight();
     for (qsizetype i = 0; i < shown; ++i) {
         // When the work does not fit, its newest lines stay.
         const QString &line = m_panel.at(m_panel.size() - shown + i);
-        out += moveTo(top + int(i), 1) + "\x1b[2K" + (mark + fitted(line, columns)).toUtf8();
+        out += moveTo(top + int(i), 1) + "\x1b[2K" + marked(fitted(line, columns)).toUtf8();
     }
-    out += moveTo(m_rows - 1, 1) + "\x1b[2K\x1b[7m" + (mark + fitted(m_status, columns)).toUtf8() +
-           "\x1b[0m";
+    out += moveTo(m_rows - inputHeight(), 1) + "\x1b[2K\x1b[7m" +
+           marked(fitted(m_status, columns)).toUtf8() + "\x1b[0m";
     put(out);
-    setInput(m_prompt, m_view, m_rightToLeft);
+    drawInput();
 }
 
 void ChatScreen::measure()

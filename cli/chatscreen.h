@@ -36,7 +36,7 @@ public:
 
     // Lines added to the transcript (each may hold line breaks and SGR styling).
     void print(const QString &text);
-    // The bottom area: lines of live work, the status line, the prompt and the input line.
+    // The bottom area: lines of live work, the status line, and the input (a row or more).
     void setBottom(const QStringList &panel, const QString &status);
     void setInput(const QString &prompt, const LineEditor::View &view, bool rightToLeft);
     // Draws the bottom area again (after a resize, or Ctrl-L).
@@ -55,6 +55,8 @@ private:
     void measure();
     void layout(int oldHeight);
     void drawBottom();
+    void drawInput();
+    int inputHeight() const;
     int bottomHeight() const;
     static void put(const QByteArray &bytes);
 

@@ -503,5 +503,7 @@ void InteractiveChat::refreshInput()
     const int room = m_screen.width() - 1 - 2;
     const bool rtl =
         m_editor.text().isEmpty() ? L::current() == u"he" : ChatLines::rightToLeft(m_editor.text());
-    m_screen.setInput(prompt, m_editor.view(room), rtl);
+    // A long message takes a few rows; more scroll with the cursor.
+    const int rows = std::clamp(m_screen.height() / 4, 1, 8);
+    m_screen.setInput(prompt, m_editor.view(room, rows), rtl);
 }

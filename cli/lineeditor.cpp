@@ -179,54 +179,51 @@ qsizetype LineEditor::wordEnd(qsizetype from) const
     return from;
 }
 
-LineEditor::View LineEditor::view(int width) const
+LineEditor::View LineEditor::view(int width, int maxRows) const
 {
     width = std::max(width, 4);
-    // Each piece: what it shows and the columns it takes, one per character (a surrogate
-    // pair is one piece).
-    struct Piece {
-        QString shown;
-        int columns;
-    };
-    auto pieceAt = [&](qsizetype i, qsizetype &next) {
-        next = nextStop(i);
+    maxRows = std::max(maxRows, 1);
+    QStringList all{QString()};
+    int used = 0;
+    int cursorRow = 0;
+    int cursorColumn = 0;
+    for (qsizetype i = 0;;) {
+        if (i == m_cursor) {
+            // A cursor after a full row stands at the start of the next one.
+            if (used >= width) {
+                all.append(QString());
+                used = 0;
+            }
+            cursorRow = int(all.size()) - 1;
+            cursorColumn = used;
+        }
+        if (i >= m_text.size())
+            break;
+        const qsizetype next = nextStop(i);
         const QStringView one = QStringView(m_text).mid(i, next - i);
-        if (one == u"\n")
-            return Piece{u"↵"_s, 1};
+        i = next;
+        if (one == u"\n") {
+            all.append(QString());
+            used = 0;
+            continue;
+        }
         // Pasted text may hold escape sequences: shown, never obeyed.
         const QString shown = Markup::PlainWriter::printable(one);
-        return Piece{shown, Markup::AnsiWriter::displayWidth(shown)};
-    };
-    // Walk left from the cursor while the text before it fits, leaving room for the cursor.
-    int before = 0;
-    qsizetype start = m_cursor;
-    while (start > 0) {
-        qsizetype at = previousStop(start), next;
-        const Piece p = pieceAt(at, next);
-        if (before + p.columns > width - 1 - (at > 0 ? 1 : 0))
-            break;
-        before += p.columns;
-        start = at;
-    }
-    View out;
-    if (start > 0) {
-        out.text = u"…"_s;
-        out.cursorColumn = 1;
-    }
-    int used = out.cursorColumn;
-    for (qsizetype i = start; i < m_text.size();) {
-        qsizetype next;
-        const Piece p = pieceAt(i, next);
-        const bool last = next >= m_text.size();
-        if (used + p.columns > width - (last ? 0 : 1)) {
-            out.text += u"…"_s;
-            break;
+        const int columns = Markup::AnsiWriter::displayWidth(shown);
+        if (used + columns > width) {
+            all.append(QString());
+            used = 0;
         }
-        if (i < m_cursor)
-            out.cursorColumn += p.columns;
-        out.text += p.shown;
-        used += p.columns;
-        i = next;
+        all.last() += shown;
+        used += columns;
     }
+    // The rows in sight end at the cursor's once it is past the first maxRows.
+    const int first =
+        std::clamp(cursorRow - maxRows + 1, 0, std::max(0, int(all.size()) - maxRows));
+    View out;
+    out.rows = all.mid(first, maxRows);
+    out.cursorRow = cursorRow - first;
+    out.cursorColumn = cursorColumn;
+    out.hiddenAbove = first;
     return out;
 }

@@ -21,13 +21,17 @@ public:
     QString take();
     void remember(const QString &sent);
 
-    // What fits in `width` columns with the cursor in sight: line breaks shown as "↵", the
-    // window scrolled so that the cursor stays visible.
+    // The text as rows of at most `width` columns (a line break starts a row, a long line
+    // wraps), at most maxRows of them: those around the cursor.
     struct View {
-        QString text;
+        QStringList rows{QString()};
+        int cursorRow = 0;
         int cursorColumn = 0;
+        int hiddenAbove = 0; // rows scrolled out of sight above
+
+        bool operator==(const View &) const = default;
     };
-    View view(int width) const;
+    View view(int width, int maxRows) const;
 
     static constexpr qsizetype maxHistory = 500;
 

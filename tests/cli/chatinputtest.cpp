@@ -194,31 +194,40 @@ private slots:
 
     void view_data()
     {
+        // Ten columns, at most two rows.
         QTest::addColumn<QString>("text");
-        QTest::addColumn<int>("cursor"); // moves left from the end
-        QTest::addColumn<QString>("shown");
+        QTest::addColumn<int>("left");     // the cursor moves this far left from the end
+        QTest::addColumn<QString>("rows"); // joined by "|"
+        QTest::addColumn<int>("row");
         QTest::addColumn<int>("column");
-        QTest::newRow("fits") << u"hello"_s << 0 << u"hello"_s << 5;
-        QTest::newRow("line break shown") << u"a\nb"_s << 0 << u"a↵b"_s << 3;
-        QTest::newRow("long, cursor at end") << u"abcdefghijklmnop"_s << 0 << u"…ijklmnop"_s << 9;
-        QTest::newRow("long, cursor at start")
-            << u"abcdefghijklmnop"_s << 16 << u"abcdefghi…"_s << 0;
-        QTest::newRow("wide characters") << u"日本語テキスト"_s << 0 << u"…テキスト"_s << 9;
-        QTest::newRow("escape made visible") << u"\x1b[2J"_s << 0 << u"␛[2J"_s << 4;
+        QTest::newRow("fits") << u"hello"_s << 0 << u"hello"_s << 0 << 5;
+        QTest::newRow("line break") << u"a\nb"_s << 0 << u"a|b"_s << 1 << 1;
+        QTest::newRow("wraps") << u"abcdefghijklmnop"_s << 0 << u"abcdefghij|klmnop"_s << 1 << 6;
+        QTest::newRow("full row, cursor on the next")
+            << u"abcdefghij"_s << 0 << u"abcdefghij|"_s << 1 << 0;
+        QTest::newRow("taller, cursor at the end")
+            << u"abcdefghijklmnopqrstuvwxy"_s << 0 << u"klmnopqrst|uvwxy"_s << 1 << 5;
+        QTest::newRow("taller, cursor at the start")
+            << u"abcdefghijklmnopqrstuvwxy"_s << 25 << u"abcdefghij|klmnopqrst"_s << 0 << 0;
+        QTest::newRow("wide characters")
+            << u"日本語テキスト"_s << 0 << u"日本語テキ|スト"_s << 1 << 4;
+        QTest::newRow("escape made visible") << u"\x1b[2J"_s << 0 << u"␛[2J"_s << 0 << 4;
     }
 
     void view()
     {
         QFETCH(QString, text);
-        QFETCH(int, cursor);
-        QFETCH(QString, shown);
+        QFETCH(int, left);
+        QFETCH(QString, rows);
+        QFETCH(int, row);
         QFETCH(int, column);
         LineEditor editor;
         editor.setText(text);
-        for (int i = 0; i < cursor; ++i)
+        for (int i = 0; i < left; ++i)
             editor.apply({Key::Kind::Left, {}});
-        const LineEditor::View v = editor.view(10);
-        QCOMPARE(v.text, shown);
+        const LineEditor::View v = editor.view(10, 2);
+        QCOMPARE(v.rows.join(u'|'), rows);
+        QCOMPARE(v.cursorRow, row);
         QCOMPARE(v.cursorColumn, column);
     }
 };
