@@ -1,9 +1,12 @@
 // The interactive chat's keyboard and commands, without a terminal: bytes as terminals send
 // them (cut anywhere between reads), the line they edit, and the slash commands typed.
 
+#include "chatlines.h"
 #include "keydecoder.h"
 #include "lineeditor.h"
 #include "slashcommand.h"
+
+#include "text/l.h"
 
 #include <QTest>
 
@@ -33,6 +36,47 @@ class ChatInputTest : public QObject
     }
 
 private slots:
+    void initTestCase() { L::pin(u"en"_s); }
+
+    // Which state a turn in the outbox is shown in decides what the user does next.
+    void pendingTurns_data()
+    {
+        QTest::addColumn<bool>("refused");
+        QTest::addColumn<bool>("processing");
+        QTest::addColumn<bool>("online");
+        QTest::addColumn<bool>("lastAttemptOffline");
+        QTest::addColumn<QString>("starts");
+        QTest::newRow("sending") << false << false << true << false << u"⏳ sending"_s;
+        QTest::newRow("no network") << false << false << false << false << u"⏸ kept"_s;
+        QTest::newRow("no server") << false << false << true << true << u"⏸ kept"_s;
+        QTest::newRow("accepted") << false << true << true << false << u"✓ accepted"_s;
+        QTest::newRow("refused beats the rest") << true << false << false << true << u"⚠ refused"_s;
+    }
+
+    void pendingTurns()
+    {
+        QFETCH(bool, refused);
+        QFETCH(bool, processing);
+        QFETCH(bool, online);
+        QFETCH(bool, lastAttemptOffline);
+        QFETCH(QString, starts);
+        PendingTurn turn;
+        turn.id = u"0123456789abcdef"_s;
+        turn.text = u"\x1b]0;title\x07line one\nline two"_s;
+        turn.refused = refused;
+        turn.processing = processing;
+        turn.online = online;
+        turn.reason = u"Not like this"_s;
+        const QStringList lines = ChatLines::pending(turn, lastAttemptOffline);
+        QVERIFY2(lines.first().startsWith(starts), qPrintable(lines.first()));
+        QVERIFY(
+            !lines.join(u'\n').contains(QChar(0x1b))); // server text never reaches the terminal raw
+        if (refused) {
+            QCOMPARE(lines.at(1).trimmed(), u"Not like this"_s);
+            QCOMPARE(lines.at(2).trimmed(), u"/retry 01234567 · /discard 01234567"_s);
+        }
+    }
+
     void slashCommands_data()
     {
         QTest::addColumn<QString>("line");
