@@ -35,12 +35,21 @@ QCoro::Task<int> PipedChat::run()
         ++m_refused;
     });
     if (m_live) {
-        QObject::connect(&m_store, &ChatStore::messageAdded, this, [this](const ChatMessage &m) {
+        // History is not news: what arrives once the first load has landed is shown.
+        QObject::connect(&m_store, &ChatStore::loadingChanged, this, [this] {
             if (!m_store.loading())
+                m_caughtUp = true;
+        });
+        QObject::connect(&m_store, &ChatStore::messageAdded, this, [this](const ChatMessage &m) {
+            if (m_caughtUp)
                 Console::out(ChatLines::message(m, 80, false));
         });
-        Console::err(ChatLines::banner());
+        Console::err(L::t(
+            u"שיחה עם הסוכן: כל שורה נשלחת; ‎/help‎ לפקודות, ‎/quit‎ או Ctrl-D ליציאה."_s,
+            u"Chat with the agent: each line is sent; /help lists commands, /quit or Ctrl-D quits."_s,
+            u"Разговор с агентом: каждая строка отправляется; /help — команды, /quit или Ctrl-D — выход."_s));
         m_store.goLive();
+        m_caughtUp = !m_store.loading();
     }
 
     QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);

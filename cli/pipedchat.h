@@ -30,6 +30,7 @@ private:
     QByteArray m_pending;
     QStringList m_lines;
     bool m_closed = false;
+    bool m_caughtUp = false;
     QStringList m_sent; // turn ids, in order
     int m_refused = 0;  // turns that never got into the outbox, or were withdrawn
 };
