@@ -159,7 +159,9 @@ QCoro::Task<int> InteractiveChat::run()
     for (int i = 0; i < 30 && session->gate() != Session::Gate::Out; ++i) {
         const bool sending = std::any_of(
             m_store.pendingTurns().begin(), m_store.pendingTurns().end(),
-            [](const PendingTurn &p) { return !p.refused && p.error.isEmpty() && p.online; });
+            [this](const PendingTurn &p) {
+                return !p.refused && p.error.isEmpty() && p.online && !m_offline.contains(p.id);
+            });
         if (!sending)
             break;
         co_await QCoro::sleepFor(std::chrono::milliseconds(100));
@@ -176,9 +178,9 @@ QCoro::Task<int> InteractiveChat::run()
     if (waiting > 0) {
         Console::err(
             L::t(
-                u"%1 הודעות ממתינות בתיבת היוצאים; הן יישלחו בהפעלה הבאה או ב־chat drain (ראו chat outbox)."_s,
-                u"%1 turns wait in the outbox; they go out at the next start or with chat drain (see chat outbox)."_s,
-                u"%1 сообщ. ждут в исходящих; они уйдут при следующем запуске или через chat drain (см. chat outbox)."_s)
+                u"הודעות שממתינות בתיבת היוצאים: %1. הן יישלחו בהפעלה הבאה או ב־chat drain (ראו chat outbox)."_s,
+                u"Turns waiting in the outbox: %1. They go out at the next start or with chat drain (see chat outbox)."_s,
+                u"Сообщений в исходящих: %1. Они уйдут при следующем запуске или через chat drain (см. chat outbox)."_s)
                 .arg(waiting));
     }
     if (session->gate() == Session::Gate::Out)
