@@ -4,9 +4,9 @@
 
 #include <QCoroTask>
 
-// `chat` with no arguments: the transcript, the agent's work and replies as they come, and a
-// prompt line that sends. "/retry ID", "/stop N" and "/quit" are commands; a line ending in
-// "\" is kept as the draft (the composer survives a restart) instead of being sent.
+// `chat` with no arguments: on a terminal, a screen with the transcript, the agent's live
+// work and an input line (InteractiveChat); otherwise lines from stdin sent as turns, with an
+// exit status that says whether they were all accepted (PipedChat).
 namespace ChatPrompt {
 
 QCoro::Task<int> run(ChatScope scope);
