@@ -81,6 +81,7 @@ class Call:
     user: str
     query: dict
     ws: web.WebSocketResponse
+    request: web.Request
     log: list = field(default_factory=list)  # {"dir": "in"|"out", "type", ...}
     ready: bool = False
     speaking: bool = False
@@ -439,7 +440,7 @@ async def socket(call) -> web.StreamResponse:
     await ws.prepare(request)
     if "log_entry" in request:
         request["log_entry"]["status"] = 101
-    live = Call(call.user.name, query, ws)
+    live = Call(call.user.name, query, ws, request)
     voice.calls.append(live)
     try:
         async for message in ws:
@@ -502,7 +503,7 @@ async def handle_control(method: str, action: str, body: dict, query, state):
     if what == ("POST", "drop"):
         calls = _open_calls(voice, take("user", str))
         for live in calls:
-            transport = live.ws._req.transport if live.ws._req is not None else None
+            transport = live.request.transport
             if transport is not None:
                 transport.close()
         return reply({"ok": True, "dropped": len(calls)})
