@@ -36,6 +36,12 @@ public:
     void enqueue(const QByteArray &pcm, quint64 id) override;
     void dropQueued() override;
     int outputLatencyMs() const override;
+    // Opens only the microphone or only the speaker (the other side is a file); both by default.
+    void useOnly(bool capture, bool playback)
+    {
+        m_capture = capture;
+        m_playback = playback;
+    }
 
 private:
     struct Queued {
@@ -57,5 +63,7 @@ private:
     QString m_error;
     std::deque<Queued> m_queue;
     QTimer m_feeder;
+    bool m_capture = true;
+    bool m_playback = true;
     qint64 m_written = 0; // bytes handed to the sink since open
 };

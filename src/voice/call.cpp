@@ -45,6 +45,9 @@ Call::Call(ChatScope scope, CallLink *link, AudioPort *port, Sleeper *sleeper, C
         }
     });
     connect(m_audio.get(), &CallAudio::chunk, this, &Call::push);
+    if (port) {
+        connect(port, &AudioPort::devicesChanged, this, &Call::devicesChanged);
+    }
     connect(m_audio.get(), &CallAudio::traced, this,
             [this](const QString &text) { traceNote(u"AUDIO"_s, {}, text); });
     connect(m_audio.get(), &CallAudio::meter, this, [this](double level) {
@@ -445,6 +448,9 @@ void Call::applyRoute(bool automatic)
                                  u"Connect a Bluetooth headset, then choose Bluetooth."_s,
                                  u"Подключите Bluetooth-гарнитуру, затем выберите Bluetooth."_s);
             emit routeChanged();
+            if (automatic) {
+                m_audio->setDevices({}, {}); // the headset went: the defaults carry the call
+            }
             return;
         }
     }
@@ -464,13 +470,37 @@ void Call::applyRoute(bool automatic)
 void Call::readRoute()
 {
     const auto outputs = m_port->outputs();
-    m_routeDetail = outputs.isEmpty() ? QString() : outputs.first().name;
+    QString detail = outputs.isEmpty() ? QString() : outputs.first().name;
+    bool headset = false;
     for (const auto &d : outputs) {
         if (m_route == u"bluetooth" && d.id.contains("bluez")) {
-            m_routeDetail = d.name;
+            detail = d.name;
+            headset = true;
             break;
         }
     }
+    // Without the headset the reason it cannot be used stays on screen.
+    if (m_route != u"bluetooth" || headset) {
+        m_routeDetail = detail;
+    }
     m_inputName = m_port->inputName();
     emit routeChanged();
+}
+
+void Call::devicesChanged()
+{
+    // A device that came or went may be the one in use, or the headset the route asks for:
+    // the route is chosen again and a running call reopens its devices.
+    if (isActive() && !m_ending) {
+        applyRoute(true);
+        if (!m_audio->start(true)) {
+            fail(L::t(u"לא ניתן לפתוח את השיחה"_s, u"Could not open the call"_s,
+                      u"Не удалось начать звонок"_s));
+            return;
+        }
+        traceNote(u"AUDIO"_s, {}, u"sound devices changed; reopened"_s);
+    }
+    if (m_port) {
+        readRoute();
+    }
 }

@@ -201,6 +201,8 @@ private:
     void resetAccount();
     void applyRoute(bool automatic);
     void readRoute();
+    // The sound server's devices changed (a headset came or went) during or between calls.
+    void devicesChanged();
     QJsonObject scopeFields() const;
 
     ChatScope m_scope;
