@@ -234,7 +234,8 @@ class Fault(Exception):
 
 
 async def _send(call: Call, frame: dict) -> None:
-    call.log.append({"dir": "out", "type": frame["type"]})
+    noted = {k: v for k, v in frame.items() if k != "data"}
+    call.log.append({"dir": "out", **noted})
     try:
         await call.ws.send_str(dumps(frame).decode())
     except (ConnectionError, RuntimeError):
