@@ -66,6 +66,30 @@ QString roleLabel(const QString &role)
     return role == u"user" ? L::t(u"את/ה"_s, u"You"_s, u"Вы"_s) : L::t(u"הסוכן"_s, u"Agent"_s, u"Агент"_s);
 }
 
+// The phase as the user reads it.
+QString phaseLabel(Call::Phase phase)
+{
+    switch (phase) {
+    case Call::Phase::Failed:
+        return L::t(u"נכשלה"_s, u"failed"_s, u"сбой"_s);
+    case Call::Phase::Connecting:
+        return L::t(u"מתחבר"_s, u"connecting"_s, u"соединение"_s);
+    case Call::Phase::Listening:
+        return L::t(u"מקשיב"_s, u"listening"_s, u"слушает"_s);
+    case Call::Phase::Hearing:
+        return L::t(u"שומע אותך"_s, u"hearing you"_s, u"слышит вас"_s);
+    case Call::Phase::Thinking:
+        return L::t(u"חושב"_s, u"thinking"_s, u"думает"_s);
+    case Call::Phase::Speaking:
+        return L::t(u"מדבר"_s, u"speaking"_s, u"говорит"_s);
+    case Call::Phase::Reconnecting:
+        return L::t(u"מתחבר מחדש"_s, u"reconnecting"_s, u"переподключение"_s);
+    case Call::Phase::Idle:
+        break;
+    }
+    return L::t(u"השיחה הסתיימה"_s, u"call ended"_s, u"звонок завершён"_s);
+}
+
 } // namespace
 
 CallReport::CallReport(Call *call, Mode mode, QObject *parent)
@@ -108,7 +132,7 @@ void CallReport::phase()
     } else if (m_mode == Mode::Plain) {
         // A phase change closes what was being said: the lines so far are final enough.
         lines(false);
-        Console::out(u"["_s + name + u"]"_s);
+        Console::out(u"["_s + phaseLabel(m_call->phase()) + u"]"_s);
     }
 }
 
@@ -170,7 +194,7 @@ void CallReport::redraw()
         return;
     const int width = columns();
     QStringList block;
-    block << clipped(u"● "_s + phaseName(int(m_call->phase())) + u"  "_s + meter(m_call->level()) +
+    block << clipped(u"● "_s + phaseLabel(m_call->phase()) + u"  "_s + meter(m_call->level()) +
                          u"  %1 dB (%2)"_s.arg(std::lround(m_call->microphoneDB()))
                              .arg(std::lround(m_call->effectiveThresholdDB())) +
                          (m_call->muted() ? L::t(u"  מושתק"_s, u"  muted"_s, u"  без звука"_s) : QString()),
