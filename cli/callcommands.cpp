@@ -21,6 +21,7 @@
 #include <QCoroTimer>
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QLoggingCategory>
 
 #include <csignal>
 #include <cmath>
@@ -260,6 +261,9 @@ QCoro::Task<int> live(Invocation in)
         port = split.get();
     }
 
+    // A refused reconnect is part of the call's story (its phase says so); QCoro's uncategorised
+    // warning about it would only scribble over the status line.
+    QLoggingCategory::setFilterRules(u"default.warning=false"_s);
     ApiCallLink link;
     Call call(scopeOf(in), &link, port);
     co_await call.checkAvailability(Session::shared()->user());
