@@ -23,8 +23,8 @@
 #include <QJsonObject>
 #include <QLoggingCategory>
 
-#include <csignal>
 #include <cmath>
+#include <csignal>
 #include <memory>
 #include <unistd.h>
 
@@ -42,10 +42,11 @@ void onInterrupt(int)
 
 int usage()
 {
-    Console::err(L::t(u"שימוש: "_s, u"Usage: "_s, u"Использование: "_s) +
-                 u"call [--project N] [--input FILE.wav] [--output FILE.wav] [--seconds S] [--json]\n"
-                 "       call status [--json] | call journal [--json] | call memory\n"
-                 "       call prefs [--voice V] [--language L] [--provider P] | call threshold [DB]"_s);
+    Console::err(
+        L::t(u"שימוש: "_s, u"Usage: "_s, u"Использование: "_s) +
+        u"call [--project N] [--input FILE.wav] [--output FILE.wav] [--seconds S] [--json]\n"
+        "       call status [--json] | call journal [--json] | call memory\n"
+        "       call prefs [--voice V] [--language L] [--provider P] | call threshold [DB]"_s);
     return Usage;
 }
 
@@ -86,8 +87,10 @@ QJsonObject preferences(const Call &call)
 void printPreferences(const Call &call)
 {
     Console::out(L::t(u"קול: %1"_s, u"Voice: %1"_s, u"Голос: %1"_s).arg(safe(call.voice())));
-    Console::out(L::t(u"שפה: %1"_s, u"Language: %1"_s, u"Язык: %1"_s).arg(safe(call.languageLabel())));
-    Console::out(L::t(u"ספק: %1"_s, u"Provider: %1"_s, u"Провайдер: %1"_s).arg(safe(call.providerLabel())));
+    Console::out(
+        L::t(u"שפה: %1"_s, u"Language: %1"_s, u"Язык: %1"_s).arg(safe(call.languageLabel())));
+    Console::out(
+        L::t(u"ספק: %1"_s, u"Provider: %1"_s, u"Провайдер: %1"_s).arg(safe(call.providerLabel())));
     if (!call.voiceNames().isEmpty())
         Console::out(L::t(u"קולות: %1"_s, u"Voices: %1"_s, u"Голоса: %1"_s)
                          .arg(safe(call.voiceNames().join(u", "_s))));
@@ -132,11 +135,12 @@ QCoro::Task<int> status(Invocation in)
         Console::json(out);
         co_return Done;
     }
-    Console::out(call.available()
-                     ? L::t(u"שיחות קוליות זמינות."_s, u"Voice calls are available."_s, u"Голосовые звонки доступны."_s)
-                     : L::t(u"שיחות קוליות אינן זמינות: %1"_s, u"Voice calls are not available: %1"_s,
-                            u"Голосовые звонки недоступны: %1"_s)
-                           .arg(safe(call.unavailableReason())));
+    Console::out(call.available() ? L::t(u"שיחות קוליות זמינות."_s, u"Voice calls are available."_s,
+                                         u"Голосовые звонки доступны."_s)
+                                  : L::t(u"שיחות קוליות אינן זמינות: %1"_s,
+                                         u"Voice calls are not available: %1"_s,
+                                         u"Голосовые звонки недоступны: %1"_s)
+                                        .arg(safe(call.unavailableReason())));
     printPreferences(call);
     co_return Done;
 }
@@ -152,12 +156,13 @@ QCoro::Task<int> journal(Invocation in)
         QJsonArray lines;
         for (const CallTypes::Line &line : call.lines())
             lines.append(QJsonObject{{u"role"_s, line.role}, {u"text"_s, safe(line.text)}});
-        Console::json(QJsonObject{{u"lines"_s, lines},
-                                  {u"memory"_s, QJsonObject{{u"short_term"_s, call.shortMemory()},
-                                                            {u"long_term"_s, call.longMemory()},
-                                                            {u"status"_s, safe(call.memoryStatus())},
-                                                            {u"busy"_s, call.memoryBusy()}}},
-                                  {u"preferences"_s, preferences(call)}});
+        Console::json(
+            QJsonObject{{u"lines"_s, lines},
+                        {u"memory"_s, QJsonObject{{u"short_term"_s, call.shortMemory()},
+                                                  {u"long_term"_s, call.longMemory()},
+                                                  {u"status"_s, safe(call.memoryStatus())},
+                                                  {u"busy"_s, call.memoryBusy()}}},
+                        {u"preferences"_s, preferences(call)}});
         co_return Done;
     }
     if (call.lines().isEmpty())
@@ -216,7 +221,8 @@ int threshold(const Invocation &in)
         // The threshold is always below full scale: "30" means -30 dB.
         tuning.set(value > 0 ? -value : value);
     }
-    Console::out(L::t(u"סף ההפרעה: %1 dB"_s, u"Interruption threshold: %1 dB"_s, u"Порог перебивания: %1 дБ"_s)
+    Console::out(L::t(u"סף ההפרעה: %1 dB"_s, u"Interruption threshold: %1 dB"_s,
+                      u"Порог перебивания: %1 дБ"_s)
                      .arg(tuning.threshold()));
     return Done;
 }
@@ -256,8 +262,9 @@ QCoro::Task<int> live(Invocation in)
         port = devices.get();
     }
     if (file && devices) {
-        split = std::make_unique<SplitAudioPort>(fromFile ? static_cast<AudioPort *>(file.get()) : devices.get(),
-                                                 toFile ? static_cast<AudioPort *>(file.get()) : devices.get());
+        split = std::make_unique<SplitAudioPort>(
+            fromFile ? static_cast<AudioPort *>(file.get()) : devices.get(),
+            toFile ? static_cast<AudioPort *>(file.get()) : devices.get());
         port = split.get();
     }
 
@@ -274,7 +281,7 @@ QCoro::Task<int> live(Invocation in)
         co_return Refused;
     }
 
-    const CallReport::Mode mode = in.json ? CallReport::Mode::Json
+    const CallReport::Mode mode = in.json                      ? CallReport::Mode::Json
                                   : isatty(STDOUT_FILENO) == 1 ? CallReport::Mode::Live
                                                                : CallReport::Mode::Plain;
     CallReport report(&call, mode);
@@ -289,7 +296,8 @@ QCoro::Task<int> live(Invocation in)
         if (signedOut()) {
             sessionEnded = true;
             call.hangUp();
-        } else if (interruptedByUser || (in.seconds > 0 && Monotonic::seconds() - started >= in.seconds)) {
+        } else if (interruptedByUser ||
+                   (in.seconds > 0 && Monotonic::seconds() - started >= in.seconds)) {
             call.hangUp();
         }
     }
@@ -299,8 +307,9 @@ QCoro::Task<int> live(Invocation in)
     if (toFile) {
         const WavFile played{24000, 1, file->played()};
         if (!played.write(in.output)) {
-            Console::err(L::t(u"לא ניתן לכתוב את %1."_s, u"Cannot write %1."_s, u"Не удалось записать %1."_s)
-                             .arg(in.output));
+            Console::err(
+                L::t(u"לא ניתן לכתוב את %1."_s, u"Cannot write %1."_s, u"Не удалось записать %1."_s)
+                    .arg(in.output));
             co_return Refused;
         }
     }
@@ -309,9 +318,10 @@ QCoro::Task<int> live(Invocation in)
     if (call.phase() == Call::Phase::Failed) {
         Console::err(safe(call.failure()));
         if (!call.audio().error().isEmpty() && (!fromFile || !toFile))
-            Console::err(L::t(u"בלי התקני שמע: ‎--input FILE.wav‎ ו-‎--output FILE.wav‎."_s,
-                              u"Without sound devices: --input FILE.wav and --output FILE.wav."_s,
-                              u"Без звуковых устройств: --input FILE.wav и --output FILE.wav."_s));
+            Console::err(L::t(
+                u"בלי התקני שמע: ‎--input FILE.wav‎ ו-‎--output FILE.wav‎."_s,
+                u"Without sound devices: --input FILE.wav and --output FILE.wav."_s,
+                u"Без звуковых устройств: --input FILE.wav и --output FILE.wav."_s));
         co_return Refused;
     }
     co_return Done;

@@ -63,7 +63,8 @@ QString clipped(const QString &text, int width)
 
 QString roleLabel(const QString &role)
 {
-    return role == u"user" ? L::t(u"את/ה"_s, u"You"_s, u"Вы"_s) : L::t(u"הסוכן"_s, u"Agent"_s, u"Агент"_s);
+    return role == u"user" ? L::t(u"את/ה"_s, u"You"_s, u"Вы"_s)
+                           : L::t(u"הסוכן"_s, u"Agent"_s, u"Агент"_s);
 }
 
 // The phase as the user reads it.
@@ -128,7 +129,8 @@ void CallReport::phase()
         QJsonObject out{{u"phase"_s, name}};
         if (m_call->phase() == Call::Phase::Failed)
             out.insert(u"message"_s, m_call->failure());
-        Console::out(QString::fromUtf8(QJsonDocument(safe(out).toObject()).toJson(QJsonDocument::Compact)));
+        Console::out(
+            QString::fromUtf8(QJsonDocument(safe(out).toObject()).toJson(QJsonDocument::Compact)));
     } else if (m_mode == Mode::Plain) {
         // A phase change closes what was being said: the lines so far are final enough.
         lines(false);
@@ -144,7 +146,9 @@ void CallReport::lines(bool json)
             continue;
         m_shown.insert(key, line.text);
         if (json)
-            jsonLine(u"line"_s, QJsonObject{{u"id"_s, line.id}, {u"role"_s, line.role}, {u"text"_s, line.text}});
+            jsonLine(
+                u"line"_s,
+                QJsonObject{{u"id"_s, line.id}, {u"role"_s, line.role}, {u"text"_s, line.text}});
         else
             Console::out(roleLabel(line.role) + u": "_s + TerminalText::safe(line.text));
     }
@@ -158,8 +162,10 @@ void CallReport::work()
         if (m_shown.value(key) == shown)
             continue;
         m_shown.insert(key, shown);
-        jsonLine(u"step"_s, QJsonObject{{u"id"_s, step.id}, {u"title"_s, step.title},
-                                        {u"state"_s, step.state}, {u"detail"_s, step.detail}});
+        jsonLine(u"step"_s, QJsonObject{{u"id"_s, step.id},
+                                        {u"title"_s, step.title},
+                                        {u"state"_s, step.state},
+                                        {u"detail"_s, step.detail}});
     }
     for (const CallTypes::FastAnswer &fast : m_call->fastAnswers()) {
         const QString key = u"fast:"_s + fast.id;
@@ -170,9 +176,12 @@ void CallReport::work()
         QJsonArray sources;
         for (const CallTypes::Source &s : fast.sources)
             sources.append(QJsonObject{{u"title"_s, s.title}, {u"url"_s, s.url}});
-        jsonLine(u"fast"_s, QJsonObject{{u"id"_s, fast.id}, {u"query"_s, fast.query},
-                                        {u"state"_s, fast.state}, {u"stage"_s, fast.stage},
-                                        {u"answer"_s, fast.answer}, {u"error"_s, fast.error},
+        jsonLine(u"fast"_s, QJsonObject{{u"id"_s, fast.id},
+                                        {u"query"_s, fast.query},
+                                        {u"state"_s, fast.state},
+                                        {u"stage"_s, fast.stage},
+                                        {u"answer"_s, fast.answer},
+                                        {u"error"_s, fast.error},
                                         {u"sources"_s, sources}});
     }
 }
@@ -194,17 +203,21 @@ void CallReport::redraw()
         return;
     const int width = columns();
     QStringList block;
-    block << clipped(u"● "_s + phaseLabel(m_call->phase()) + u"  "_s + meter(m_call->level()) +
-                         u"  %1 dB (%2)"_s.arg(std::lround(m_call->microphoneDB()))
-                             .arg(std::lround(m_call->effectiveThresholdDB())) +
-                         (m_call->muted() ? L::t(u"  מושתק"_s, u"  muted"_s, u"  без звука"_s) : QString()),
+    block << clipped(
+        u"● "_s + phaseLabel(m_call->phase()) + u"  "_s + meter(m_call->level()) +
+            u"  %1 dB (%2)"_s.arg(std::lround(m_call->microphoneDB()))
+                .arg(std::lround(m_call->effectiveThresholdDB())) +
+            (m_call->muted() ? L::t(u"  מושתק"_s, u"  muted"_s, u"  без звука"_s) : QString()),
+        width);
+    block << clipped(u"  "_s + roleLabel(u"user"_s) + u": "_s + TerminalText::safe(m_call->heard()),
                      width);
-    block << clipped(u"  "_s + roleLabel(u"user"_s) + u": "_s + TerminalText::safe(m_call->heard()), width);
-    block << clipped(u"  "_s + roleLabel(u"assistant"_s) + u": "_s + TerminalText::safe(m_call->said()), width);
+    block << clipped(
+        u"  "_s + roleLabel(u"assistant"_s) + u": "_s + TerminalText::safe(m_call->said()), width);
     QStringList steps;
     for (const CallTypes::Step &step : m_call->steps())
         steps << TerminalText::safe(step.title) + u" ("_s + TerminalText::safe(step.state) + u")"_s;
-    block << clipped(u"  "_s + L::t(u"משימות"_s, u"Steps"_s, u"Шаги"_s) + u": "_s + steps.join(u" · "_s), width);
+    block << clipped(
+        u"  "_s + L::t(u"משימות"_s, u"Steps"_s, u"Шаги"_s) + u": "_s + steps.join(u" · "_s), width);
     QString out = m_drawn > 0 ? u"\x1b[%1F"_s.arg(m_drawn) : QString();
     for (const QString &line : block)
         out += u"\x1b[2K"_s + line + u'\n';

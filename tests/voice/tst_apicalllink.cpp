@@ -101,8 +101,9 @@ private slots:
         const QJsonObject saved = Sync::run(
             link.post(u"webapi/voice-live/preferences"_s, QJsonObject{{u"voice"_s, u"Kore"_s}}));
         QCOMPARE(saved[u"preferences"_s][u"voice"_s].toString(), u"Kore"_s);
-        QVERIFY_THROWS_EXCEPTION(std::exception, Sync::run(link.post(
-            u"webapi/voice-live/preferences"_s, QJsonObject{{u"voice"_s, u"Nobody"_s}})));
+        QVERIFY_THROWS_EXCEPTION(std::exception,
+                                 Sync::run(link.post(u"webapi/voice-live/preferences"_s,
+                                                     QJsonObject{{u"voice"_s, u"Nobody"_s}})));
     }
 };
 

@@ -82,7 +82,8 @@ private slots:
         const QString input = spokenInput();
         QVERIFY(!input.isEmpty());
         const QString output = home->path() + u"/reply.wav"_s;
-        const CliRun run = cli({"call", "--input", input, "--output", output, "--seconds", "11", "--json"});
+        const CliRun run =
+            cli({"call", "--input", input, "--output", output, "--seconds", "11", "--json"});
         QCOMPARE(run.status, 0);
 
         QStringList phases;
@@ -92,7 +93,8 @@ private slots:
             if (o.contains(u"phase"_s))
                 phases << o[u"phase"_s].toString();
             if (o.contains(u"line"_s))
-                said << o[u"line"_s][u"role"_s].toString() + u':' + o[u"line"_s][u"text"_s].toString();
+                said << o[u"line"_s][u"role"_s].toString() + u':' +
+                            o[u"line"_s][u"text"_s].toString();
         }
         QVERIFY2(phases.contains(u"reconnecting"_s), qPrintable(phases.join(u' ')));
         QCOMPARE(phases.last(), u"idle"_s);
@@ -146,14 +148,14 @@ private slots:
         QTest::addColumn<QStringList>("args");
         QTest::addColumn<int>("status");
         QTest::addColumn<QString>("error");
-        QTest::newRow("not signed in") << QString() << QStringList{"call", "--seconds", "1"} << 3
-                                       << "not signed in";
-        QTest::newRow("calls not enabled") << "plain" << QStringList{"call", "--seconds", "1"} << 1
-                                           << "not enabled";
-        QTest::newRow("input not a WAV") << "demo" << QStringList{"call", "--input", "/etc/hostname"}
-                                         << 2 << "/etc/hostname";
-        QTest::newRow("threshold clamps") << "demo" << QStringList{"call", "threshold", "-70"} << 0
-                                          << QString();
+        QTest::newRow("not signed in")
+            << QString() << QStringList{"call", "--seconds", "1"} << 3 << "not signed in";
+        QTest::newRow("calls not enabled")
+            << "plain" << QStringList{"call", "--seconds", "1"} << 1 << "not enabled";
+        QTest::newRow("input not a WAV")
+            << "demo" << QStringList{"call", "--input", "/etc/hostname"} << 2 << "/etc/hostname";
+        QTest::newRow("threshold clamps")
+            << "demo" << QStringList{"call", "threshold", "-70"} << 0 << QString();
     }
     void failuresGiveTheirExitStatus()
     {
@@ -164,7 +166,10 @@ private slots:
         if (user == u"plain")
             service.control("POST", u"user"_s, {{u"user"_s, user}, {u"password"_s, u"pw"_s}});
         if (!user.isEmpty())
-            QCOMPARE(cli({"login", "--user", user}, (user == u"plain" ? "pw" : "demo-password") + "\n"_ba).status, 0);
+            QCOMPARE(cli({"login", "--user", user},
+                         (user == u"plain" ? "pw" : "demo-password") + "\n"_ba)
+                         .status,
+                     0);
         const CliRun run = cli(QStringList{"--lang", "en"} + args);
         QCOMPARE(run.status, status);
         QVERIFY2(run.err.contains(error, Qt::CaseInsensitive), qPrintable(run.err));
