@@ -11,6 +11,7 @@
 #include <QJsonDocument>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QProcess>
 #include <QTest>
 
 #include <cmath>
@@ -140,6 +141,59 @@ private slots:
         QCOMPARE(reply.sampleRate, 24000);
         QCOMPARE(reply.channels, 1);
         QVERIFY2(voicedSeconds(reply) > 2.0, "the agent's spoken reply is not in the output");
+    }
+
+    void theServerEndsOrWarns_data()
+    {
+        QTest::addColumn<QString>("frame");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QString>("error");
+        QTest::addColumn<QString>("lastPhase");
+        QTest::addColumn<QString>("seconds"); // --seconds: only the warning waits for it
+        QTest::newRow("fatal error fails the call")
+            << R"({"type":"error","error":"quota","detail":"Quota used up","fatal":true})" << 1
+            << "Quota used up"
+            << "failed"
+            << "600";
+        QTest::newRow("a warning lets it run to its end")
+            << R"({"type":"error","error":"slow","detail":"lagging"})" << 0 << QString() << "idle"
+            << "3";
+        QTest::newRow("closed by the server")
+            << R"({"type":"closed","reason":"bye"})" << 0 << QString() << "idle"
+            << "600";
+    }
+    void theServerEndsOrWarns()
+    {
+        QFETCH(QString, frame);
+        QFETCH(int, status);
+        QFETCH(QString, error);
+        QFETCH(QString, lastPhase);
+        QFETCH(QString, seconds);
+        QCOMPARE(cli({"login", "--user", "demo"}, "demo-password\n").status, 0);
+        const QString silence = home->path() + u"/silence.wav"_s;
+        const WavFile quiet{16000, 1, QByteArray(32000, '\0')};
+        QVERIFY(quiet.write(silence));
+        QProcess process;
+        process.setProcessEnvironment(cliEnvironment(home->path(), service.base()));
+        process.start(QStringLiteral(HALVENMARK_CLI),
+                      {"--lang", "en", "call", "--input", silence, "--output",
+                       home->path() + u"/out.wav"_s, "--seconds", seconds, "--json"});
+        QByteArray out;
+        while (!out.contains(R"("phase":"listening")") && process.waitForReadyRead(10'000))
+            out += process.readAllStandardOutput();
+        QVERIFY2(out.contains(R"("phase":"listening")"), out.constData());
+        const QJsonObject sent =
+            service.control("POST", u"voice-live/send"_s,
+                            {{u"user"_s, u"demo"_s},
+                             {u"frame"_s, QJsonDocument::fromJson(frame.toUtf8()).object()}});
+        QCOMPARE(sent[u"sent"_s].toInt(), 1);
+        QVERIFY(process.waitForFinished(20'000));
+        out += process.readAllStandardOutput();
+        const QString err = QString::fromUtf8(process.readAllStandardError());
+        QCOMPARE(process.exitCode(), status);
+        QVERIFY2(error.isEmpty() ? err.isEmpty() : err.contains(error), qPrintable(err));
+        const QList<QByteArray> lines = out.trimmed().split('\n');
+        QCOMPARE(QJsonDocument::fromJson(lines.last()).object()[u"phase"_s].toString(), lastPhase);
     }
 
     void failuresGiveTheirExitStatus_data()
