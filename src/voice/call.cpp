@@ -46,7 +46,7 @@ Call::Call(ChatScope scope, CallLink *link, AudioPort *port, Sleeper *sleeper, C
     });
     connect(m_audio.get(), &CallAudio::chunk, this, &Call::push);
     if (port) {
-        connect(port, &AudioPort::devicesChanged, this, &Call::devicesChanged);
+        connect(port, &AudioPort::devicesChanged, this, [this] { devicesChanged(); });
     }
     connect(m_audio.get(), &CallAudio::traced, this,
             [this](const QString &text) { traceNote(u"AUDIO"_s, {}, text); });
@@ -487,8 +487,20 @@ void Call::readRoute()
     emit routeChanged();
 }
 
-void Call::devicesChanged()
+QCoro::Task<> Call::devicesChanged()
 {
+    // A headset brings its speaker and its microphone one after the other: one reopening
+    // for both.
+    if (m_devicesSettling) {
+        co_return;
+    }
+    m_devicesSettling = true;
+    QPointer<Call> self(this);
+    co_await m_sleeper->sleep(std::chrono::milliseconds(250));
+    if (!self) {
+        co_return;
+    }
+    m_devicesSettling = false;
     // A device that came or went may be the one in use, or the headset the route asks for:
     // the route is chosen again and a running call reopens its devices.
     if (isActive() && !m_ending) {
@@ -496,7 +508,7 @@ void Call::devicesChanged()
         if (!m_audio->start(true)) {
             fail(L::t(u"לא ניתן לפתוח את השיחה"_s, u"Could not open the call"_s,
                       u"Не удалось начать звонок"_s));
-            return;
+            co_return;
         }
         traceNote(u"AUDIO"_s, {}, u"sound devices changed; reopened"_s);
     }

@@ -202,7 +202,7 @@ private:
     void applyRoute(bool automatic);
     void readRoute();
     // The sound server's devices changed (a headset came or went) during or between calls.
-    void devicesChanged();
+    QCoro::Task<> devicesChanged();
     QJsonObject scopeFields() const;
 
     ChatScope m_scope;
@@ -247,6 +247,7 @@ private:
     QString m_routeDetail;
     QString m_inputName;
     bool m_routePicked = false;
+    bool m_devicesSettling = false; // a device change waits for its siblings
     QString m_account;
 
     QString m_userLineID;

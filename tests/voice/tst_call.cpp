@@ -380,7 +380,9 @@ void TestCall::devicesChange()
     rig.port.openedOutput = "unopened";
     const int opens = rig.port.opens;
     plug(headsetAfter);
+    emit rig.port.devicesChanged(); // the speaker and the microphone, one after the other
     emit rig.port.devicesChanged();
+    rig.advance();
     QCOMPARE(rig.port.openedOutput, output);
     QCOMPARE(rig.port.opens, opens + int(started));
     QCOMPARE(rig.call.routeDetail(), detail);
