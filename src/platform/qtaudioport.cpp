@@ -42,9 +42,36 @@ QtAudioPort::QtAudioPort(QObject *parent)
 {
     m_feeder.setTimerType(Qt::PreciseTimer);
     connect(&m_feeder, &QTimer::timeout, this, &QtAudioPort::feed);
+    // Qt 6.4's PulseAudio backend updates its lists but did not emit these signals here: the
+    // lists are also compared once a second, and only a real difference is announced.
     auto *devices = new QMediaDevices(this);
-    connect(devices, &QMediaDevices::audioInputsChanged, this, &AudioPort::devicesChanged);
-    connect(devices, &QMediaDevices::audioOutputsChanged, this, &AudioPort::devicesChanged);
+    connect(devices, &QMediaDevices::audioInputsChanged, this, &QtAudioPort::checkDevices);
+    connect(devices, &QMediaDevices::audioOutputsChanged, this, &QtAudioPort::checkDevices);
+    m_devices = deviceIds();
+    m_devicePoll.setInterval(1000);
+    connect(&m_devicePoll, &QTimer::timeout, this, &QtAudioPort::checkDevices);
+    m_devicePoll.start();
+}
+
+QList<QByteArray> QtAudioPort::deviceIds() const
+{
+    QList<QByteArray> ids;
+    for (const QAudioDevice &d : QMediaDevices::audioInputs()) {
+        ids.append("in:" + d.id());
+    }
+    for (const QAudioDevice &d : QMediaDevices::audioOutputs()) {
+        ids.append("out:" + d.id());
+    }
+    return ids;
+}
+
+void QtAudioPort::checkDevices()
+{
+    QList<QByteArray> now = deviceIds();
+    if (now != m_devices) {
+        m_devices = std::move(now);
+        emit devicesChanged();
+    }
 }
 
 QtAudioPort::~QtAudioPort()

@@ -51,6 +51,8 @@ private:
     };
 
     void readCaptured();
+    QList<QByteArray> deviceIds() const;
+    void checkDevices();
     void feed();
     QAudioDevice pick(bool input, const QByteArray &id) const;
 
@@ -63,6 +65,8 @@ private:
     QString m_error;
     std::deque<Queued> m_queue;
     QTimer m_feeder;
+    QList<QByteArray> m_devices; // ids last seen, inputs then outputs
+    QTimer m_devicePoll;
     bool m_capture = true;
     bool m_playback = true;
     qint64 m_written = 0; // bytes handed to the sink since open
