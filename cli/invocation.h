@@ -24,4 +24,9 @@ struct Invocation {
     bool primary = false;        // --primary (vault add)
     bool forget = false;         // --forget (health disconnect)
     bool force = false;          // --force (logout with turns not yet sent)
+    QString input;               // --input FILE.wav (call): instead of the microphone
+    double seconds = 0;          // --seconds S (call): hang up after S; 0 when not given
+    QString voice;               // --voice, --language, --provider (call prefs)
+    QString language;
+    QString provider;
 };

@@ -1,5 +1,6 @@
 // halvenmark-cli: the terminal client.
 
+#include "callcommands.h"
 #include "chatcommands.h"
 #include "clivitals.h"
 #include "debugcommands.h"
@@ -25,6 +26,7 @@ using namespace Qt::StringLiterals;
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QRegularExpression>
 #include <QCoroTask>
 #include <QTimer>
 
@@ -51,6 +53,7 @@ const std::map<QString, Command> &commands()
         {u"debug"_s, DebugCommands::debug},
         {u"health"_s, HealthCommands::health},
         {u"vault"_s, VaultCommands::vault},
+        {u"call"_s, CallCommands::call},
     };
     return table;
 }
@@ -84,6 +87,11 @@ QString summary()
         "  logout [--force]                    יציאה\n"
         "  delete-account                      מחיקת החשבון\n"
         "  push status [--json] | push test    בדיקת ההתראות; התראת בדיקה\n"
+        "  call [--input FILE.wav] [--output FILE.wav] [--seconds S] [--json]\n"
+        "                                      שיחה קולית חיה עם הסוכן\n"
+        "  call status | journal [--json] | memory  זמינות; יומן השיחות; איחוד הזיכרון\n"
+        "  call prefs [--voice V] [--language L] [--provider P] | call threshold [DB]\n"
+        "                                      העדפות הקול; סף ההפרעה\n"
         "  debug crash SIGNAL | debug hang SECONDS | debug report\n"
         "                                      למפתחים: קריסה, תקיעה, שליחת הדוחות\n"
         "\n"
@@ -116,6 +124,11 @@ QString summary()
         "  logout [--force]                    sign out\n"
         "  delete-account                      delete the account\n"
         "  push status [--json] | push test    check notifications; send a test one\n"
+        "  call [--input FILE.wav] [--output FILE.wav] [--seconds S] [--json]\n"
+        "                                      a live voice call with the agent\n"
+        "  call status | journal [--json] | memory  availability; the call journal; fold memory\n"
+        "  call prefs [--voice V] [--language L] [--provider P] | call threshold [DB]\n"
+        "                                      voice preferences; the interruption threshold\n"
         "  debug crash SIGNAL | debug hang SECONDS | debug report\n"
         "                                      for developers: crash, hang, send the reports\n"
         "\n"
@@ -148,6 +161,11 @@ QString summary()
         "  logout [--force]                    выйти\n"
         "  delete-account                      удалить аккаунт\n"
         "  push status [--json] | push test    проверка уведомлений; тестовое уведомление\n"
+        "  call [--input FILE.wav] [--output FILE.wav] [--seconds S] [--json]\n"
+        "                                      живой голосовой звонок агенту\n"
+        "  call status | journal [--json] | memory  доступность; журнал звонков; свернуть память\n"
+        "  call prefs [--voice V] [--language L] [--provider P] | call threshold [DB]\n"
+        "                                      настройки голоса; порог перебивания\n"
         "  debug crash SIGNAL | debug hang SECONDS | debug report\n"
         "                                      для разработчиков: сбой, зависание, отправка отчётов\n"
         "\n"
@@ -205,9 +223,20 @@ int main(int argc, char **argv)
     parser.addOptions({title, field, primary, forget});
     const QCommandLineOption force(u"force"_s, u"logout: even with turns not yet sent."_s);
     parser.addOption(force);
+    const QCommandLineOption input(u"input"_s, u"call: this WAV file instead of the microphone."_s, u"FILE"_s);
+    const QCommandLineOption seconds(u"seconds"_s, u"call: hang up after S seconds."_s, u"S"_s);
+    const QCommandLineOption voice(u"voice"_s, u"call prefs: the agent's voice."_s, u"V"_s);
+    const QCommandLineOption language(u"language"_s, u"call prefs: the call's language."_s, u"L"_s);
+    const QCommandLineOption provider(u"provider"_s, u"call prefs: openai or gemini."_s, u"P"_s);
+    parser.addOptions({input, seconds, voice, language, provider});
     parser.addPositionalArgument(u"command"_s, u"What to do."_s);
 
-    if (!parser.parse(QCoreApplication::arguments())) {
+    // "call threshold -30": the decibels are a value, not a cluster of short options.
+    QStringList arguments = QCoreApplication::arguments();
+    static const QRegularExpression negative(u"^-[0-9]+(\\.[0-9]+)?$"_s);
+    if (const qsizetype at = arguments.indexOf(negative); at > 0 && arguments.at(at - 1) == u"threshold")
+        arguments.insert(at, u"--"_s);
+    if (!parser.parse(arguments)) {
         const QStringList unknown = parser.unknownOptionNames();
         Console::err(unknown.isEmpty()
                          ? parser.errorText()
@@ -279,6 +308,19 @@ int main(int argc, char **argv)
         }
     }
     in.output = parser.value(output);
+    in.input = parser.value(input);
+    in.voice = parser.value(voice);
+    in.language = parser.value(language);
+    in.provider = parser.value(provider);
+    if (parser.isSet(seconds)) {
+        bool number = false;
+        in.seconds = parser.value(seconds).toDouble(&number);
+        if (!number || !(in.seconds > 0)) {
+            Console::err(L::t(u"‎--seconds‎ צריך מספר שניות חיובי."_s, u"--seconds needs a positive number of seconds."_s,
+                              u"Для --seconds нужно положительное число секунд."_s));
+            return Usage;
+        }
+    }
     if (parser.isSet(rate)) {
         bool number = false;
         in.rate = parser.value(rate).toDouble(&number);

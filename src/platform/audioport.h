@@ -48,4 +48,6 @@ signals:
     // What was just handed to the speaker (silence included): the echo canceller's reference.
     void rendered(const QByteArray &pcm);
     void bufferDone(quint64 id);
+    // A device came or went (a headset plugged in or pulled out).
+    void devicesChanged();
 };

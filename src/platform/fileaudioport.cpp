@@ -34,6 +34,9 @@ bool FileAudioPort::open(const QByteArray &inputId, const QByteArray &outputId)
     }
     m_open = true;
     m_error.clear();
+    if (m_realTime) {
+        m_timer.start(m_chunkMs);
+    }
     return true;
 }
 
@@ -75,7 +78,8 @@ qsizetype FileAudioPort::queuedBytes() const
 
 void FileAudioPort::runInRealTime(bool on)
 {
-    if (on) {
+    m_realTime = on;
+    if (on && m_open) {
         m_timer.start(m_chunkMs);
     } else {
         m_timer.stop();

@@ -30,7 +30,7 @@ public:
 
     // One chunk of time: the next captured chunk and one chunk played.
     void tick();
-    // Ticks from a timer every chunk (the terminal's --input/--output).
+    // Ticks from a timer every chunk while open (the terminal's --input/--output).
     void runInRealTime(bool on);
 
     // Everything the speaker was given, silence included (24 kHz mono 16-bit).
@@ -63,4 +63,5 @@ private:
     std::deque<Queued> m_queue;
     QByteArray m_played;
     QTimer m_timer;
+    bool m_realTime = false;
 };

@@ -42,6 +42,36 @@ QtAudioPort::QtAudioPort(QObject *parent)
 {
     m_feeder.setTimerType(Qt::PreciseTimer);
     connect(&m_feeder, &QTimer::timeout, this, &QtAudioPort::feed);
+    // Qt 6.4's PulseAudio backend updates its lists but did not emit these signals here: the
+    // lists are also compared once a second, and only a real difference is announced.
+    auto *devices = new QMediaDevices(this);
+    connect(devices, &QMediaDevices::audioInputsChanged, this, &QtAudioPort::checkDevices);
+    connect(devices, &QMediaDevices::audioOutputsChanged, this, &QtAudioPort::checkDevices);
+    m_devices = deviceIds();
+    m_devicePoll.setInterval(1000);
+    connect(&m_devicePoll, &QTimer::timeout, this, &QtAudioPort::checkDevices);
+    m_devicePoll.start();
+}
+
+QList<QByteArray> QtAudioPort::deviceIds() const
+{
+    QList<QByteArray> ids;
+    for (const QAudioDevice &d : QMediaDevices::audioInputs()) {
+        ids.append("in:" + d.id());
+    }
+    for (const QAudioDevice &d : QMediaDevices::audioOutputs()) {
+        ids.append("out:" + d.id());
+    }
+    return ids;
+}
+
+void QtAudioPort::checkDevices()
+{
+    QList<QByteArray> now = deviceIds();
+    if (now != m_devices) {
+        m_devices = std::move(now);
+        emit devicesChanged();
+    }
 }
 
 QtAudioPort::~QtAudioPort()
@@ -83,36 +113,46 @@ QAudioDevice QtAudioPort::pick(bool input, const QByteArray &id) const
 bool QtAudioPort::open(const QByteArray &inputId, const QByteArray &outputId)
 {
     close();
-    m_inputDevice = pick(true, inputId);
-    const QAudioDevice output = pick(false, outputId);
-    if (m_inputDevice.isNull() || output.isNull()) {
+    m_inputDevice = m_capture ? pick(true, inputId) : QAudioDevice();
+    const QAudioDevice output = m_playback ? pick(false, outputId) : QAudioDevice();
+    if ((m_capture && m_inputDevice.isNull()) || (m_playback && output.isNull())) {
         m_error = QStringLiteral("no sound device");
         return false;
     }
 
-    QAudioFormat captureFormat = m_inputDevice.preferredFormat();
-    if (captureFormat.sampleFormat() != QAudioFormat::Float) {
-        captureFormat.setSampleFormat(QAudioFormat::Int16);
+    if (m_capture) {
+        QAudioFormat captureFormat = m_inputDevice.preferredFormat();
+        if (captureFormat.sampleFormat() != QAudioFormat::Float) {
+            captureFormat.setSampleFormat(QAudioFormat::Int16);
+        }
+        m_format = {captureFormat.sampleRate(), captureFormat.channelCount(),
+                    captureFormat.sampleFormat() == QAudioFormat::Float};
+        m_source = std::make_unique<QAudioSource>(m_inputDevice, captureFormat);
+        m_source->setBufferSize(captureFormat.bytesForDuration(20000));
+        m_in = m_source->start();
     }
-    m_format = {captureFormat.sampleRate(), captureFormat.channelCount(),
-                captureFormat.sampleFormat() == QAudioFormat::Float};
-    m_source = std::make_unique<QAudioSource>(m_inputDevice, captureFormat);
-    m_source->setBufferSize(captureFormat.bytesForDuration(20000));
-    m_in = m_source->start();
-
-    m_sink = std::make_unique<QAudioSink>(output, wireFormat());
-    m_sink->setBufferSize(wireFormat().bytesForDuration(aheadMs * 2000));
-    m_out = m_sink->start();
-    if (!m_in || !m_out || m_source->error() != QAudio::NoError ||
-        m_sink->error() != QAudio::NoError) {
+    if (m_playback) {
+        m_sink = std::make_unique<QAudioSink>(output, wireFormat());
+        m_sink->setBufferSize(wireFormat().bytesForDuration(aheadMs * 2000));
+        m_out = m_sink->start();
+    }
+    const bool captureFailed =
+        m_capture && (!m_in || m_source->error() != QAudio::NoError);
+    const bool playbackFailed =
+        m_playback && (!m_out || m_sink->error() != QAudio::NoError);
+    if (captureFailed || playbackFailed) {
         m_error = QStringLiteral("could not open the sound devices");
-        qCWarning(lcAudio) << "open failed" << m_source->error() << m_sink->error();
+        qCWarning(lcAudio) << "open failed" << captureFailed << playbackFailed;
         close();
         return false;
     }
-    connect(m_in, &QIODevice::readyRead, this, &QtAudioPort::readCaptured);
+    if (m_capture) {
+        connect(m_in, &QIODevice::readyRead, this, &QtAudioPort::readCaptured);
+    }
     m_written = 0;
-    m_feeder.start(chunkMs);
+    if (m_playback) {
+        m_feeder.start(chunkMs);
+    }
     m_error.clear();
     return true;
 }
@@ -133,8 +173,9 @@ void QtAudioPort::close()
 
 bool QtAudioPort::isOpen() const
 {
-    return m_source && m_sink && m_source->state() != QAudio::StoppedState &&
-           m_sink->state() != QAudio::StoppedState;
+    const bool captureOpen = m_source && m_source->state() != QAudio::StoppedState;
+    const bool playbackOpen = m_sink && m_sink->state() != QAudio::StoppedState;
+    return (!m_capture || captureOpen) && (!m_playback || playbackOpen);
 }
 
 void QtAudioPort::readCaptured()

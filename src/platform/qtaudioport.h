@@ -36,6 +36,12 @@ public:
     void enqueue(const QByteArray &pcm, quint64 id) override;
     void dropQueued() override;
     int outputLatencyMs() const override;
+    // Opens only the microphone or only the speaker (the other side is a file); both by default.
+    void useOnly(bool capture, bool playback)
+    {
+        m_capture = capture;
+        m_playback = playback;
+    }
 
 private:
     struct Queued {
@@ -45,6 +51,8 @@ private:
     };
 
     void readCaptured();
+    QList<QByteArray> deviceIds() const;
+    void checkDevices();
     void feed();
     QAudioDevice pick(bool input, const QByteArray &id) const;
 
@@ -57,5 +65,9 @@ private:
     QString m_error;
     std::deque<Queued> m_queue;
     QTimer m_feeder;
+    QList<QByteArray> m_devices; // ids last seen, inputs then outputs
+    QTimer m_devicePoll;
+    bool m_capture = true;
+    bool m_playback = true;
     qint64 m_written = 0; // bytes handed to the sink since open
 };

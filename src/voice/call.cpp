@@ -45,6 +45,9 @@ Call::Call(ChatScope scope, CallLink *link, AudioPort *port, Sleeper *sleeper, C
         }
     });
     connect(m_audio.get(), &CallAudio::chunk, this, &Call::push);
+    if (port) {
+        connect(port, &AudioPort::devicesChanged, this, [this] { devicesChanged(); });
+    }
     connect(m_audio.get(), &CallAudio::traced, this,
             [this](const QString &text) { traceNote(u"AUDIO"_s, {}, text); });
     connect(m_audio.get(), &CallAudio::meter, this, [this](double level) {
@@ -465,6 +468,9 @@ void Call::applyRoute(bool automatic)
                                  u"Connect a Bluetooth headset, then choose Bluetooth."_s,
                                  u"Подключите Bluetooth-гарнитуру, затем выберите Bluetooth."_s);
             emit routeChanged();
+            if (automatic) {
+                m_audio->setDevices({}, {}); // the headset went: the defaults carry the call
+            }
             return;
         }
     }
@@ -484,17 +490,54 @@ void Call::applyRoute(bool automatic)
 void Call::readRoute()
 {
     const auto outputs = m_port->outputs();
-    m_routeDetail = outputs.isEmpty() ? QString() : outputs.first().name;
+    QString detail = outputs.isEmpty() ? QString() : outputs.first().name;
+    bool headset = false;
     for (const auto &d : outputs) {
         if (!m_chosenOutput.isEmpty() && d.id == m_chosenOutput) {
-            m_routeDetail = d.name;
+            detail = d.name;
+            headset = d.id.contains("bluez");
             break;
         }
         if (m_route == u"bluetooth" && d.id.contains("bluez")) {
-            m_routeDetail = d.name;
+            detail = d.name;
+            headset = true;
             break;
         }
     }
+    // Without the headset the reason it cannot be used stays on screen.
+    if (m_route != u"bluetooth" || headset) {
+        m_routeDetail = detail;
+    }
     m_inputName = m_port->inputName();
     emit routeChanged();
+}
+
+QCoro::Task<> Call::devicesChanged()
+{
+    // A headset brings its speaker and its microphone one after the other: one reopening
+    // for both.
+    if (m_devicesSettling) {
+        co_return;
+    }
+    m_devicesSettling = true;
+    QPointer<Call> self(this);
+    co_await m_sleeper->sleep(std::chrono::milliseconds(250));
+    if (!self) {
+        co_return;
+    }
+    m_devicesSettling = false;
+    // A device that came or went may be the one in use, or the headset the route asks for:
+    // the route is chosen again and a running call reopens its devices.
+    if (isActive() && !m_ending) {
+        applyRoute(true);
+        if (!m_audio->start(true)) {
+            fail(L::t(u"לא ניתן לפתוח את השיחה"_s, u"Could not open the call"_s,
+                      u"Не удалось начать звонок"_s));
+            co_return;
+        }
+        traceNote(u"AUDIO"_s, {}, u"sound devices changed; reopened"_s);
+    }
+    if (m_port) {
+        readRoute();
+    }
 }

@@ -208,6 +208,8 @@ private:
     void resetAccount();
     void applyRoute(bool automatic);
     void readRoute();
+    // The sound server's devices changed (a headset came or went) during or between calls.
+    QCoro::Task<> devicesChanged();
     QJsonObject scopeFields() const;
 
     ChatScope m_scope;
@@ -254,6 +256,7 @@ private:
     bool m_routePicked = false;
     QByteArray m_chosenInput;
     QByteArray m_chosenOutput;
+    bool m_devicesSettling = false; // a device change waits for its siblings
     QString m_account;
 
     QString m_userLineID;

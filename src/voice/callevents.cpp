@@ -102,6 +102,7 @@ void Call::absorb(const QJsonObject &frame)
         streamLine(u"assistant"_s, text, false);
     } else if (type == u"interrupted") {
         m_audio->flush();
+        m_gate.reset(); // the user has the floor; a held candidate belongs to the old reply
         m_said.clear();
         emit transcriptChanged();
         refreshPhase();

@@ -7,6 +7,7 @@ from aiohttp import web
 
 import chatcontrol
 import checks
+import voicelive
 import voicenotes
 from state import Fault, Page, State, User
 from wire import Reject, dumps, parse_object, reply, text_or_empty
@@ -180,6 +181,9 @@ async def handle(request: web.Request, state: State) -> web.Response:
     if (method, action) == ("GET", "sessions"):
         return reply({"sessions": [{"user": user, "cookie": cookie}
                                    for cookie, user in state.sessions.items()]})
+    live = await voicelive.handle_control(method, action, body, request.query, state)
+    if live is not None:
+        return live
     voice = voicenotes.handle_control(method, action, body, state)
     if voice is not None:
         return voice

@@ -3,7 +3,7 @@
 USERS = [
     # name, password, role, email, pages, voice_live, workspace id, workspace name
     ("demo", "demo-password", "user", "demo@example.com",
-     ["projects", "automations", "chat", "tasks"], False, "ws-demo", "Demo workspace"),
+     ["projects", "automations", "chat", "tasks"], True, "ws-demo", "Demo workspace"),
     ("owner", "owner-password", "owner", "owner@example.com",
      [], False, "ws-owner", "Owner workspace"),
     ("tt_7f3a9c", "guest-password", "user", "guest@example.com",

@@ -88,6 +88,7 @@ class State:
             self.pages[(path, None)] = Page(data, content_type)
         self.faults: list[Fault] = []
         self.log: list[dict] = []
+        self.voicelive = None  # voicelive.Voice, made on first use
         self.speeches: dict = {}  # (user, conversation, seq) -> voicenotes.Speech
 
     def remember(self, entry: dict) -> None:

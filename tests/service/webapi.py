@@ -10,6 +10,7 @@ from aiohttp import WSMsgType, web
 import chat
 import chatapi
 import pushreport
+import voicelive
 import voicenotes
 import features
 import workspace
@@ -196,6 +197,7 @@ ROUTES = {
     "router/feedback": (False, {"POST": chatapi.feedback}),
     **pushreport.ROUTES,
     **workspace.ROUTES,
+    **voicelive.ROUTES,
 }
 # Paths with a variable part, all for signed-in users.
 PATTERNS = [

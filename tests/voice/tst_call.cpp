@@ -103,6 +103,8 @@ private slots:
     void accountSwitchResetsToDefaults();
     void route_data();
     void route();
+    void devicesChange_data();
+    void devicesChange();
 };
 
 void TestCall::absorb_data()
@@ -340,6 +342,51 @@ void TestCall::route()
     QCOMPARE(rig.port.openedOutput, output);
     QCOMPARE(rig.port.openedInput, output.isEmpty() ? QByteArray() : QByteArray("bluez_source.1"));
     QCOMPARE(rig.call.gateStats().value(u"route"_s).toString(), route);
+}
+
+void TestCall::devicesChange_data()
+{
+    QTest::addColumn<bool>("started");
+    QTest::addColumn<bool>("headsetBefore");
+    QTest::addColumn<bool>("headsetAfter");
+    QTest::addColumn<QByteArray>("output"); // the device the port last opened
+    QTest::addColumn<QString>("detail");
+
+    const QString connect = u"Connect a Bluetooth headset, then choose Bluetooth."_s;
+    QTest::newRow("headset plugged in mid-call moves the call to it")
+        << true << false << true << QByteArray("bluez_sink.1") << "Headset";
+    QTest::newRow("headset pulled out mid-call falls back to the defaults")
+        << true << true << false << QByteArray() << connect;
+    QTest::newRow("between calls nothing opens")
+        << false << false << true << QByteArray("unopened") << "Headset";
+}
+
+void TestCall::devicesChange()
+{
+    QFETCH(bool, started);
+    QFETCH(bool, headsetBefore);
+    QFETCH(bool, headsetAfter);
+    QFETCH(QByteArray, output);
+    QFETCH(QString, detail);
+    Rig rig(started);
+    const auto plug = [&rig](bool in) {
+        rig.port.outputList = {{"memory", u"Memory"_s}};
+        if (in) {
+            rig.port.outputList.append({"bluez_sink.1", u"Headset"_s});
+        }
+    };
+    plug(headsetBefore);
+    rig.call.selectRoute(u"bluetooth"_s);
+    rig.port.openedOutput = "unopened";
+    const int opens = rig.port.opens;
+    plug(headsetAfter);
+    emit rig.port.devicesChanged(); // the speaker and the microphone, one after the other
+    emit rig.port.devicesChanged();
+    rig.advance();
+    QCOMPARE(rig.port.openedOutput, output);
+    QCOMPARE(rig.port.opens, opens + int(started));
+    QCOMPARE(rig.call.routeDetail(), detail);
+    QCOMPARE(rig.call.isActive(), started);
 }
 
 QTEST_GUILESS_MAIN(TestCall)

@@ -24,6 +24,7 @@ private slots:
     void initTestCase();
     void cleanupTestCase();
     void capturesAndPlays();
+    void aDeviceThatComesAndGoesIsNoticed();
 
 private:
     QTemporaryDir m_dir;
@@ -133,3 +134,22 @@ void TestQtAudioPort::capturesAndPlays()
 
 QTEST_GUILESS_MAIN(TestQtAudioPort)
 #include "tst_qtaudioport.moc"
+
+// What the call's route handling hears of a headset being plugged in and pulled out.
+void TestQtAudioPort::aDeviceThatComesAndGoesIsNoticed()
+{
+    QtAudioPort port;
+    QSignalSpy changed(&port, &AudioPort::devicesChanged);
+    const qsizetype before = port.outputs().size();
+    QProcess pactl;
+    pactl.start(u"pactl"_s, {u"load-module"_s, u"module-null-sink"_s, u"sink_name=headset"_s});
+    QVERIFY(pactl.waitForFinished(5000));
+    QCOMPARE(pactl.exitCode(), 0);
+    const QString module = QString::fromUtf8(pactl.readAllStandardOutput()).trimmed();
+    QTRY_VERIFY_WITH_TIMEOUT(port.outputs().size() == before + 1, 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(changed.size() > 0, 5000);
+    changed.clear();
+    pactl.start(u"pactl"_s, {u"unload-module"_s, module});
+    QVERIFY(pactl.waitForFinished(5000));
+    QTRY_VERIFY_WITH_TIMEOUT(changed.size() > 0, 5000);
+}
