@@ -86,7 +86,7 @@ QCoro::Task<int> run(ChatScope scope)
     Session *session = Session::shared();
     ChatStore store(scope, session->user(), session->role());
     store.prepare();
-    const QList<ChatMessage> &messages = store.messages();
+    const auto &messages = store.messages();
     for (qsizetype i = std::max<qsizetype>(0, messages.size() - 20); i < messages.size(); ++i)
         showMessage(messages.at(i));
     for (const PendingTurn &p : store.pendingTurns())
