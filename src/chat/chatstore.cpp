@@ -139,6 +139,8 @@ QString ChatStore::laneAnchorKey() const
 
 void ChatStore::reset()
 {
+    // Lanes and anchors still waiting to be written go first: they are read back below.
+    m_activitySave.flush();
     m_messages.clear();
     m_lanes.clear();
     m_history.clear();

@@ -46,8 +46,8 @@ void keepUnsentOnly(const QString &folder)
     outbox.setComposer(std::nullopt, std::nullopt);
     outbox.clearDrafts();
     outbox.sweep(std::chrono::seconds(0));
-    QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner
-                                      | QFileDevice::ExeOwner);
+    QFile::setPermissions(folder,
+                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
 }
 
 } // namespace

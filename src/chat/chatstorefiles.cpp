@@ -4,6 +4,7 @@
 #include "chatstore.h"
 
 #include "chat/transcript.h"
+#include "platform/appdata.h"
 #include "platform/atomicfile.h"
 
 #include <QDir>
@@ -19,7 +20,8 @@ void ChatStore::hydrate()
     if (dir.isEmpty())
         return;
     const bool owner = m_role == u"owner";
-    if (const auto bytes = AtomicFile::read(QDir(dir).filePath(Transcript::fileName(storageKey(), owner)))) {
+    if (const auto bytes =
+            AtomicFile::read(QDir(dir).filePath(Transcript::fileName(storageKey(), owner)))) {
         if (auto contents = Transcript::decode(*bytes)) {
             m_messages = std::move(contents->messages);
             m_messages.order();
@@ -35,7 +37,8 @@ void ChatStore::hydrate()
             }
         }
     }
-    if (const auto bytes = AtomicFile::read(QDir(dir).filePath(Transcript::activityFileName(storageKey())))) {
+    if (const auto bytes =
+            AtomicFile::read(QDir(dir).filePath(Transcript::activityFileName(storageKey())))) {
         for (Lane &lane : Transcript::decodeLanes(*bytes))
             (lane.finished ? m_history : m_lanes).append(std::move(lane));
         if (m_history.size() > maxHistory)
@@ -75,6 +78,11 @@ void ChatStore::saveActivity()
 
 void ChatStore::writeActivity()
 {
+    QVariantMap anchors;
+    for (auto it = m_anchors.begin(); it != m_anchors.end(); ++it)
+        anchors.insert(it.key(), it.value());
+    if (AppData::setting(laneAnchorKey()).toMap() != anchors)
+        AppData::setSetting(laneAnchorKey(), anchors);
     const QString dir = Transcript::folder();
     if (dir.isEmpty())
         return;

@@ -43,8 +43,8 @@ Lane &ChatStore::laneFor(const QString &runID)
 bool ChatStore::laneFinished(const QString &runID) const
 {
     const auto same = [&](const Lane &l) { return l.id == runID && l.finished; };
-    return std::any_of(m_history.begin(), m_history.end(), same)
-           || std::any_of(m_lanes.begin(), m_lanes.end(), same);
+    return std::any_of(m_history.begin(), m_history.end(), same) ||
+           std::any_of(m_lanes.begin(), m_lanes.end(), same);
 }
 
 void ChatStore::upsert(const QString &runID, const QString &label, const QString &text,
@@ -92,8 +92,8 @@ void ChatStore::showLane(const Lane &lane)
             if (!m || m->seq != lane.after)
                 continue;
             pos = i + 1;
-            while (pos < m_rows.size() && m_rows.at(pos).lane()
-                   && m_rows.at(pos).lane()->after == lane.after)
+            while (pos < m_rows.size() && m_rows.at(pos).lane() &&
+                   m_rows.at(pos).lane()->after == lane.after)
                 ++pos;
             break;
         }
@@ -144,10 +144,8 @@ bool ChatStore::placeLanes()
             held.insert(lane.id);
         m_anchors.removeIf([&](const auto &it) { return !held.contains(it.key()); });
     }
-    QVariantMap anchors;
-    for (auto it = m_anchors.begin(); it != m_anchors.end(); ++it)
-        anchors.insert(it.key(), it.value());
-    AppData::setSetting(laneAnchorKey(), anchors);
+    // Kept with the lanes: a settings write per frame would cost more than the frame.
+    saveActivity();
     return true;
 }
 
@@ -157,8 +155,8 @@ bool ChatStore::appendRows(const QList<MessageList::Ptr> &added)
     // messages): the rows end in a message, the new ones sort after it and in their order,
     // and no lane sits under them. Anything else takes the full rebuild.
     const qsizetype old = m_messages.size() - added.size();
-    if (added.isEmpty() || old < 1 || m_rows.isEmpty()
-        || m_rows.constLast().message() != &m_messages.at(old - 1))
+    if (added.isEmpty() || old < 1 || m_rows.isEmpty() ||
+        m_rows.constLast().message() != &m_messages.at(old - 1))
         return false;
     std::vector<const ChatMessage *> tail;
     tail.reserve(added.size() + 1);
@@ -201,11 +199,13 @@ void ChatStore::finishActivity(const QString &runID, const QString &outcome)
     // turn with another lane.
     const qsizetype at = m_laneRows.value(runID, -1);
     const auto sameTurn = [&](const Lane &l) { return l.after == copy.after; };
-    const bool alone = copy.after >= 1 && m_lanes.size() + m_history.size() == lanesBefore && at > 0 && m_rows.at(at).lane()->after == copy.after
-                       && m_rows.at(at - 1).message() && m_rows.at(at - 1).message()->seq == copy.after
-                       && std::count_if(m_lanes.begin(), m_lanes.end(), sameTurn)
-                                  + std::count_if(m_history.begin(), m_history.end(), sameTurn)
-                              == 1;
+    const bool alone = copy.after >= 1 && m_lanes.size() + m_history.size() == lanesBefore &&
+                       at > 0 && m_rows.at(at).lane()->after == copy.after &&
+                       m_rows.at(at - 1).message() &&
+                       m_rows.at(at - 1).message()->seq == copy.after &&
+                       std::count_if(m_lanes.begin(), m_lanes.end(), sameTurn) +
+                               std::count_if(m_history.begin(), m_history.end(), sameTurn) ==
+                           1;
     if (alone) {
         m_rows[at] = Row::lane(copy);
         m_model->replace(int(at), m_rows.at(at));

@@ -26,17 +26,32 @@ public:
         const_iterator() = default;
         explicit const_iterator(QList<Ptr>::const_iterator it)
             : m_it(it)
-        {
-        }
+        {}
         reference operator*() const { return **m_it; }
         pointer operator->() const { return m_it->get(); }
         reference operator[](difference_type n) const { return *m_it[n]; }
-        const_iterator &operator++() { ++m_it; return *this; }
+        const_iterator &operator++()
+        {
+            ++m_it;
+            return *this;
+        }
         const_iterator operator++(int) { return const_iterator(m_it++); }
-        const_iterator &operator--() { --m_it; return *this; }
+        const_iterator &operator--()
+        {
+            --m_it;
+            return *this;
+        }
         const_iterator operator--(int) { return const_iterator(m_it--); }
-        const_iterator &operator+=(difference_type n) { m_it += n; return *this; }
-        const_iterator &operator-=(difference_type n) { m_it -= n; return *this; }
+        const_iterator &operator+=(difference_type n)
+        {
+            m_it += n;
+            return *this;
+        }
+        const_iterator &operator-=(difference_type n)
+        {
+            m_it -= n;
+            return *this;
+        }
         friend const_iterator operator+(const_iterator a, difference_type n) { return a += n; }
         friend const_iterator operator+(difference_type n, const_iterator a) { return a += n; }
         friend const_iterator operator-(const_iterator a, difference_type n) { return a -= n; }
@@ -44,8 +59,14 @@ public:
         {
             return a.m_it - b.m_it;
         }
-        friend bool operator==(const const_iterator &a, const const_iterator &b) { return a.m_it == b.m_it; }
-        friend bool operator<(const const_iterator &a, const const_iterator &b) { return a.m_it < b.m_it; }
+        friend bool operator==(const const_iterator &a, const const_iterator &b)
+        {
+            return a.m_it == b.m_it;
+        }
+        friend bool operator<(const const_iterator &a, const const_iterator &b)
+        {
+            return a.m_it < b.m_it;
+        }
 
     private:
         QList<Ptr>::const_iterator m_it;

@@ -4,8 +4,7 @@ using namespace Qt::StringLiterals;
 
 Row::Row(Content content)
     : m_content(std::move(content))
-{
-}
+{}
 
 Row Row::message(ChatMessage message)
 {

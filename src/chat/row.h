@@ -17,7 +17,10 @@ public:
     static Row message(std::shared_ptr<const ChatMessage> message);
     static Row lane(Lane lane);
 
-    bool isMessage() const { return std::holds_alternative<std::shared_ptr<const ChatMessage>>(m_content); }
+    bool isMessage() const
+    {
+        return std::holds_alternative<std::shared_ptr<const ChatMessage>>(m_content);
+    }
     // The row's record, or nullptr when the row is of the other kind.
     const ChatMessage *message() const;
     const Lane *lane() const;
