@@ -4,6 +4,8 @@
 #include "outcome.h"
 #include "sessioncommands.h"
 
+#include "chat/tasknumber.h"
+#include "chat/uploadmeter.h"
 #include "chat/chatbackgroundtransfer.h"
 #include "chat/chatjson.h"
 #include "chat/chatoutbox.h"
@@ -69,15 +71,6 @@ std::unique_ptr<ChatStore> storeFor(const Invocation &in)
     const Session *session = Session::shared();
     const ChatScope scope = in.project ? ChatScope::project(*in.project) : ChatScope::main();
     return std::make_unique<ChatStore>(scope, session->user(), session->role());
-}
-
-// "/stop 12" typed as a message.
-std::optional<int> stopOf(const QString &text)
-{
-    const QStringList words = text.trimmed().split(u' ', Qt::SkipEmptyParts);
-    bool number = false;
-    const int n = words.size() == 2 && words.first() == u"/stop" ? words.at(1).toInt(&number) : 0;
-    return number && n > 0 ? std::optional(n) : std::nullopt;
 }
 
 QCoro::Task<int> stopTask(ChatStore &store, int task)
@@ -202,7 +195,7 @@ void showProgress()
         return;
     QObject::connect(transfers, &ChatBackgroundTransfer::progress, transfers,
                      [](const QString &key, qint64 sent, qint64 total) {
-                         if (total < 32768 || !key.contains(u":upload:"))
+                         if (total < UploadMeter::smallest || !key.contains(u":upload:"))
                              return;
                          const int percent = int(100 * sent / std::max<qint64>(total, 1));
                          const int filled = percent * 30 / 100;
@@ -223,7 +216,7 @@ int outcomeOf(const ChatStore &store, const QString &turnID)
             Console::err(keptText());
             return Unreachable;
         }
-        Console::err(turn.error);
+        Console::err(turn.shownError());
         if (!turn.reason.isEmpty())
             Console::err(u"    "_s + TerminalText::safe(turn.reason));
         return Refused;
@@ -273,7 +266,7 @@ QCoro::Task<int> sendTurn(Invocation in)
         }
         store->setReplyTo(*target);
     }
-    if (const auto stop = stopOf(text)) {
+    if (const auto stop = TaskNumber::stopCommand(text)) {
         co_return co_await stopTask(*store, *stop);
     }
     QString runID;
@@ -337,7 +330,7 @@ QCoro::Task<int> outbox(Invocation in)
             for (const OutboxFile &file : turn.files)
                 files.append(file.name);
             out.append(QJsonObject{{u"id"_s, turn.id}, {u"text"_s, turn.text}, {u"files"_s, files},
-                                   {u"error"_s, turn.error}, {u"reason"_s, turn.reason},
+                                   {u"error"_s, turn.shownError()}, {u"reason"_s, turn.reason},
                                    {u"refused"_s, turn.failure == TurnFailure::Refused}});
         }
         Console::json(out);
@@ -348,7 +341,7 @@ QCoro::Task<int> outbox(Invocation in)
                 line += u"  📎 "_s + TerminalText::safe(file.name);
             Console::out(line);
             if (!turn.error.isEmpty())
-                Console::out(u"    ⚠ "_s + turn.error);
+                Console::out(u"    ⚠ "_s + turn.shownError());
             if (!turn.reason.isEmpty())
                 Console::out(u"      "_s + TerminalText::safe(turn.reason));
         }

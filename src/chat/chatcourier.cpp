@@ -208,6 +208,7 @@ QCoro::Task<ChatCourier::Result> ChatCourier::sendText(Route route, OutboxTurn t
                 transfers->discard(key);
             Result unconfirmed = refused({});
             unconfirmed.error = OutboxTurn::notConfirmed();
+            unconfirmed.unconfirmed = true;
             co_return unconfirmed;
         }
         const Failure kind = classify(failed);

@@ -23,6 +23,7 @@ public:
         qint64 userSeq = 0;  // the seq the server gave the user's message
         QString runID;       // the agent run that answers it
         bool deadReply = false; // the message it answers is gone from the server
+        bool unconfirmed = false; // taken by the server without confirming
     };
 
     ChatCourier(ChatScope scope, QString storageKey, Sleeper *sleeper);

@@ -7,19 +7,24 @@
 #include <QDateTime>
 #include <QJsonArray>
 #include <QLoggingCategory>
-#include <QUuid>
 
+#include <atomic>
+#include <cmath>
 #include <tuple>
 
 using namespace Qt::StringLiterals;
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
 Q_LOGGING_CATEGORY(lcModel, "halvenmark.chat.model", QtWarningMsg)
 
+// Unique within this process, which is all a local id needs; a counter costs nothing per
+// decoded message, where a random id cost a system call.
 QString freshID()
 {
-    return QUuid::createUuid().toString(QUuid::WithoutBraces);
+    static std::atomic<quint64> next{0};
+    return QString::number(++next, 36);
 }
 
 double nowSeconds()
@@ -41,73 +46,131 @@ ChatMessage ChatMessage::fromJson(const QJsonValue &value)
     return fromJson(value, nowSeconds());
 }
 
+namespace {
+
+// One look-up per key, no key text made: a transcript of tens of thousands of messages is
+// decoded at close to the speed of parsing it. Lenient: a key of the wrong type (or a number
+// out of range) takes its default, and the message stays.
+class Reader
+{
+public:
+    explicit Reader(QJsonObject object)
+        : m_object(std::move(object))
+    {
+    }
+
+    QJsonValue get(QLatin1StringView key) const
+    {
+        const QJsonValue v = m_object.value(key);
+        return v.isNull() ? QJsonValue(QJsonValue::Undefined) : v;
+    }
+    QString string(QLatin1StringView key) const
+    {
+        const QJsonValue v = get(key);
+        if (v.isString())
+            return v.toString();
+        if (!v.isUndefined())
+            wrong(key, "a string", v);
+        return {};
+    }
+    std::optional<QString> optional(QLatin1StringView key) const
+    {
+        const QJsonValue v = get(key);
+        if (v.isString())
+            return v.toString();
+        if (!v.isUndefined())
+            wrong(key, "a string", v);
+        return std::nullopt;
+    }
+    // Ids sent as numbers are kept as their digits.
+    std::optional<QString> id(QLatin1StringView key) const
+    {
+        const QJsonValue v = get(key);
+        if (v.isString())
+            return v.toString();
+        if (v.isDouble()) {
+            if (auto text = ChatJson::looseText(v))
+                return text;
+        }
+        if (!v.isUndefined())
+            wrong(key, "a string", v);
+        return std::nullopt;
+    }
+    static void wrong(QLatin1StringView key, const char *expected, const QJsonValue &v)
+    {
+        qCDebug(lcModel) << "message key" << key << "should be" << expected << "found"
+                         << Decode::typeName(v) << "- default used";
+    }
+
+private:
+    QJsonObject m_object;
+};
+
+} // namespace
+
 ChatMessage ChatMessage::fromJson(const QJsonValue &value, double now)
 {
     using namespace ChatJson;
-    const JsonRecord r(value); // throws only for a value that is not an object
+    if (!value.isObject())
+        throw DecodeError({}, u"an object"_s, Decode::typeName(value));
+    const Reader r(value.toObject());
     ChatMessage m;
-    // Lenient: a key of the wrong type (or a number out of range) takes its default, and the
-    // message stays.
-    const auto take = [&](const char16_t *key, auto read, auto fallback) {
-        try {
-            return read(QString::fromUtf16(key));
-        } catch (const DecodeError &e) {
-            qCDebug(lcModel) << "message key" << e.key << "should be" << e.expected << "found"
-                             << e.found << "- default used";
-            return decltype(read(QString()))(fallback);
-        }
-    };
-    const auto text = [&](const QString &key) { return r.string(key); };
-    const auto optional = [&](const QString &key) { return optionalString(r, key); };
-    const auto id = [&](const QString &key) { return idText(r, key); };
-    const std::optional<QString> none;
 
-    m.seq = take(u"seq", [&](const QString &key) { return r.integer(key); }, qint64(0));
-    if (m.seq < 0 || m.seq > maxSeq) {
-        qCDebug(lcModel) << "message seq" << m.seq << "out of range - default used";
-        m.seq = 0;
+    if (const QJsonValue seq = r.get("seq"_L1); seq.isDouble()) {
+        const double d = seq.toDouble();
+        if (d == std::floor(d) && d >= 0 && d <= double(maxSeq))
+            m.seq = qint64(d);
+        else
+            qCDebug(lcModel) << "message seq" << d << "out of range - default used";
+    } else if (!seq.isUndefined()) {
+        Reader::wrong("seq"_L1, "a whole number", seq);
     }
-    m.role = take(u"role", text, QString());
-    m.kind = take(u"kind", text, QString());
+    m.role = r.string("role"_L1);
+    m.kind = r.string("kind"_L1);
     if (m.kind.isEmpty())
         m.kind = u"text"_s;
-    m.text = take(u"text", text, QString());
+    m.text = r.string("text"_L1);
     if (m.text.size() > maxText) {
         m.text.truncate(maxText);
         m.text += L::t(u"\n\n[ההודעה קוצרה: היא ארוכה ממה שהמכשיר הזה מציג]"_s,
                        u"\n\n[Message cut: it is longer than this device shows]"_s,
                        u"\n\n[Сообщение обрезано: оно длиннее, чем показывает это устройство]"_s);
     }
-    m.voiceFile = take(u"voice_file", optional, none);
-    m.runID = take(u"run_id", id, none);
-    m.createdAt = take(u"created_at", [&](const QString &key) { return r.number(key, now); }, now);
+    m.voiceFile = r.optional("voice_file"_L1);
+    m.runID = r.id("run_id"_L1);
+    m.createdAt = now;
+    if (const QJsonValue created = r.get("created_at"_L1); created.isDouble())
+        m.createdAt = created.toDouble();
+    else if (!created.isUndefined())
+        Reader::wrong("created_at"_L1, "a number", created);
     if (!isSaneTime(m.createdAt)) {
         qCDebug(lcModel) << "message time" << m.createdAt << "out of range - now used";
         m.createdAt = now;
     }
-    m.source = take(u"source", optional, none);
-    m.clientRequestID = take(u"client_request_id", id, none);
-    m.tgMessageID = take(u"tg_message_id", id, none);
-    m.replyToID = take(u"reply_to_id", id, none);
-    m.replyToRole = take(u"reply_to_role", optional, none);
-    m.replyToText = take(u"reply_to_text", optional, none);
-    m.replyRef = take(u"reply_ref", id, none);
-    m.taskNo = take(u"task_no", id, none);
-    m.routeVote = take(u"route_vote", optional, none);
-    const QJsonArray items =
-        take(u"attachments", [&](const QString &key) { return r.array(key); }, QJsonArray());
-    if (r.has(u"attachments"_s) && r.object().value(u"attachments").isArray()) {
-        QList<ChatAttachment> list;
-        list.reserve(items.size());
-        for (const QJsonValue &item : items) {
+    m.source = r.optional("source"_L1);
+    m.clientRequestID = r.id("client_request_id"_L1);
+    m.tgMessageID = r.id("tg_message_id"_L1);
+    m.replyToID = r.id("reply_to_id"_L1);
+    m.replyToRole = r.optional("reply_to_role"_L1);
+    m.replyToText = r.optional("reply_to_text"_L1);
+    m.replyRef = r.id("reply_ref"_L1);
+    m.taskNo = r.id("task_no"_L1);
+    m.routeVote = r.optional("route_vote"_L1);
+    if (const QJsonValue items = r.get("attachments"_L1); items.isArray()) {
+        const QJsonArray list = items.toArray();
+        QList<ChatAttachment> out;
+        out.reserve(list.size());
+        for (const QJsonValue &item : list) {
             try {
-                list.append(ChatAttachment::fromJson(item));
+                out.append(ChatAttachment::fromJson(item));
             } catch (const DecodeError &e) {
                 qCDebug(lcModel) << "attachment dropped from message" << m.seq << e.key
                                  << e.expected << e.found;
             }
         }
-        m.attachments = std::move(list);
+        m.attachments = std::move(out);
+    } else if (!items.isUndefined()) {
+        Reader::wrong("attachments"_L1, "a list", items);
     }
     m.localID = freshID();
     return m;

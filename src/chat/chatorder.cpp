@@ -21,14 +21,13 @@ struct Key
 
 } // namespace
 
-void orderMessages(QList<ChatMessage> &messages)
+std::vector<qsizetype> messageOrder(const std::vector<const ChatMessage *> &messages)
 {
-    const qsizetype n = messages.size();
-    if (n < 2)
-        return;
+    const qsizetype n = qsizetype(messages.size());
     std::vector<Key> keys;
     keys.reserve(n);
-    for (const ChatMessage &m : std::as_const(messages)) {
+    for (const ChatMessage *message : messages) {
+        const ChatMessage &m = *message;
         const double created =
             std::isnan(m.createdAt) ? -std::numeric_limits<double>::infinity() : m.createdAt;
         keys.push_back({created, m.seq,
@@ -70,6 +69,19 @@ void orderMessages(QList<ChatMessage> &messages)
         begin = end;
     }
 
+    return order;
+}
+
+void orderMessages(QList<ChatMessage> &messages)
+{
+    const qsizetype n = messages.size();
+    if (n < 2)
+        return;
+    std::vector<const ChatMessage *> all;
+    all.reserve(n);
+    for (const ChatMessage &m : std::as_const(messages))
+        all.push_back(&m);
+    const std::vector<qsizetype> order = messageOrder(all);
     bool unchanged = true;
     for (qsizetype i = 0; i < n && unchanged; ++i)
         unchanged = order[i] == i;
@@ -84,6 +96,14 @@ void orderMessages(QList<ChatMessage> &messages)
 
 QList<Row> buildRows(const QList<ChatMessage> &messages, const QList<Lane> &lanes)
 {
+    MessageList list;
+    for (const ChatMessage &m : messages)
+        list.append(std::make_shared<const ChatMessage>(m));
+    return buildRows(list, lanes);
+}
+
+QList<Row> buildRows(const MessageList &messages, const QList<Lane> &lanes)
+{
     QHash<qint64, QList<qsizetype>> under;
     for (qsizetype i = 0; i < lanes.size(); ++i) {
         if (lanes[i].after >= 1)
@@ -92,8 +112,9 @@ QList<Row> buildRows(const QList<ChatMessage> &messages, const QList<Lane> &lane
     std::vector<bool> placed(lanes.size(), false);
     QList<Row> rows;
     rows.reserve(messages.size() + lanes.size());
-    for (const ChatMessage &m : messages) {
-        rows.append(Row::message(m));
+    for (const MessageList::Ptr &ptr : messages.ptrs()) {
+        const ChatMessage &m = *ptr;
+        rows.append(Row::message(ptr));
         if (m.seq < 1 || under.isEmpty())
             continue;
         const auto found = under.constFind(m.seq);

@@ -2,9 +2,12 @@
 
 #include "chat/chatmessage.h"
 #include "chat/lane.h"
+#include "chat/messagelist.h"
 #include "chat/row.h"
 
 #include <QList>
+
+#include <vector>
 
 // Orders the transcript, stably: by created_at; on equal created_at by the integer value of
 // tg_message_id when both messages have one that parses (ChatJson::parseInteger), else by
@@ -16,8 +19,11 @@
 // onto the places they took: still one order, and every pair of bridged messages by id.
 // O(n log n).
 void orderMessages(QList<ChatMessage> &messages);
+// The same order as the messages' indices, for lists that hold them otherwise.
+std::vector<qsizetype> messageOrder(const std::vector<const ChatMessage *> &messages);
 
 // The chat rows: each message followed by the lanes whose after equals its seq (after of 1
 // or more only), in the lanes' order; lanes anchored to no message in the list follow at
 // the end, in their order. O(n + m).
+QList<Row> buildRows(const MessageList &messages, const QList<Lane> &lanes);
 QList<Row> buildRows(const QList<ChatMessage> &messages, const QList<Lane> &lanes);

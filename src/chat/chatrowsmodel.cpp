@@ -7,12 +7,28 @@ using namespace Qt::StringLiterals;
 namespace {
 
 // Row ids name stored messages by seq; messages made here (seq 0) share that id, so the
-// model tells them apart by their local id.
-QString keyOf(const Row &row)
+// model tells them apart by their local id. Stored messages are keyed by the number alone.
+struct Key
 {
-    if (const ChatMessage *m = row.message(); m && m->seq < 1)
-        return u"local:"_s + m->localID;
-    return row.id();
+    qint64 seq = 0;
+    QString name; // "local:<id>" or "lane:<run id>" when seq is 0
+
+    bool operator==(const Key &) const = default;
+};
+
+size_t qHash(const Key &key, size_t seed = 0)
+{
+    return key.seq ? ::qHash(key.seq, seed) : ::qHash(key.name, seed);
+}
+
+Key keyOf(const Row &row)
+{
+    if (const ChatMessage *m = row.message()) {
+        if (m->seq >= 1)
+            return {m->seq, {}};
+        return {0, u"local:"_s + m->localID};
+    }
+    return {0, u"lane:"_s + row.lane()->id};
 }
 
 } // namespace
@@ -81,11 +97,16 @@ QVariant ChatRowsModel::data(const QModelIndex &index, int role) const
 
 void ChatRowsModel::update(const QList<Row> &next)
 {
-    QSet<QString> wanted;
+    if (m_rows.isEmpty()) {
+        // The first fill (opening a stored conversation): no diff to make.
+        append(next);
+        return;
+    }
+    QSet<Key> wanted;
     wanted.reserve(next.size());
     for (const Row &r : next)
         wanted.insert(keyOf(r));
-    QSet<QString> present;
+    QSet<Key> present;
     present.reserve(m_rows.size());
     for (const Row &r : m_rows)
         present.insert(keyOf(r));
@@ -146,6 +167,20 @@ void ChatRowsModel::append(const QList<Row> &rows)
     beginInsertRows({}, int(m_rows.size()), int(m_rows.size() + rows.size() - 1));
     m_rows.append(rows);
     endInsertRows();
+}
+
+void ChatRowsModel::insert(int row, const Row &value)
+{
+    beginInsertRows({}, row, row);
+    m_rows.insert(row, value);
+    endInsertRows();
+}
+
+void ChatRowsModel::remove(int row)
+{
+    beginRemoveRows({}, row, row);
+    m_rows.removeAt(row);
+    endRemoveRows();
 }
 
 void ChatRowsModel::replace(int row, const Row &value)

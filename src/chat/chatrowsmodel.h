@@ -39,6 +39,9 @@ public:
     void update(const QList<Row> &rows);
     // One row changed in place (a streamed lane): no diff over the whole list.
     void replace(int row, const Row &value);
+    // One row in or out (a new lane under its turn).
+    void insert(int row, const Row &value);
+    void remove(int row);
     // New rows after the last one (a page of newer messages): no diff over the whole list.
     void append(const QList<Row> &rows);
 

@@ -6,6 +6,7 @@
 #include "chat/chatscope.h"
 #include "chat/composerattachment.h"
 #include "chat/lane.h"
+#include "chat/messagelist.h"
 #include "chat/messagesfeed.h"
 #include "chat/pendingturn.h"
 #include "chat/row.h"
@@ -53,11 +54,6 @@ class ChatStore : public QObject
     Q_PROPERTY(QString banner READ banner NOTIFY bannerChanged)
     // The device has a network path.
     Q_PROPERTY(bool networkAvailable READ networkAvailable NOTIFY networkAvailableChanged)
-    // Counters the screen watches: scroll to the end, jump, focus the composer, reveal a seq.
-    Q_PROPERTY(int sentTick READ sentTick NOTIFY ticksChanged)
-    Q_PROPERTY(int jumpTick READ jumpTick NOTIFY ticksChanged)
-    Q_PROPERTY(int focusTick READ focusTick NOTIFY ticksChanged)
-    Q_PROPERTY(qint64 revealSeq READ revealSeq NOTIFY ticksChanged)
     // Turns still in the outbox, as the screen draws them after the last row.
     Q_PROPERTY(QVariantList pendingTurns READ pendingTurnsForQml NOTIFY pendingChanged)
     Q_PROPERTY(int queuedCount READ queuedCount NOTIFY pendingChanged)
@@ -78,7 +74,7 @@ public:
 
     const ChatScope &scope() const { return m_scope; }
     QString storageKey() const { return m_scope.storageKey(m_account); }
-    const QList<ChatMessage> &messages() const { return m_messages; }
+    const MessageList &messages() const { return m_messages; }
     const QList<Lane> &lanes() const { return m_lanes; }
     const QList<Lane> &activityHistory() const { return m_history; }
     const QList<Row> &builtRows() const { return m_rows; }
@@ -92,10 +88,6 @@ public:
     bool failureUnreachable() const { return m_failureUnreachable; }
     QString banner() const { return m_banner; }
     bool networkAvailable() const { return m_networkAvailable; }
-    int sentTick() const { return m_sentTick; }
-    int jumpTick() const { return m_jumpTick; }
-    int focusTick() const { return m_focusTick; }
-    qint64 revealSeq() const { return m_revealSeq; }
     const QSet<QString> &awaitingRuns() const { return m_awaitingRun; }
 
     // Runs followed by polling at once; the others wait for one of these to end.
@@ -214,7 +206,10 @@ signals:
     void failureChanged();
     void bannerChanged();
     void networkAvailableChanged();
-    void ticksChanged();
+    // A turn went into the outbox: the screen scrolls to the end.
+    void turnQueued(const QString &turnID);
+    // The composer should take the focus (a task is being continued).
+    void focusComposer();
     // One change of a lane (label, text, a tool step, its end), for followers of the work.
     void laneChanged(const Lane &lane);
     // A message was added to the transcript (by fetch, frame or poll).
@@ -248,6 +243,7 @@ private:
     static QCoro::Task<> followRun(QPointer<ChatStore> store, QString runID);
     void onSocketText(const QString &text);
     void reset();
+    static QList<QPointer<ChatStore>> &liveStores();
 
     Lane &laneFor(const QString &runID);
     bool laneFinished(const QString &runID) const;
@@ -259,9 +255,12 @@ private:
                      const QString &voiceFile);
     void append(ChatMessage message);
     bool placeLanes(); // true when a lane moved
-    bool appendRows(const QList<ChatMessage> &added);
+    bool appendRows(const QList<MessageList::Ptr> &added);
     void rebuild();
-    void rebuildLane(const Lane &lane);
+    // Shows a changed lane: in place, as one new row, or by a rebuild when it moved.
+    void showLane(const Lane &lane);
+    // Keeps the indexes of held messages in step with one message taken in.
+    void index(const ChatMessage &message);
     void persist();
     void writeTranscript();
     void saveActivity();
@@ -279,12 +278,15 @@ private:
     Reachability *m_reachability;
     ChatRowsModel *m_model;
 
-    QList<ChatMessage> m_messages;
+    MessageList m_messages;
     QList<Lane> m_lanes;
     QList<Lane> m_history;
     QList<Row> m_rows;
     QHash<QString, qsizetype> m_laneRows; // run id → its row
-    QSet<QString> m_seen;
+    QSet<qint64> m_seen; // seqs held
+    QSet<QString> m_answered; // runs whose reply is held
+    QHash<QString, qint64> m_turnOf; // run id → seq of the user message that started it
+    qsizetype m_locals = 0; // held messages made here, not yet stamped
     qint64 m_cursor = 0;
     qint64 m_activityCursor = 0;
     qint64 m_cachedSeq = 0;
@@ -299,10 +301,6 @@ private:
     bool m_failureUnreachable = false;
     QString m_banner;
     bool m_networkAvailable = true;
-    int m_sentTick = 0;
-    int m_jumpTick = 0;
-    int m_focusTick = 0;
-    qint64 m_revealSeq = 0;
 
     QPointer<QWebSocket> m_socket;
     bool m_socketLoop = false;

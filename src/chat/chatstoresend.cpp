@@ -4,6 +4,7 @@
 
 #include "chatstore.h"
 
+#include "chat/tasknumber.h"
 #include "chat/chatbackgroundtransfer.h"
 #include "chat/chatjson.h"
 #include "chat/chatoutbox.h"
@@ -54,16 +55,6 @@ QStringList transferKeys(const QString &storageKey, const OutboxTurn &turn)
     return keys;
 }
 
-// "/stop 12" → 12.
-std::optional<int> stopCommand(const QString &text)
-{
-    static const QRegularExpression form(u"^/stop\\s+#?(\\d{1,9})$"_s);
-    const auto match = form.match(text);
-    if (!match.hasMatch())
-        return std::nullopt;
-    return match.captured(1).toInt();
-}
-
 } // namespace
 
 std::optional<OutboxTurn> ChatStore::turnOf(const QString &turnID) const
@@ -86,7 +77,7 @@ void ChatStore::setSendError(const QString &error)
 QString ChatStore::send(const QString &raw, bool fromVoice, bool deliver)
 {
     const QString text = raw.trimmed();
-    if (const auto task = stopCommand(text)) {
+    if (const auto task = TaskNumber::stopCommand(text)) {
         cancelTask(*task);
         setComposerText(QString());
         return {};
@@ -110,7 +101,7 @@ QString ChatStore::send(const QString &raw, bool fromVoice, bool deliver)
         if (!a.failed)
             turn.files.append(OutboxFile{a.id, a.name, a.mime, a.fileID});
     }
-    for (auto it = m_messages.crbegin(); it != m_messages.crend(); ++it) {
+    for (auto it = m_messages.rbegin(); it != m_messages.rend(); ++it) {
         if (it->seq >= 1) {
             turn.afterSeq = it->seq;
             break;
@@ -130,8 +121,7 @@ QString ChatStore::send(const QString &raw, bool fromVoice, bool deliver)
     saveComposer();
     emit composerChanged();
     restorePending();
-    ++m_sentTick;
-    emit ticksChanged();
+    emit turnQueued(turn.id);
     if (deliver)
         drain();
     return turn.id;
@@ -204,6 +194,7 @@ QCoro::Task<Delivery> ChatStore::deliverTurn(QString turnID)
         kept->error = result.error;
         kept->failure = result.failure;
         kept->reason = result.reason;
+        kept->unconfirmed = result.unconfirmed;
         m_outbox->update(*kept);
         setSendError(result.error);
         restorePending();
@@ -221,7 +212,7 @@ void ChatStore::settle(const QString &turnID, qint64 userSeq, const QString &run
             lane.after = userSeq;
         m_awaitingRun.insert(runID);
         placeLanes();
-        rebuild();
+        showLane(laneFor(runID));
         saveActivity();
         poll(runID);
     }
@@ -314,7 +305,7 @@ PendingTurn ChatStore::pending(const OutboxTurn &turn) const
     p.text = turn.text;
     for (const OutboxFile &file : turn.files)
         p.files.append(file.name);
-    p.error = turn.error;
+    p.error = turn.shownError();
     p.reason = turn.reason;
     p.refused = turn.failure == TurnFailure::Refused;
     p.online = m_networkAvailable;
@@ -345,6 +336,7 @@ QCoro::Task<Delivery> ChatStore::retry(QString turnID)
         co_return Delivery::Stopped;
     turn->error.clear();
     turn->failure = TurnFailure::None;
+    turn->unconfirmed = false;
     turn->reason.clear();
     m_outbox->update(*turn);
     // The stale answer of the failed attempt must not answer again.
@@ -482,8 +474,7 @@ void ChatStore::continueTask(int number, const QString &text)
     ChatMessage target = ChatMessage::make(u"assistant"_s, text, now());
     target.taskNo = QString::number(number);
     setReplyTo(target);
-    ++m_focusTick;
-    emit ticksChanged();
+    emit focusComposer();
 }
 
 QCoro::Task<bool> ChatStore::cancelTask(int number)

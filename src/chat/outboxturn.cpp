@@ -66,6 +66,13 @@ QString spoken(const char16_t *const (&texts)[3])
 
 } // namespace
 
+QString OutboxTurn::shownError() const
+{
+    if (failure == TurnFailure::None)
+        return error;
+    return unconfirmed ? notConfirmed() : savedForRetry();
+}
+
 QString OutboxTurn::savedForRetry()
 {
     return spoken(savedTexts);
@@ -106,6 +113,8 @@ OutboxTurn OutboxTurn::fromJson(const QJsonValue &value)
     t.created = r.number(u"created"_s);
     t.error = r.string(u"error"_s);
     t.reason = r.string(u"reason"_s);
+    // Older files name an unconfirmed turn only by its text: worked out once.
+    t.unconfirmed = r.has(u"unconfirmed"_s) ? r.boolean(u"unconfirmed"_s) : isNotConfirmedText(t.error);
     const QString failure = r.string(u"failure"_s);
     if (failure == u"offline")
         t.failure = TurnFailure::Offline;
@@ -172,6 +181,8 @@ QJsonObject OutboxTurn::toJson() const
     };
     if (failure != TurnFailure::None)
         o.insert(u"failure"_s, QString::fromLatin1(failureName(failure)));
+    if (unconfirmed)
+        o.insert(u"unconfirmed"_s, true);
     if (!reason.isEmpty())
         o.insert(u"reason"_s, reason);
     if (geo)

@@ -26,6 +26,7 @@ struct OutboxTurn
     QString error; // what the turn shows after a failed attempt; empty when none
     TurnFailure failure = TurnFailure::None;
     QString reason; // the server's own words about the failure, shown under the error
+    bool unconfirmed = false; // refused: the server took it without confirming
     std::optional<QJsonObject> geo;
     std::optional<OutboxFile> voiceNote;
     std::optional<float> voicePeak;
@@ -52,6 +53,9 @@ struct OutboxTurn
     // confirming. Stored in the language of the moment, so they are recognised in any.
     static QString savedForRetry();
     static QString notConfirmed();
+    // The error as the screen shows it, in today's language: ours is chosen from the kind of
+    // failure, whatever language it was stored in.
+    QString shownError() const;
     static bool isSavedForRetryText(const QString &error);
     static bool isNotConfirmedText(const QString &error);
 };

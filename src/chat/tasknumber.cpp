@@ -1,8 +1,11 @@
 #include "tasknumber.h"
 
+#include <QRegularExpression>
 #include <QString>
 
 #include <limits>
+
+using namespace Qt::StringLiterals;
 
 namespace TaskNumber {
 
@@ -71,6 +74,14 @@ std::optional<int> opening(QStringView text)
         return leadingNumber(rest.mid(j));
     }
     return std::nullopt;
+}
+
+std::optional<int> stopCommand(QStringView text)
+{
+    static const QRegularExpression form(u"^/stop\\s+#?(\\d{1,9})$"_s);
+    const auto match = form.match(text.trimmed());
+    const int n = match.hasMatch() ? match.capturedView(1).toInt() : 0;
+    return n > 0 ? std::optional(n) : std::nullopt;
 }
 
 } // namespace TaskNumber

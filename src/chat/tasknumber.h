@@ -19,4 +19,7 @@ std::optional<int> ofField(QStringView field);
 // not count: only the opening names the message's task.
 std::optional<int> opening(QStringView text);
 
+// "/stop 12" (or "/stop #12", spaces around allowed) typed as a message: the task to stop.
+std::optional<int> stopCommand(QStringView text);
+
 } // namespace TaskNumber

@@ -35,13 +35,16 @@ QString activityFileName(const QString &storageKey)
 
 QByteArray encode(const Contents &contents)
 {
-    QJsonArray messages;
-    for (const ChatMessage &m : contents.messages)
-        messages.append(m.toJson());
-    return QJsonDocument(QJsonObject{{u"version"_s, version},
-                                     {u"cachedSeq"_s, contents.cachedSeq},
-                                     {u"messages"_s, messages}})
-        .toJson(QJsonDocument::Compact);
+    QByteArray out = "{\"version\":" + QByteArray::number(version) + ",\"cachedSeq\":"
+                     + QByteArray::number(contents.cachedSeq) + ",\"messages\":[";
+    bool first = true;
+    for (const ChatMessage &m : contents.messages) {
+        if (!std::exchange(first, false))
+            out += ',';
+        out += QJsonDocument(m.toJson()).toJson(QJsonDocument::Compact);
+    }
+    out += "]}";
+    return out;
 }
 
 std::optional<Contents> decode(const QByteArray &bytes)
@@ -53,10 +56,9 @@ std::optional<Contents> decode(const QByteArray &bytes)
     out.cachedSeq = std::clamp<qint64>(
         ChatJson::looseInteger(doc.object().value(u"cachedSeq")).value_or(0), 0, ChatJson::maxSeq);
     const QJsonArray messages = doc.object().value(u"messages").toArray();
-    out.messages.reserve(messages.size());
     for (const QJsonValue &m : messages) {
         try {
-            out.messages.append(ChatMessage::fromJson(m));
+            out.messages.append(std::make_shared<const ChatMessage>(ChatMessage::fromJson(m)));
         } catch (const DecodeError &) {
         }
     }

@@ -2,6 +2,7 @@
 
 #include "chat/chatmessage.h"
 #include "chat/lane.h"
+#include "chat/messagelist.h"
 
 #include <QList>
 #include <QString>
@@ -20,10 +21,11 @@ QString fileName(const QString &storageKey, bool owner);
 QString activityFileName(const QString &storageKey);
 
 struct Contents {
-    QList<ChatMessage> messages;
+    MessageList messages;
     qint64 cachedSeq = 0;
 };
 
+// Written message by message: no document of the whole transcript is held at once.
 QByteArray encode(const Contents &contents);
 // Nothing for a file that is not ours or does not parse; messages that do not decode are dropped.
 std::optional<Contents> decode(const QByteArray &bytes);

@@ -10,7 +10,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr qint64 smallest = 32'768;
 constexpr double spacing = 0.2;
 constexpr auto owedDelay = 300ms;
 

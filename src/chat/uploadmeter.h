@@ -17,6 +17,9 @@ class UploadMeter : public QObject
     Q_OBJECT
 
 public:
+    // Uploads smaller than this are not metered (the terminal's bar follows the same rule).
+    static constexpr qint64 smallest = 32'768;
+
     // Seconds on any steady scale; the process's monotonic clock when empty.
     using Clock = std::function<double()>;
 

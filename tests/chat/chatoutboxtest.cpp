@@ -3,6 +3,7 @@
 #include "chat/chatoutbox.h"
 #include "net/jsonrecord.h"
 #include "support/testhome.h"
+#include "text/l.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -318,25 +319,30 @@ private slots:
     }
 
     // Turns written before the failure kind was kept: the kind is worked out from the text
-    // once, then stored.
+    // once, then stored. Whatever language the text was stored in, the turn shows ours in
+    // today's language.
     void failureKindOfOlderFiles_data()
     {
         QTest::addColumn<QString>("error");
         QTest::addColumn<int>("kind");
         QTest::addColumn<QString>("shown");
         QTest::addColumn<QString>("reason");
+        QTest::addColumn<QString>("display");
         const QString saved = u"Your message is saved on this device. Tap Retry on the message."_s;
-        QTest::newRow("none") << QString() << int(TurnFailure::None) << QString() << QString();
+        const QString unconfirmed = u"Message acceptance was not confirmed."_s;
+        QTest::newRow("none") << QString() << int(TurnFailure::None) << QString() << QString()
+                              << QString();
         QTest::newRow("offline, Russian")
             << u"Сообщение сохранено на этом устройстве. Нажмите «Повторить» на сообщении."_s
             << int(TurnFailure::Offline)
             << u"Сообщение сохранено на этом устройстве. Нажмите «Повторить» на сообщении."_s
-            << QString();
+            << QString() << saved;
         QTest::newRow("server's reason") << u"Nope."_s << int(TurnFailure::Refused) << saved
-                                         << u"Nope."_s;
+                                         << u"Nope."_s << saved;
         QTest::newRow("not confirmed, Hebrew") << u"השרת לא אישר את קבלת ההודעה."_s
                                                << int(TurnFailure::Refused)
-                                               << u"השרת לא אישר את קבלת ההודעה."_s << QString();
+                                               << u"השרת לא אישר את קבלת ההודעה."_s << QString()
+                                               << unconfirmed;
     }
 
     void failureKindOfOlderFiles()
@@ -345,6 +351,8 @@ private slots:
         QFETCH(int, kind);
         QFETCH(QString, shown);
         QFETCH(QString, reason);
+        QFETCH(QString, display);
+        L::set(u"en"_s);
         QDir().mkpath(ChatOutbox::folderFor(key));
         writeFile(u"state.json"_s, QJsonDocument(QJsonObject{{u"turns"_s, QJsonArray{QJsonObject{
                       {u"id"_s, u"old"_s}, {u"text"_s, u"hi"_s}, {u"error"_s, error}}}}})
@@ -354,9 +362,11 @@ private slots:
         QCOMPARE(int(s.turns.first().failure), kind);
         QCOMPARE(s.turns.first().error, shown);
         QCOMPARE(s.turns.first().reason, reason);
+        QCOMPARE(s.turns.first().shownError(), display);
         const QJsonObject stored =
             QJsonDocument::fromJson(readFile(u"state.json"_s)).object()[u"turns"][0].toObject();
         QCOMPARE(stored.contains(u"failure"), kind != int(TurnFailure::None));
+        QCOMPARE(stored[u"unconfirmed"].toBool(), display == u"Message acceptance was not confirmed."_s);
     }
 
     // Bytes no turn names (a kill between writing them and recording the turn) are swept.

@@ -2,6 +2,7 @@
 // No server: frames and feeds are handed to it as the socket and fetches would.
 
 #include "chat/chatbackoff.h"
+#include "chat/chatorder.h"
 #include "chat/chatrowsmodel.h"
 #include "chat/chatstore.h"
 #include "chat/transcript.h"
@@ -329,6 +330,54 @@ private slots:
         chat->absorb(feedOf({message(3, "user", "q2", at)}), false);
         QCOMPARE(rowIds(*chat), rows);
         QCOMPARE(chat->rows()->rowCount(), rows.size());
+    }
+
+    // Rows are kept by small edits (a page appended, one lane in, one lane changed); after
+    // every step they are the rows a full build would make, and the screen's model agrees.
+    // Steps: "pN" a page with message N (odd: the user's turn of run rN, even: its reply),
+    // "sR@N" run R starts under N, "dR" a delta, "tR" a tool step, "fR" its final with text.
+    void editedRowsMatchAFullBuild_data()
+    {
+        QTest::addColumn<QStringList>("steps");
+        QTest::newRow("lanes sharing a turn")
+            << QStringList{"p1", "p2", "p3", "sa@3", "sb@3", "sc@1", "fb", "da", "p4", "fa", "p5"};
+        QTest::newRow("a lane before its turn") << QStringList{"sx@5", "p1", "tx", "p5", "fx", "p6"};
+        QTest::newRow("a reply shown then stored") << QStringList{"p1", "sr1@1", "fr1", "p2", "p3"};
+        QTest::newRow("an unanchored lane at the end") << QStringList{"p1", "dq", "p2", "sa@2", "fq"};
+    }
+
+    void editedRowsMatchAFullBuild()
+    {
+        QFETCH(QStringList, steps);
+        auto chat = newStore();
+        QAbstractItemModelTester tester(chat->rows(), QAbstractItemModelTester::FailureReportingMode::QtTest);
+        for (const QString &step : steps) {
+            const QString run = step.mid(1).section(u'@', 0, 0);
+            if (step.startsWith(u'p')) {
+                const int seq = run.toInt();
+                chat->absorb(feedOf({message(seq, seq % 2 ? "user" : "assistant", step, 100 + seq,
+                                             {{"run_id", QStringLiteral("r%1").arg((seq + 1) / 2)}})}),
+                             false);
+            } else if (step.startsWith(u's')) {
+                chat->handle(frame({{"type", "run_started"}, {"run_id", run}, {"user_seq", step.section(u'@', 1).toInt()}}));
+            } else if (step.startsWith(u'd')) {
+                chat->handle(frame({{"type", "delta"}, {"run_id", run}, {"text", step}}));
+            } else if (step.startsWith(u't')) {
+                chat->handle(frame({{"type", "tool"}, {"run_id", run}, {"name", "search"}, {"status", "started"}}));
+            } else {
+                chat->handle(frame({{"type", "final"}, {"run_id", run}, {"text", step}, {"created_at", 150}}));
+            }
+            QList<Lane> lanes = chat->activityHistory();
+            lanes.append(chat->lanes());
+            QStringList full;
+            for (const Row &row : buildRows(chat->messages(), lanes))
+                full.append(row.id());
+            QCOMPARE(rowIds(*chat), full);
+            QStringList shown;
+            for (int i = 0; i < chat->rows()->rowCount(); ++i)
+                shown.append(chat->rows()->data(chat->rows()->index(i), ChatRowsModel::IdRole).toString());
+            QCOMPARE(shown, full);
+        }
     }
 
     void finishedLanesAreBounded()

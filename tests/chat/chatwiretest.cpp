@@ -6,6 +6,7 @@
 #include "chat/chatscope.h"
 #include "chat/messagesfeed.h"
 #include "chat/runrecord.h"
+#include "chat/tasknumber.h"
 
 #include <QJsonArray>
 #include <QTest>
@@ -239,6 +240,26 @@ private slots:
         ChatMessage m = ChatMessage::make(u"assistant"_s, text, 0);
         if (taskNo != u"-") m.taskNo = taskNo;
         QTEST(m.taskNumber().value_or(0), "number");
+    }
+
+    // The one reading of "/stop N" that the store and the terminal share.
+    void stopCommand_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("task"); // 0: a message, not a stop
+        QTest::newRow("plain") << "/stop 12" << 12;
+        QTest::newRow("hash, spaces around") << "  /stop  #7 " << 7;
+        QTest::newRow("zero") << "/stop 0" << 0;
+        QTest::newRow("more words") << "/stop 3 now" << 0;
+        QTest::newRow("no number") << "/stop" << 0;
+        QTest::newRow("too long") << "/stop 1234567890" << 0;
+        QTest::newRow("inside a sentence") << "please /stop 3" << 0;
+    }
+
+    void stopCommand()
+    {
+        QFETCH(QString, text);
+        QTEST(TaskNumber::stopCommand(text).value_or(0), "task");
     }
 
     void scopePaths_data()
