@@ -59,7 +59,7 @@ QCoro::Task<int> InteractiveChat::run()
     connect(&m_screen, &ChatScreen::resized, this, &InteractiveChat::reprint);
 
     say(ChatLines::banner());
-    const QList<ChatMessage> &messages = m_store.messages();
+    const auto &messages = m_store.messages();
     for (qsizetype i = std::max<qsizetype>(0, messages.size() - shownAtStart); i < messages.size();
          ++i)
         sayMessage(messages.at(i));
