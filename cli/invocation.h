@@ -23,5 +23,8 @@ struct Invocation {
     QStringList fields;          // --field KEY=VALUE, repeatable (vault add)
     bool primary = false;        // --primary (vault add)
     bool forget = false;         // --forget (health disconnect)
-    bool force = false;          // --force (logout with turns not yet sent)
+    bool force = false;
+    QString voice;   // --voice FILE.wav (chat send)
+    QString seconds; // --seconds S (chat record), checked there
+    QString input;   // --input FILE.wav (chat record): instead of the microphone          // --force (logout with turns not yet sent)
 };

@@ -71,6 +71,9 @@ QString summary()
         "  chat outbox [--json] | chat drain   הודעות שממתינות לשליחה; שליחתן\n"
         "  chat retry ID | chat stop N         ניסיון חוזר; עצירת משימה\n"
         "  chat play SEQ [--output FILE] [--rate R]  הקול של הודעה, או לקובץ WAV\n"
+        "  chat send --voice FILE.wav          שליחת הקלטה כהודעה קולית\n"
+        "  chat record [--seconds S]           הקלטה מהמיקרופון ושליחה (Enter או Ctrl-C עוצרים)\n"
+        "  chat transcribe FILE.wav            מה השרת שמע בהקלטה\n"
         "  chat                                שיחה אינטראקטיבית\n"
         "  render [--html | --ansi | --plain] טקסט של הודעה מהקלט, כפי שהוא מוצג\n"
         "  prefs [set KEY VALUE]               העדפות בשרת\n"
@@ -103,6 +106,9 @@ QString summary()
         "  chat outbox [--json] | chat drain   turns waiting to go out; send them\n"
         "  chat retry ID | chat stop N         try a turn again; stop a task\n"
         "  chat play SEQ [--output FILE] [--rate R]  a message's voice, or into a WAV file\n"
+        "  chat send --voice FILE.wav          a recording sent as a voice message\n"
+        "  chat record [--seconds S]           record from the microphone and send (Enter or Ctrl-C stops)\n"
+        "  chat transcribe FILE.wav            what the server hears in a recording\n"
         "  chat                                an interactive conversation\n"
         "  render [--html | --ansi | --plain] one message text from stdin, as it is shown\n"
         "  prefs [set KEY VALUE]               server-side preferences\n"
@@ -135,6 +141,9 @@ QString summary()
         "  chat outbox [--json] | chat drain   ждущие отправки; отправить их\n"
         "  chat retry ID | chat stop N         повторить; остановить задачу\n"
         "  chat play SEQ [--output FILE] [--rate R]  голос сообщения, или в файл WAV\n"
+        "  chat send --voice FILE.wav          запись, отправленная голосовым сообщением\n"
+        "  chat record [--seconds S]           запись с микрофона и отправка (Enter или Ctrl-C — стоп)\n"
+        "  chat transcribe FILE.wav            что сервер услышал в записи\n"
         "  chat                                интерактивный разговор\n"
         "  render [--html | --ansi | --plain] текст сообщения из ввода, как он показывается\n"
         "  prefs [set KEY VALUE]               настройки на сервере\n"
@@ -205,6 +214,10 @@ int main(int argc, char **argv)
     parser.addOptions({title, field, primary, forget});
     const QCommandLineOption force(u"force"_s, u"logout: even with turns not yet sent."_s);
     parser.addOption(force);
+    const QCommandLineOption voice(u"voice"_s, u"chat send: a WAV recording sent as a voice note."_s, u"FILE"_s);
+    const QCommandLineOption seconds(u"seconds"_s, u"chat record: stop after this long."_s, u"S"_s);
+    const QCommandLineOption input(u"input"_s, u"chat record: this WAV file instead of the microphone."_s, u"FILE"_s);
+    parser.addOptions({voice, seconds, input});
     parser.addPositionalArgument(u"command"_s, u"What to do."_s);
 
     if (!parser.parse(QCoreApplication::arguments())) {
@@ -241,6 +254,9 @@ int main(int argc, char **argv)
     in.command = words.takeFirst();
     in.args = words;
     in.force = parser.isSet(force);
+    in.voice = parser.value(voice);
+    in.seconds = parser.value(seconds);
+    in.input = parser.value(input);
     in.json = parser.isSet(json);
     in.user = parser.value(user);
     in.token = parser.value(token);

@@ -314,6 +314,8 @@ PendingTurn ChatStore::pending(const OutboxTurn &turn) const
     p.text = turn.text;
     for (const OutboxFile &file : turn.files)
         p.files.append(file.name);
+    if (turn.voiceNote)
+        p.files.append(turn.voiceNote->name);
     p.error = turn.error;
     p.reason = turn.reason;
     p.refused = turn.failure == TurnFailure::Refused;

@@ -8,6 +8,7 @@ from aiohttp import web
 import chatcontrol
 import checks
 import voicenotes
+import voiceturns
 from state import Fault, Page, State, User
 from wire import Reject, dumps, parse_object, reply, text_or_empty
 
@@ -180,7 +181,8 @@ async def handle(request: web.Request, state: State) -> web.Response:
     if (method, action) == ("GET", "sessions"):
         return reply({"sessions": [{"user": user, "cookie": cookie}
                                    for cookie, user in state.sessions.items()]})
-    voice = voicenotes.handle_control(method, action, body, state)
+    voice = (voicenotes.handle_control(method, action, body, state)
+             or voiceturns.handle_control(method, action, body, state))
     if voice is not None:
         return voice
     chat = await chatcontrol.handle(method, action, body, request.query, state)

@@ -11,6 +11,7 @@ import chat
 import chatapi
 import pushreport
 import voicenotes
+import voiceturns
 import features
 import workspace
 from state import State, User
@@ -196,6 +197,7 @@ ROUTES = {
     "router/feedback": (False, {"POST": chatapi.feedback}),
     **pushreport.ROUTES,
     **workspace.ROUTES,
+    **voiceturns.ROUTES,
 }
 # Paths with a variable part, all for signed-in users.
 PATTERNS = [
