@@ -1,5 +1,6 @@
 #pragma once
 
+#include "chat/voice/voiceplayer.h"
 #include "platform/audioport.h"
 
 #include <QCoroTask>
@@ -11,7 +12,6 @@
 #include <optional>
 
 class Sleeper;
-class VoicePlayer;
 
 // Records a voice note from the microphone into "note-<unique>.wav" in a recordings folder:
 // 16-bit mono at the microphone's own rate. Voice playback waits while it records.
