@@ -61,8 +61,7 @@ struct World {
 };
 
 // Runs the event loop until `done`, waking at least every 20 ms to look.
-template<class F>
-void spin(F done)
+template <class F> void spin(F done)
 {
     QTimer wake;
     wake.start(20);
@@ -78,13 +77,16 @@ void BM_FirstSound(benchmark::State &state)
     Service &service = *world.service;
     double landedToPlaying = 0;
     for (auto _ : state) {
-        const qint64 seq = service.control("POST", QStringLiteral("message"),
-                                           {{"user", "demo"}, {"role", "assistant"}, {"text", "Hi"},
-                                            {"notify", false}})
-                               .value(u"seq")
-                               .toInteger();
-        service.control("POST", QStringLiteral("voice"),
-                        {{"user", "demo"}, {"seq", seq}, {"seconds", QJsonArray{1.0, 1.0}}, {"released", 0}});
+        const qint64 seq =
+            service
+                .control(
+                    "POST", QStringLiteral("message"),
+                    {{"user", "demo"}, {"role", "assistant"}, {"text", "Hi"}, {"notify", false}})
+                .value(u"seq")
+                .toInteger();
+        service.control(
+            "POST", QStringLiteral("voice"),
+            {{"user", "demo"}, {"seq", seq}, {"seconds", QJsonArray{1.0, 1.0}}, {"released", 0}});
         QElapsedTimer clock;
         clock.start();
         Silent output;
@@ -101,7 +103,8 @@ void BM_FirstSound(benchmark::State &state)
         player.play(seq, ChatScope::main());
         spin([&] { return player.phase() == VoicePlayer::Phase::Loading; });
         const qint64 releasedAt = clock.nsecsElapsed();
-        service.control("POST", QStringLiteral("voice/release"), {{"user", "demo"}, {"seq", seq}, {"released", 1}});
+        service.control("POST", QStringLiteral("voice/release"),
+                        {{"user", "demo"}, {"seq", seq}, {"released", 1}});
         spin([&] { return output.playedAt >= 0; });
         if (output.playedAt < 0 || landedAt < 0) {
             state.SkipWithError("the first part never played");

@@ -558,7 +558,9 @@ QCoro::Task<bool> ChatStore::processed(QString turnID)
         if (!self)
             co_return false;
         if (status == u"unknown_request") {
-            // The server never got the recording: it goes again.
+            // The server never got the recording: it goes again, not as the answer kept before.
+            if (auto *transfers = ChatBackgroundTransfer::shared())
+                transfers->discard(ChatBackgroundTransfer::key(storageKey(), u"voice"_s, turnID));
             const Delivery again = co_await deliverTurn(turnID);
             co_return again == Delivery::Settled;
         }

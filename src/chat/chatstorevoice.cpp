@@ -21,8 +21,8 @@ QString ChatStore::submitVoice(float peak, const QByteArray &wav, bool deliver)
     turn.voicePeak = peak;
     turn.voiceReply = AppData::setting(u"voice_mode"_s).toBool();
     if (m_replyTo) {
-        turn.replyID = m_replyTo->taskNo ? u"task:"_s + *m_replyTo->taskNo
-                                         : QString::number(m_replyTo->seq);
+        turn.replyID =
+            m_replyTo->taskNo ? u"task:"_s + *m_replyTo->taskNo : QString::number(m_replyTo->seq);
         turn.replyText = m_replyTo->text;
         turn.replyRole = m_replyTo->role;
     }
@@ -35,8 +35,8 @@ QString ChatStore::submitVoice(float peak, const QByteArray &wav, bool deliver)
     }
     // The recording first, then the turn naming it: a kill between the two leaves only a
     // stray file, which the outbox sweeps.
-    if (wav.isEmpty() || !m_outbox->writeData(turn.voiceNote->fileID, wav)
-        || !m_outbox->append(turn)) {
+    if (wav.isEmpty() || !m_outbox->writeData(turn.voiceNote->fileID, wav) ||
+        !m_outbox->append(turn)) {
         m_outbox->removeData(turn.voiceNote->fileID);
         setSendError(VoiceDelivery::couldNotSave());
         return {};

@@ -28,22 +28,26 @@ class VoiceSendTest : public QObject
     // A short, valid 16 kHz mono WAV file.
     static QByteArray note()
     {
-        QByteArray wav("RIFF\x00\x00\x00\x00WAVEfmt \x10\x00\x00\x00\x01\x00\x01\x00\x80\x3e\x00\x00"
-                       "\x00\x7d\x00\x00\x02\x00\x10\x00data\x40\x1f\x00\x00", 44);
+        QByteArray wav(
+            "RIFF\x00\x00\x00\x00WAVEfmt \x10\x00\x00\x00\x01\x00\x01\x00\x80\x3e\x00\x00"
+            "\x00\x7d\x00\x00\x02\x00\x10\x00data\x40\x1f\x00\x00",
+            44);
         return wav + QByteArray(8000, '\x11');
     }
 
     std::unique_ptr<ChatStore> newStore(const ChatScope &scope)
     {
-        auto store = std::make_unique<ChatStore>(scope, QStringLiteral("demo"), QStringLiteral("user"),
-                                                 ChatDependencies{&sleeper, &reachability});
+        auto store =
+            std::make_unique<ChatStore>(scope, QStringLiteral("demo"), QStringLiteral("user"),
+                                        ChatDependencies{&sleeper, &reachability});
         store->prepare();
         return store;
     }
 
     QJsonArray stored(const QString &conversation)
     {
-        return service.control("GET", QStringLiteral("messages?user=demo&conversation_id=") + conversation)
+        return service
+            .control("GET", QStringLiteral("messages?user=demo&conversation_id=") + conversation)
             .value(u"messages")
             .toArray();
     }
@@ -108,10 +112,13 @@ private slots:
         QFETCH(int, statusAsks);
         QFETCH(bool, offlineFirst);
         const ChatScope scope = project ? ChatScope::project(project) : ChatScope::main();
-        const QString conversation = project ? QStringLiteral("project:%1").arg(project) : QStringLiteral("main");
-        service.control("POST", QStringLiteral("voice/transcript"), {{"user", "demo"}, {"text", "buy milk"}});
+        const QString conversation =
+            project ? QStringLiteral("project:%1").arg(project) : QStringLiteral("main");
+        service.control("POST", QStringLiteral("voice/transcript"),
+                        {{"user", "demo"}, {"text", "buy milk"}});
         if (statusAsks)
-            service.control("POST", QStringLiteral("voice/processing"), {{"user", "demo"}, {"asks", statusAsks}});
+            service.control("POST", QStringLiteral("voice/processing"),
+                            {{"user", "demo"}, {"asks", statusAsks}});
         auto store = newStore(scope);
         const QString id = store->submitVoice(0.5f, note(), false);
         QVERIFY(!id.isEmpty());
@@ -145,7 +152,8 @@ private slots:
         QCOMPARE(fields.value(u"peak").toString().toDouble(), 0.5);
         QCOMPARE(fields.value(u"queued_at").toString().toDouble(), turn.created);
         QCOMPARE(fields.value(u"conversation_id").toString(), project ? conversation : QString());
-        QCOMPARE(fields.value(u"project_id").toString(), project ? QString::number(project) : QString());
+        QCOMPARE(fields.value(u"project_id").toString(),
+                 project ? QString::number(project) : QString());
     }
 
     void aRecordingThatCannotBeKept_data()
@@ -168,7 +176,8 @@ private slots:
             QVERIFY(blocker.open(QIODevice::WriteOnly));
         }
         QVERIFY(store->submitVoice(0.2f, folderRefuses ? note() : QByteArray(), false).isEmpty());
-        QCOMPARE(store->sendError(), QStringLiteral("Could not save the recording on this device."));
+        QCOMPARE(store->sendError(),
+                 QStringLiteral("Could not save the recording on this device."));
         QCOMPARE(store->queuedCount(), 0);
         QCOMPARE(store->outbox().state().turns.size(), 0);
         QCOMPARE(received().size(), 0);
@@ -176,7 +185,8 @@ private slots:
 
     void transcribeOnlyHears()
     {
-        service.control("POST", QStringLiteral("voice/transcript"), {{"user", "demo"}, {"text", "שלום"}});
+        service.control("POST", QStringLiteral("voice/transcript"),
+                        {{"user", "demo"}, {"text", "שלום"}});
         auto store = newStore(ChatScope::main());
         QCOMPARE(Sync::run(store->transcribe(0.3f, note())), QStringLiteral("שלום"));
         QCOMPARE(stored(QStringLiteral("main")).size(), 0);

@@ -38,9 +38,10 @@ class VoiceCliTest : public QObject
     QJsonArray stored()
     {
         QJsonArray users;
-        const QJsonArray all = service.control("GET", QStringLiteral("messages?user=demo&conversation_id=main"))
-                                   .value(u"messages")
-                                   .toArray();
+        const QJsonArray all =
+            service.control("GET", QStringLiteral("messages?user=demo&conversation_id=main"))
+                .value(u"messages")
+                .toArray();
         for (const QJsonValue &m : all) {
             if (m[u"role"].toString() == u"user")
                 users.append(m);
@@ -57,12 +58,14 @@ class VoiceCliTest : public QObject
             qToLittleEndian(qint16(std::lround(peak * 32767 * (i % 2 ? 1 : -1))), bytes);
             samples.append(bytes, 2);
         }
-        QByteArray head("RIFF\0\0\0\0WAVEfmt \x10\0\0\0\x01\0\x01\0\x80\x3e\0\0\0\x7d\0\0\x02\0\x10\0data", 40);
+        QByteArray head(
+            "RIFF\0\0\0\0WAVEfmt \x10\0\0\0\x01\0\x01\0\x80\x3e\0\0\0\x7d\0\0\x02\0\x10\0data", 40);
         char size[4];
         qToLittleEndian(quint32(samples.size()), size);
         const QString path = folder + QStringLiteral("/note.wav");
         QFile file(path);
-        if (!file.open(QIODevice::WriteOnly) || file.write(head + QByteArray(size, 4) + samples) < 0)
+        if (!file.open(QIODevice::WriteOnly) ||
+            file.write(head + QByteArray(size, 4) + samples) < 0)
             return {};
         return path;
     }
@@ -80,7 +83,8 @@ private slots:
                         "demo-password\n")
                      .status,
                  0);
-        service.control("POST", QStringLiteral("voice/transcript"), {{"user", "demo"}, {"text", "call\x1b[31m mom"}});
+        service.control("POST", QStringLiteral("voice/transcript"),
+                        {{"user", "demo"}, {"text", "call\x1b[31m mom"}});
         wav = writeNote(home->path(), 0.25);
         QVERIFY(!wav.isEmpty());
     }
@@ -91,10 +95,13 @@ private slots:
         QTest::addColumn<int>("status");
         QTest::addColumn<int>("stored");
         QTest::newRow("send --voice") << QStringList{"chat", "send", "--voice", "@"} << 0 << 1;
-        QTest::newRow("record --input") << QStringList{"chat", "record", "--seconds", "0.3", "--input", "@"} << 0 << 1;
+        QTest::newRow("record --input")
+            << QStringList{"chat", "record", "--seconds", "0.3", "--input", "@"} << 0 << 1;
         QTest::newRow("transcribe") << QStringList{"chat", "transcribe", "@"} << 0 << 0;
-        QTest::newRow("not a WAV file") << QStringList{"chat", "send", "--voice", HALVENMARK_CLI} << 1 << 0;
-        QTest::newRow("record --seconds 0") << QStringList{"chat", "record", "--seconds", "0"} << 2 << 0;
+        QTest::newRow("not a WAV file")
+            << QStringList{"chat", "send", "--voice", HALVENMARK_CLI} << 1 << 0;
+        QTest::newRow("record --seconds 0")
+            << QStringList{"chat", "record", "--seconds", "0"} << 2 << 0;
         QTest::newRow("transcribe without a file") << QStringList{"chat", "transcribe"} << 2 << 0;
     }
 
@@ -113,8 +120,12 @@ private slots:
             QVERIFY(!run.out.contains('\x1b'));
         }
         if (status == 0 && stored == 1) {
-            const QJsonObject fields = service.control("POST", QStringLiteral("voice/received"), {{"user", "demo"}})
-                                           .value(u"received").toArray().last().toObject();
+            const QJsonObject fields =
+                service.control("POST", QStringLiteral("voice/received"), {{"user", "demo"}})
+                    .value(u"received")
+                    .toArray()
+                    .last()
+                    .toObject();
             QCOMPARE(fields.value(u"peak").toString().toDouble(), 0.25);
         }
     }
@@ -124,10 +135,13 @@ private slots:
         QTest::addColumn<QByteArray>("pauseAt");
         QTest::addColumn<QJsonObject>("fault");
         QTest::addColumn<int>("storedBeforeRestart");
-        QTest::newRow("after request.body is written") << QByteArray("body-written") << QJsonObject() << 0;
+        QTest::newRow("after request.body is written")
+            << QByteArray("body-written") << QJsonObject() << 0;
         QTest::newRow("after the server stored the message")
-            << QByteArray() << QJsonObject{{"match", "webapi/voice"}, {"after", "hold"}, {"delay", 30}} << 1;
-        QTest::newRow("after receipt.json is written") << QByteArray("receipt-written") << QJsonObject() << 1;
+            << QByteArray()
+            << QJsonObject{{"match", "webapi/voice"}, {"after", "hold"}, {"delay", 30}} << 1;
+        QTest::newRow("after receipt.json is written")
+            << QByteArray("receipt-written") << QJsonObject() << 1;
     }
 
     void killedMidUpload()
@@ -145,8 +159,8 @@ private slots:
         QVERIFY(client.waitForStarted());
         if (!pauseAt.isEmpty()) {
             QString err;
-            while (!err.contains(QStringLiteral("paused at ") + QString::fromLatin1(pauseAt))
-                   && client.waitForReadyRead(20000))
+            while (!err.contains(QStringLiteral("paused at ") + QString::fromLatin1(pauseAt)) &&
+                   client.waitForReadyRead(20000))
                 err += QString::fromUtf8(client.readAllStandardError());
             QVERIFY2(err.contains(u"paused at"), qPrintable(err));
         } else {

@@ -69,7 +69,8 @@ QByteArray toMono(const QByteArray &data, const AudioPort::CaptureFormat &format
         }
         const float v = sum / float(channels);
         loudest = std::max(loudest, std::fabs(v));
-        to[f] = qToLittleEndian(qint16(std::lround(std::clamp(v, -1.0f, 32767.0f / 32768.0f) * 32768.0f)));
+        to[f] = qToLittleEndian(
+            qint16(std::lround(std::clamp(v, -1.0f, 32767.0f / 32768.0f) * 32768.0f)));
     }
     *peak = std::min(loudest, 1.0f);
     return out;
@@ -77,8 +78,8 @@ QByteArray toMono(const QByteArray &data, const AudioPort::CaptureFormat &format
 
 QString freshName()
 {
-    return u"note-"_s + QDateTime::currentDateTimeUtc().toString(u"yyyyMMdd-HHmmss"_s) + u"-"_s
-        + QUuid::createUuid().toString(QUuid::Id128).left(8) + u".wav"_s;
+    return u"note-"_s + QDateTime::currentDateTimeUtc().toString(u"yyyyMMdd-HHmmss"_s) + u"-"_s +
+           QUuid::createUuid().toString(QUuid::Id128).left(8) + u".wav"_s;
 }
 
 } // namespace
@@ -124,9 +125,9 @@ QCoro::Task<bool> Recorder::start()
     }
     m_format = m_deps.port->captureFormat();
     auto file = std::make_unique<QFile>(QDir(m_deps.folder).filePath(freshName()));
-    if (m_format.sampleRate <= 0 || !AppData::makeFolder(m_deps.folder)
-        || !file->open(QIODevice::WriteOnly | QIODevice::NewOnly)
-        || file->write(header(m_format.sampleRate, 0)) != 44) {
+    if (m_format.sampleRate <= 0 || !AppData::makeFolder(m_deps.folder) ||
+        !file->open(QIODevice::WriteOnly | QIODevice::NewOnly) ||
+        file->write(header(m_format.sampleRate, 0)) != 44) {
         m_deps.port->close();
         setError(cannot + file->errorString());
         co_return false;
@@ -144,7 +145,7 @@ QCoro::Task<bool> Recorder::start()
     emit levelChanged();
     QPointer<Recorder> self(this);
     co_await m_deps.sleeper->sleep(settle);
-    co_return self && recording();
+    co_return self &&recording();
 }
 
 void Recorder::onCaptured(const QByteArray &data)
@@ -179,8 +180,8 @@ std::optional<Recorder::Take> Recorder::stop()
         return std::nullopt;
     finish();
     std::unique_ptr<QFile> file = std::move(m_file);
-    const bool written = !m_writeFailed && file->seek(0)
-        && file->write(header(m_format.sampleRate, m_frames)) == 44 && file->flush();
+    const bool written = !m_writeFailed && file->seek(0) &&
+                         file->write(header(m_format.sampleRate, m_frames)) == 44 && file->flush();
     file->close();
     emit recordingChanged();
     emit levelChanged();

@@ -93,8 +93,8 @@ QCoro::Task<Status> askStatus(QString turnID)
     Status out;
     try {
         // The status check carries its own content type, as the server expects of it.
-        Api::Request request = Api::authorized(
-            u"webapi/voice/status?client_request_id="_s + turnID, "GET"_ba);
+        Api::Request request =
+            Api::authorized(u"webapi/voice/status?client_request_id="_s + turnID, "GET"_ba);
         request.request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json"_ba);
         const Api::Reply reply = co_await Api::exchange(request);
         const QJsonObject body = QJsonDocument::fromJson(reply.data).object();
@@ -182,7 +182,8 @@ QCoro::Task<ChatCourier::Result> deliver(ChatScope scope, QString storageKey, Sl
             const Failure kind = classify(failed);
             if (kind == Failure::Offline)
                 co_return kept(Delivery::Offline, TurnFailure::Offline);
-            ChatCourier::Result refused = kept(Delivery::Stopped, TurnFailure::Refused, reasonOf(failed));
+            ChatCourier::Result refused =
+                kept(Delivery::Stopped, TurnFailure::Refused, reasonOf(failed));
             refused.deadReply = kind == Failure::DeadReply;
             co_return refused;
         }
@@ -202,7 +203,8 @@ QCoro::Task<ChatCourier::Result> deliver(ChatScope scope, QString storageKey, Sl
             if (status.heard == Heard::Done)
                 co_return settled(status.seq, status.run);
             if (status.heard == Heard::Unknown) {
-                qCInfo(lcVoiceSend) << "the server lost voice turn" << turn.id << "- sending it again";
+                qCInfo(lcVoiceSend)
+                    << "the server lost voice turn" << turn.id << "- sending it again";
                 forget(key);
                 reprocess = true;
                 break;
