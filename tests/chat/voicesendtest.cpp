@@ -182,18 +182,6 @@ private slots:
         QCOMPARE(store->outbox().state().turns.size(), 0);
         QCOMPARE(received().size(), 0);
     }
-
-    void transcribeOnlyHears()
-    {
-        service.control("POST", QStringLiteral("voice/transcript"),
-                        {{"user", "demo"}, {"text", "שלום"}});
-        auto store = newStore(ChatScope::main());
-        QCOMPARE(Sync::run(store->transcribe(0.3f, note())), QStringLiteral("שלום"));
-        QCOMPARE(stored(QStringLiteral("main")).size(), 0);
-        const QJsonObject fields = received().last().toObject();
-        QCOMPARE(fields.value(u"submit").toString(), QStringLiteral("0"));
-        QVERIFY(!fields.contains(u"client_request_id"));
-    }
 };
 
 QTEST_GUILESS_MAIN(VoiceSendTest)
