@@ -337,6 +337,8 @@ QCoro::Task<int> outbox(Invocation in)
             QJsonArray files;
             for (const OutboxFile &file : turn.files)
                 files.append(file.name);
+            if (turn.voiceNote)
+                files.append(turn.voiceNote->name);
             out.append(QJsonObject{{u"id"_s, turn.id}, {u"text"_s, turn.text}, {u"files"_s, files},
                                    {u"error"_s, turn.error}, {u"reason"_s, turn.reason},
                                    {u"refused"_s, turn.failure == TurnFailure::Refused}});
@@ -347,6 +349,8 @@ QCoro::Task<int> outbox(Invocation in)
             QString line = turn.id + u"  "_s + TerminalText::safe(turn.text);
             for (const OutboxFile &file : turn.files)
                 line += u"  📎 "_s + TerminalText::safe(file.name);
+            if (turn.voiceNote)
+                line += u"  🎤 "_s + TerminalText::safe(turn.voiceNote->name);
             Console::out(line);
             if (!turn.error.isEmpty())
                 Console::out(u"    ⚠ "_s + turn.error);
