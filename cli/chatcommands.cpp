@@ -62,7 +62,8 @@ void usage()
                           "  chat follow [--project N]\n"
                           "  chat send TEXT [--file PATH]... [--project N] [--reply-to SEQ] [--wait SECONDS]\n"
                           "  chat outbox [--json] | chat drain | chat retry ID | chat stop N\n"
-                          "  chat play SEQ [--output FILE] [--rate 1|1.5|2]"_s;
+                          "  chat play SEQ [--output FILE] [--rate 1|1.5|2]\n"
+                          "  chat send --voice FILE.wav | chat record [--seconds S] | chat transcribe FILE.wav"_s;
     Console::err(L::t(u"שימוש: "_s, u"Usage: "_s, u"Использование: "_s) + forms);
 }
 
@@ -329,6 +330,8 @@ QCoro::Task<int> outbox(Invocation in)
             QJsonArray files;
             for (const OutboxFile &file : turn.files)
                 files.append(file.name);
+            if (turn.voiceNote)
+                files.append(turn.voiceNote->name);
             out.append(QJsonObject{{u"id"_s, turn.id}, {u"text"_s, turn.text}, {u"files"_s, files},
                                    {u"error"_s, turn.shownError()}, {u"reason"_s, turn.reason},
                                    {u"refused"_s, turn.failure == TurnFailure::Refused}});
@@ -339,6 +342,8 @@ QCoro::Task<int> outbox(Invocation in)
             QString line = turn.id + u"  "_s + TerminalText::safe(turn.text);
             for (const OutboxFile &file : turn.files)
                 line += u"  📎 "_s + TerminalText::safe(file.name);
+            if (turn.voiceNote)
+                line += u"  🎤 "_s + TerminalText::safe(turn.voiceNote->name);
             Console::out(line);
             if (!turn.error.isEmpty())
                 Console::out(u"    ⚠ "_s + turn.shownError());
@@ -416,7 +421,7 @@ QCoro::Task<int> chat(Invocation in)
 {
     const QString sub = in.args.isEmpty() ? QString() : in.args.first();
     static const QStringList known = {u"log"_s, u"follow"_s, u"send"_s, u"outbox"_s, u"drain"_s,
-                                      u"retry"_s, u"stop"_s, u"play"_s};
+                                      u"retry"_s, u"stop"_s, u"play"_s, u"record"_s, u"transcribe"_s};
     const bool single = sub == u"log" || sub == u"follow" || sub == u"outbox" || sub == u"drain";
     if (!sub.isEmpty() && (!known.contains(sub) || (single && in.args.size() != 1))) {
         usage();
@@ -433,6 +438,12 @@ QCoro::Task<int> chat(Invocation in)
         co_return co_await log(in);
     if (sub == u"follow")
         co_return co_await follow(in);
+    if (sub == u"send" && !in.voice.isEmpty())
+        co_return co_await VoiceCommands::sendVoice(in);
+    if (sub == u"record")
+        co_return co_await VoiceCommands::record(in);
+    if (sub == u"transcribe")
+        co_return co_await VoiceCommands::transcribe(in);
     if (sub == u"send")
         co_return co_await sendTurn(in);
     if (sub == u"outbox")

@@ -74,6 +74,9 @@ QString summary()
         "  chat outbox [--json] | chat drain   הודעות שממתינות לשליחה; שליחתן\n"
         "  chat retry ID | chat stop N         ניסיון חוזר; עצירת משימה\n"
         "  chat play SEQ [--output FILE] [--rate R]  הקול של הודעה, או לקובץ WAV\n"
+        "  chat send --voice FILE.wav          שליחת הקלטה כהודעה קולית\n"
+        "  chat record [--seconds S]           הקלטה מהמיקרופון ושליחה (Enter או Ctrl-C עוצרים)\n"
+        "  chat transcribe FILE.wav            מה השרת שמע בהקלטה\n"
         "  chat                                שיחה אינטראקטיבית\n"
         "  render [--html | --ansi | --plain] טקסט של הודעה מהקלט, כפי שהוא מוצג\n"
         "  prefs [set KEY VALUE]               העדפות בשרת\n"
@@ -111,6 +114,9 @@ QString summary()
         "  chat outbox [--json] | chat drain   turns waiting to go out; send them\n"
         "  chat retry ID | chat stop N         try a turn again; stop a task\n"
         "  chat play SEQ [--output FILE] [--rate R]  a message's voice, or into a WAV file\n"
+        "  chat send --voice FILE.wav          a recording sent as a voice message\n"
+        "  chat record [--seconds S]           record from the microphone and send (Enter or Ctrl-C stops)\n"
+        "  chat transcribe FILE.wav            what the server hears in a recording\n"
         "  chat                                an interactive conversation\n"
         "  render [--html | --ansi | --plain] one message text from stdin, as it is shown\n"
         "  prefs [set KEY VALUE]               server-side preferences\n"
@@ -148,6 +154,9 @@ QString summary()
         "  chat outbox [--json] | chat drain   ждущие отправки; отправить их\n"
         "  chat retry ID | chat stop N         повторить; остановить задачу\n"
         "  chat play SEQ [--output FILE] [--rate R]  голос сообщения, или в файл WAV\n"
+        "  chat send --voice FILE.wav          запись, отправленная голосовым сообщением\n"
+        "  chat record [--seconds S]           запись с микрофона и отправка (Enter или Ctrl-C — стоп)\n"
+        "  chat transcribe FILE.wav            что сервер услышал в записи\n"
         "  chat                                интерактивный разговор\n"
         "  render [--html | --ansi | --plain] текст сообщения из ввода, как он показывается\n"
         "  prefs [set KEY VALUE]               настройки на сервере\n"
@@ -223,9 +232,9 @@ int main(int argc, char **argv)
     parser.addOptions({title, field, primary, forget});
     const QCommandLineOption force(u"force"_s, u"logout: even with turns not yet sent."_s);
     parser.addOption(force);
-    const QCommandLineOption input(u"input"_s, u"call: this WAV file instead of the microphone."_s, u"FILE"_s);
-    const QCommandLineOption seconds(u"seconds"_s, u"call: hang up after S seconds."_s, u"S"_s);
-    const QCommandLineOption voice(u"voice"_s, u"call prefs: the agent's voice."_s, u"V"_s);
+    const QCommandLineOption input(u"input"_s, u"call, chat record: this WAV file instead of the microphone."_s, u"FILE"_s);
+    const QCommandLineOption seconds(u"seconds"_s, u"call: hang up after S seconds; chat record: stop after S."_s, u"S"_s);
+    const QCommandLineOption voice(u"voice"_s, u"call prefs: the agent's voice; chat send: a WAV recording sent as a voice note."_s, u"V|FILE"_s);
     const QCommandLineOption language(u"language"_s, u"call prefs: the call's language."_s, u"L"_s);
     const QCommandLineOption provider(u"provider"_s, u"call prefs: openai or gemini."_s, u"P"_s);
     parser.addOptions({input, seconds, voice, language, provider});

@@ -117,7 +117,8 @@ Rectangle {
             Layout.fillWidth: true
             // A refused turn says it on its own card.
             visible: text !== "" && !(composer.chat && composer.chat.pending.some(t => t.state === "failed"))
-            text: composer.store ? composer.store.sendError : ""
+            text: composer.chat && composer.chat.recordError !== "" ? composer.chat.recordError
+                  : composer.store ? composer.store.sendError : ""
             color: Theme.danger
             wrapMode: Text.Wrap
         }
@@ -133,7 +134,43 @@ Rectangle {
                 ToolTip.visible: hovered
                 ToolTip.text: Lang.t("צירוף קבצים", "Attach files", "Прикрепить файлы")
             }
+            ToolButton {
+                objectName: "recordButton"
+                readonly property bool on: composer.chat !== null && composer.chat.recording
+                text: on ? "■" : "🎤"
+                checkable: true
+                checked: on
+                onClicked: on ? composer.chat.finishRecording() : composer.chat.startRecording()
+                ToolTip.visible: hovered
+                ToolTip.text: on ? Lang.t("סיום ושליחה", "Stop and send", "Остановить и отправить")
+                                 : Lang.t("הקלטת הודעה קולית", "Record a voice message", "Записать голосовое сообщение")
+            }
+            // While recording: the loudness, and a way out that keeps nothing.
+            Rectangle {
+                objectName: "recordLevel"
+                visible: composer.chat !== null && composer.chat.recording
+                Layout.fillWidth: true
+                height: 8
+                radius: 4
+                color: Theme.raised
+                border.color: Theme.border
+                Rectangle {
+                    height: parent.height
+                    radius: 4
+                    width: parent.width * Math.min(1, composer.chat ? composer.chat.recordLevel * 3 : 0)
+                    color: Theme.danger
+                }
+            }
+            ToolButton {
+                objectName: "recordCancel"
+                visible: composer.chat !== null && composer.chat.recording
+                text: "✕"
+                onClicked: composer.chat.cancelRecording()
+                ToolTip.visible: hovered
+                ToolTip.text: Lang.t("ביטול ההקלטה", "Discard the recording", "Отменить запись")
+            }
             ScrollView {
+                visible: !(composer.chat !== null && composer.chat.recording)
                 Layout.fillWidth: true
                 Layout.preferredHeight: Math.min(area.implicitHeight, 160)
                 TextArea {

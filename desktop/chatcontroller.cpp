@@ -3,12 +3,15 @@
 #include "chat/chatoutbox.h"
 #include "chat/chatrowsmodel.h"
 #include "chat/delivery.h"
+#include "chat/voice/recorder.h"
+#include "platform/qtaudioport.h"
 #include "messagerows.h"
 #include "text/l.h"
 
 #include <QBuffer>
 #include <QClipboard>
 #include <QDateTime>
+#include <QFile>
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QImage>
@@ -184,4 +187,52 @@ void ChatController::stop(int number)
 void ChatController::markRead()
 {
     m_store->markRead();
+}
+
+bool ChatController::recording() const
+{
+    return m_recorder && m_recorder->recording();
+}
+
+double ChatController::recordLevel() const
+{
+    return m_recorder ? m_recorder->level() : 0.0;
+}
+
+QString ChatController::recordError() const
+{
+    return m_recorder ? m_recorder->error() : QString();
+}
+
+void ChatController::startRecording()
+{
+    if (!m_recorder) {
+        m_microphone = new QtAudioPort(this);
+        Recorder::Dependencies deps;
+        deps.port = m_microphone;
+        m_recorder = new Recorder(deps, this);
+        connect(m_recorder, &Recorder::recordingChanged, this, &ChatController::recordingChanged);
+        connect(m_recorder, &Recorder::errorChanged, this, &ChatController::recordingChanged);
+        connect(m_recorder, &Recorder::levelChanged, this, &ChatController::recordLevelChanged);
+    }
+    m_recorder->start(); // runs on by itself; its properties tell the screen
+}
+
+void ChatController::finishRecording()
+{
+    const std::optional<Recorder::Take> take = m_recorder ? m_recorder->stop() : std::nullopt;
+    if (!take)
+        return;
+    QFile file(take->path);
+    const QByteArray wav = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    file.close();
+    // The outbox keeps its own copy; without a turn the recording stays where it is.
+    if (!m_store->submitVoice(take->peak, wav).isEmpty())
+        QFile::remove(take->path);
+}
+
+void ChatController::cancelRecording()
+{
+    if (m_recorder)
+        m_recorder->cancel();
 }

@@ -9,6 +9,8 @@
 
 #include "messagerows.h"
 class QMimeData;
+class AudioPort;
+class Recorder;
 
 // The chat screen's hands on one conversation: what QML may do to the store (send, retry,
 // attach, reply), and the rows with their rendered text.
@@ -24,6 +26,12 @@ class ChatController : public QObject
     // Turns in the outbox with their state ("sending", "waiting", "failed", "working") and
     // upload progress, in the order they were written.
     Q_PROPERTY(QVariantList pending READ pending NOTIFY pendingChanged)
+    // A voice note is being recorded.
+    Q_PROPERTY(bool recording READ recording NOTIFY recordingChanged)
+    // Its loudness now, 0–1, for the level meter.
+    Q_PROPERTY(double recordLevel READ recordLevel NOTIFY recordLevelChanged)
+    // Why the microphone could not be had; "" when it could.
+    Q_PROPERTY(QString recordError READ recordError NOTIFY recordingChanged)
 
 public:
     ChatController(ChatScope scope, QString account, QString role, QObject *parent = nullptr);
@@ -33,6 +41,10 @@ public:
     MessageRows *rows() const { return m_rows; }
     QString account() const { return m_account; }
     QVariantList pending() const;
+
+    bool recording() const;
+    double recordLevel() const;
+    QString recordError() const;
 
     void open();
     void refresh();
@@ -55,15 +67,24 @@ public:
     // Asks the server to stop task `number` (what "/stop N" in the composer does).
     Q_INVOKABLE void stop(int number);
     Q_INVOKABLE void markRead();
+    // A voice note: recorded from the default microphone, sent when finished, gone when cancelled.
+    Q_INVOKABLE void startRecording();
+    Q_INVOKABLE void finishRecording();
+    Q_INVOKABLE void cancelRecording();
 
     // What paste() does with given data: an image becomes "photo.jpg" at JPEG quality 0.9.
     bool attachMime(const QMimeData *data);
 
 signals:
     void pendingChanged();
+    void recordingChanged();
+    void recordLevelChanged();
 
 private:
     QString m_account;
     ChatStore *m_store;
     MessageRows *m_rows;
+    // Made at the first recording, so that opening the chat never touches the sound devices.
+    AudioPort *m_microphone = nullptr;
+    Recorder *m_recorder = nullptr;
 };

@@ -4,6 +4,7 @@
 #include "chat/chatjson.h"
 #include "chat/chatoutbox.h"
 #include "chat/uploadreply.h"
+#include "chat/voice/voicedelivery.h"
 #include "net/api.h"
 #include "platform/atomicfile.h"
 #include "platform/sleeper.h"
@@ -100,6 +101,8 @@ QCoro::Task<ChatCourier::Result> ChatCourier::deliver(OutboxTurn turn, const Cha
     QStringList paths;
     for (const OutboxFile &file : turn.files)
         paths.append(outbox->dataPath(file.fileID));
+    if (turn.voiceNote)
+        paths.append(outbox->dataPath(turn.voiceNote->fileID)); // last
     Route route{m_scope, m_storageKey, m_sleeper};
     return deliverWith(std::move(route), std::move(turn), std::move(paths));
 }
@@ -108,11 +111,9 @@ QCoro::Task<ChatCourier::Result> ChatCourier::deliverWith(Route route, OutboxTur
                                                           QStringList dataPaths)
 {
     if (turn.voiceNote) {
-        // Voice notes go through "webapi/voice" first; this build cannot record them, so a
-        // turn carrying one (from another build) waits in the outbox untouched.
-        co_return refused(L::t(u"הודעות קוליות עדיין לא נשלחות מהמכשיר הזה."_s,
-                               u"Voice notes cannot be sent from this device yet."_s,
-                               u"Голосовые сообщения с этого устройства пока не отправляются."_s));
+        // A voice turn is its recording: the server's answer to it settles the turn.
+        co_return co_await VoiceDelivery::deliver(std::move(route.scope), std::move(route.storageKey),
+                                                  route.sleeper, std::move(turn), dataPaths.last());
     }
 
     QStringList lines;

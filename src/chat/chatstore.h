@@ -172,6 +172,15 @@ public:
     // For a voice turn the server is still transcribing: asks every 2 s, for at most a minute,
     // whether it has processed it; a server that never got it ("unknown_request") gets it again.
     QCoro::Task<bool> processed(QString turnID);
+    // ---- Voice notes (chatstorevoice.cpp) ----
+    // Copies a recording into the outbox and makes a voice turn of it ("Voice message"), then
+    // delivers it unless told not to. The turn id; empty when the recording could not be kept
+    // (sendError says so) and then no turn was made.
+    QString submitVoice(float peak, const QByteArray &wav, bool deliver = true);
+    // What the server heard in a recording, for the composer; throws like Api.
+    QCoro::Task<QString> transcribe(float peak, QByteArray wav) const;
+    // The message with this seq has that voice file.
+    void attachVoice(qint64 seq, const QString &file);
     // Copies a file into the outbox as a composer attachment. False (and sendError) when the
     // device would not take it.
     bool attach(const QString &name, const QString &mime, const QByteArray &data);

@@ -305,6 +305,8 @@ PendingTurn ChatStore::pending(const OutboxTurn &turn) const
     p.text = turn.text;
     for (const OutboxFile &file : turn.files)
         p.files.append(file.name);
+    if (turn.voiceNote)
+        p.files.append(turn.voiceNote->name);
     p.error = turn.shownError();
     p.reason = turn.reason;
     p.refused = turn.failure == TurnFailure::Refused;
@@ -547,7 +549,9 @@ QCoro::Task<bool> ChatStore::processed(QString turnID)
         if (!self)
             co_return false;
         if (status == u"unknown_request") {
-            // The server never got the recording: it goes again.
+            // The server never got the recording: it goes again, not as the answer kept before.
+            if (auto *transfers = ChatBackgroundTransfer::shared())
+                transfers->discard(ChatBackgroundTransfer::key(storageKey(), u"voice"_s, turnID));
             const Delivery again = co_await deliverTurn(turnID);
             co_return again == Delivery::Settled;
         }

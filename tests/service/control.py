@@ -9,6 +9,7 @@ import chatcontrol
 import checks
 import voicelive
 import voicenotes
+import voiceturns
 from state import Fault, Page, State, User
 from wire import Reject, dumps, parse_object, reply, text_or_empty
 
@@ -184,7 +185,8 @@ async def handle(request: web.Request, state: State) -> web.Response:
     live = await voicelive.handle_control(method, action, body, request.query, state)
     if live is not None:
         return live
-    voice = voicenotes.handle_control(method, action, body, state)
+    voice = (voicenotes.handle_control(method, action, body, state)
+             or voiceturns.handle_control(method, action, body, state))
     if voice is not None:
         return voice
     chat = await chatcontrol.handle(method, action, body, request.query, state)

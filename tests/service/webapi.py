@@ -12,6 +12,7 @@ import chatapi
 import pushreport
 import voicelive
 import voicenotes
+import voiceturns
 import features
 import workspace
 from state import State, User
@@ -198,6 +199,7 @@ ROUTES = {
     **pushreport.ROUTES,
     **workspace.ROUTES,
     **voicelive.ROUTES,
+    **voiceturns.ROUTES,
 }
 # Paths with a variable part, all for signed-in users.
 PATTERNS = [

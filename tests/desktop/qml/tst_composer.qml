@@ -42,6 +42,25 @@ Surface {
             tryVerify(() => findChild(page, "pending_" + testChat.pending[testChat.pending.length - 1].state) !== null)
         }
 
+        function test_recordButtonNeverMakesATurnByItself() {
+            fixture.language("en")
+            const page = createTemporaryObject(chatComponent, top)
+            const before = testChat.pending.length
+            mouseClick(findChild(page, "recordButton"))
+            // Without a sound server the microphone is refused and the composer says why;
+            // with one, the level shows and a cancel keeps nothing.
+            tryVerify(() => testChat.recording || testChat.recordError !== "")
+            if (testChat.recording) {
+                verify(findChild(page, "recordLevel").visible)
+                mouseClick(findChild(page, "recordCancel"))
+                verify(!testChat.recording)
+            } else {
+                tryCompare(findChild(page, "sendError"), "text", testChat.recordError)
+                verify(findChild(page, "composerArea").visible)
+            }
+            compare(testChat.pending.length, before)
+        }
+
         function test_refusedTurnGoesBackToTheComposer() {
             fixture.language("en")
             const page = createTemporaryObject(chatComponent, top)
