@@ -82,6 +82,7 @@ Item {
                 onReplyRequested: seq => { page.chat.replyTo(seq); composer.area.forceActiveFocus() }
                 onCopyRequested: text => page.chat.copy(text)
                 onStopRequested: number => page.chat.stop(number)
+                onVoiceToggled: source => App.voice.toggle(source, page.chat)
             }
             footer: PendingTurns {
                 width: list.width

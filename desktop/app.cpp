@@ -47,11 +47,17 @@ App::App(Session *session, QObject *parent)
     : QObject(parent)
     , m_session(session)
     , m_language(new Language(this))
+    , m_voice(new VoiceController(VoiceController::platform(), this))
 {
     s_instance = this;
     m_sinceStart.start();
     connect(m_session, &Session::gateChanged, this, &App::follow);
     connect(m_session, &Session::profileChanged, this, &App::follow);
+    // Nobody's voice plays on after sign-out.
+    connect(m_session, &Session::gateChanged, m_voice, [this] {
+        if (m_session->gate() == Session::Gate::Out)
+            m_voice->stop();
+    });
 }
 
 App::~App()

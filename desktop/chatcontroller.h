@@ -8,6 +8,7 @@
 #include <QtQml/qqmlregistration.h>
 
 #include "messagerows.h"
+#include "composerfiles.h"
 class QMimeData;
 
 // The chat screen's hands on one conversation: what QML may do to the store (send, retry,
@@ -24,6 +25,8 @@ class ChatController : public QObject
     // Turns in the outbox with their state ("sending", "waiting", "failed", "working") and
     // upload progress, in the order they were written.
     Q_PROPERTY(QVariantList pending READ pending NOTIFY pendingChanged)
+    // Files on their way into the composer (videos being shrunk).
+    Q_PROPERTY(ComposerFiles *files READ files CONSTANT)
 
 public:
     ChatController(ChatScope scope, QString account, QString role, QObject *parent = nullptr);
@@ -33,6 +36,7 @@ public:
     MessageRows *rows() const { return m_rows; }
     QString account() const { return m_account; }
     QVariantList pending() const;
+    ComposerFiles *files() const { return m_files; }
 
     void open();
     void refresh();
@@ -56,7 +60,7 @@ public:
     Q_INVOKABLE void stop(int number);
     Q_INVOKABLE void markRead();
 
-    // What paste() does with given data: an image becomes "photo.jpg" at JPEG quality 0.9.
+    // What paste() does with given data: files, an image as "photo.jpg", a copied file's bytes.
     bool attachMime(const QMimeData *data);
 
 signals:
@@ -66,4 +70,5 @@ private:
     QString m_account;
     ChatStore *m_store;
     MessageRows *m_rows;
+    ComposerFiles *m_files;
 };
