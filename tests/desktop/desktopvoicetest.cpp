@@ -384,8 +384,11 @@ private slots:
     void screens_data()
     {
         QTest::addColumn<QString>("language");
-        QTest::newRow("en") << u"en"_s;
-        QTest::newRow("he") << u"he"_s;
+        // The Right arrow moves the way the bar points: forward, or back right to left.
+        QTest::addColumn<QString>("rightPart");
+        QTest::addColumn<double>("rightFrom");
+        QTest::newRow("en") << u"en"_s << u"part-2"_s << 1.5;
+        QTest::newRow("he") << u"he"_s << u"part-0"_s << 0.0;
     }
 
     // The chat with a voice playing, a note and an audio file, and the composer with a
@@ -433,6 +436,17 @@ private slots:
         const QDir shots(QStringLiteral(HALVENMARK_SHOTS));
         shots.mkpath(u"."_s);
         QVERIFY(view.grabWindow().save(shots.filePath(u"voice-"_s + language + u".png"_s)));
+
+        // The keys of a player with focus: Space pauses, Right moves 5 s.
+        QQuickItem *bar = named(root, u"voiceBar"_s).at(0);
+        bar->forceActiveFocus();
+        QTRY_VERIFY(bar->hasActiveFocus());
+        QTest::keyClick(&view, Qt::Key_Space);
+        QCOMPARE(voice()->state(), VoiceController::Paused);
+        QTest::keyClick(&view, Qt::Key_Right);
+        QTEST(QFileInfo(output.played.last().file).completeBaseName().section(u'-', -2), "rightPart");
+        QTEST(output.played.last().from, "rightFrom");
+        QCOMPARE(voice()->state(), VoiceController::Paused);
 
         files()->remove(files()->preparing().at(0).toMap().value(u"id"_s).toString());
         voice()->stop();
