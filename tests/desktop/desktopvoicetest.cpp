@@ -26,7 +26,6 @@
 #include <QImage>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QMimeData>
 #include <QQmlContext>
 #include <QQmlEngine>
 #include <QQuickItem>
@@ -241,8 +240,6 @@ private slots:
             << uR"({"seq":10,"role":"user","text":"x","voice_file":"n.ogg",
                    "attachments":[{"file_id":"n.ogg","name":"n.ogg"}]})"_s
             << QStringList{u"file:n.ogg"_s};
-        QTest::newRow("plain text") << uR"({"seq":11,"role":"assistant","text":"x"})"_s
-                                    << QStringList();
     }
 
     void sources()
@@ -363,22 +360,6 @@ private slots:
         emit shrink.finish(cancelled);
         QTRY_VERIFY(!QFileInfo::exists(folder));
         QVERIFY(files()->preparing().isEmpty());
-    }
-
-    void pastedImageBecomesAPhoto()
-    {
-        QImage image(16, 16, QImage::Format_ARGB32);
-        image.fill(Qt::blue);
-        QMimeData data;
-        data.setImageData(image);
-        const qsizetype before = chat->store()->composerAttachments().size();
-        QVERIFY(chat->attachMime(&data));
-        QCOMPARE(chat->store()->composerAttachments().size(), before + 1);
-        QCOMPARE(chat->store()->composerAttachments().last().name, u"photo.jpg"_s);
-        QMimeData text;
-        text.setText(u"just words"_s);
-        QVERIFY(!chat->attachMime(&text));
-        chat->removeAttachment(chat->store()->composerAttachments().last().id);
     }
 
     void screens_data()

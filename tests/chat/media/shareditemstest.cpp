@@ -3,7 +3,6 @@
 #include "chat/media/shareditems.h"
 
 #include <QBuffer>
-#include <QDir>
 #include <QFileInfo>
 #include <QImage>
 #include <QImageReader>
@@ -137,17 +136,6 @@ private slots:
         QCOMPARE(items[0].path, pdf);
         QCOMPARE(items[0].name, u"report.pdf"_s);
         QCOMPARE(items[0].mime, u"application/pdf"_s);
-    }
-
-    void scratchFoldersAreFresh()
-    {
-        const QString a = SharedItems::scratch();
-        const QString b = SharedItems::scratch();
-        QVERIFY(QFileInfo(a).isDir() && QFileInfo(b).isDir());
-        QVERIFY(a != b);
-        QVERIFY(QFileInfo(a).fileName().startsWith(u"shared-"_s));
-        QDir(a).removeRecursively();
-        QDir(b).removeRecursively();
     }
 };
 
