@@ -79,6 +79,7 @@ Item {
             boundsBehavior: Flickable.StopAtBounds
             topMargin: 8
             delegate: MessageDelegate {
+                chat: page.chat
                 onReplyRequested: seq => { page.chat.replyTo(seq); composer.area.forceActiveFocus() }
                 onCopyRequested: text => page.chat.copy(text)
                 onStopRequested: number => page.chat.stop(number)

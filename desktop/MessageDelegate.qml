@@ -22,6 +22,8 @@ Item {
     required property var taskNumber
     required property string replyText
     required property var voices
+    // The conversation the row belongs to.
+    property ChatController chat
 
     signal replyRequested(var seq)
     signal copyRequested(string text)
@@ -30,7 +32,7 @@ Item {
 
     // The message's voices; an answer without one gets a player while "Listen" plays it.
     readonly property var listening: !isLane && seq > 0 && role === "assistant" && voices.length === 0
-                                     && App.voice.key === "seq:" + seq
+                                     && App.voice.key === "seq:" + seq && App.voice.chat === chat
                                      ? [{ key: "seq:" + seq, speech: true, seq: seq, fileID: "", name: "" }] : []
 
     readonly property bool mine: role === "user"
@@ -102,6 +104,7 @@ Item {
                 delegate: VoiceBar {
                     required property var modelData
                     source: modelData
+                    chat: row.chat
                     Layout.fillWidth: true
                     Layout.minimumWidth: 280
                     onToggled: source => row.voiceToggled(source)

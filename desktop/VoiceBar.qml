@@ -10,9 +10,11 @@ FocusScope {
     id: bar
     // A VoiceSource map: key, speech, seq, fileID, name.
     required property var source
+    // The conversation of the message: the same seq in another one is another voice.
+    property ChatController chat
     signal toggled(var source)
 
-    readonly property bool active: App.voice.key === source.key
+    readonly property bool active: App.voice.key === source.key && (!source.speech || App.voice.chat === chat)
     readonly property int state: active ? App.voice.state : VoiceController.Idle
     readonly property bool running: state === VoiceController.Playing
     readonly property bool flip: LayoutMirroring.enabled

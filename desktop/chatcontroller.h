@@ -48,7 +48,7 @@ public:
     Q_INVOKABLE void discard(const QString &turnID);
     Q_INVOKABLE void replyTo(qint64 seq);
     Q_INVOKABLE void clearReply();
-    // Local files (picker, drop); returns how many were attached.
+    // Local files (picker, drop); returns how many were taken (a video counts once it shrinks).
     Q_INVOKABLE int attachUrls(const QList<QUrl> &urls);
     // The clipboard's image or files; false when it holds neither (text pastes as usual).
     Q_INVOKABLE bool paste();

@@ -14,9 +14,12 @@ namespace {
 ComposerFiles::Failure failureOf(VideoCompress::Failure failure)
 {
     switch (failure) {
-    case VideoCompress::Failure::TooLong: return ComposerFiles::TooLong;
-    case VideoCompress::Failure::Unreadable: return ComposerFiles::Unreadable;
-    default: return ComposerFiles::NotShrunk;
+    case VideoCompress::Failure::TooLong:
+        return ComposerFiles::TooLong;
+    case VideoCompress::Failure::Unreadable:
+        return ComposerFiles::Unreadable;
+    default:
+        return ComposerFiles::NotShrunk;
     }
 }
 
@@ -31,8 +34,7 @@ ComposerFiles::ComposerFiles(ChatStore *store, QObject *parent)
         return VideoCompress::shrinkAsync(std::move(source), std::move(target), std::move(progress),
                                           limits, std::move(stopped));
     })
-{
-}
+{}
 
 ComposerFiles::~ComposerFiles()
 {
@@ -55,12 +57,14 @@ QVariantList ComposerFiles::preparing() const
 
 bool ComposerFiles::busy() const
 {
-    return std::any_of(m_jobs.begin(), m_jobs.end(), [](const Job &j) { return j.failure == None; });
+    return std::any_of(m_jobs.begin(), m_jobs.end(),
+                       [](const Job &j) { return j.failure == None; });
 }
 
 bool ComposerFiles::blocked() const
 {
-    return std::any_of(m_jobs.begin(), m_jobs.end(), [](const Job &j) { return j.failure != None; });
+    return std::any_of(m_jobs.begin(), m_jobs.end(),
+                       [](const Job &j) { return j.failure != None; });
 }
 
 int ComposerFiles::attach(const QList<SharedItem> &items)
@@ -168,10 +172,14 @@ bool ComposerFiles::remove(const QString &id)
 QString ComposerFiles::failureText(int failure) const
 {
     switch (Failure(failure)) {
-    case None: return {};
-    case TooLong: return VideoCompress::text(VideoCompress::Failure::TooLong);
-    case Unreadable: return VideoCompress::text(VideoCompress::Failure::Unreadable);
-    case NotShrunk: return VideoCompress::text(VideoCompress::Failure::Unwritable);
+    case None:
+        return {};
+    case TooLong:
+        return VideoCompress::text(VideoCompress::Failure::TooLong);
+    case Unreadable:
+        return VideoCompress::text(VideoCompress::Failure::Unreadable);
+    case NotShrunk:
+        return VideoCompress::text(VideoCompress::Failure::Unwritable);
     }
     return {};
 }

@@ -14,8 +14,7 @@ using namespace Qt::StringLiterals;
 VoiceController::VoiceController(Make make, QObject *parent)
     : QObject(parent)
     , m_make(std::move(make))
-{
-}
+{}
 
 VoiceController::Make VoiceController::platform()
 {
@@ -67,16 +66,26 @@ QString VoiceController::key() const
     return m_player->active() > 0 ? u"seq:"_s + QString::number(m_player->active()) : QString();
 }
 
+ChatController *VoiceController::chat() const
+{
+    return m_player && m_player->active() > 0 ? m_chat.data() : nullptr;
+}
+
 VoiceController::State VoiceController::state() const
 {
     if (!m_player)
         return Idle;
     switch (m_player->phase()) {
-    case VoicePlayer::Phase::Idle: return Idle;
-    case VoicePlayer::Phase::Loading: return Preparing;
-    case VoicePlayer::Phase::Playing: return Playing;
-    case VoicePlayer::Phase::Paused: return Paused;
-    case VoicePlayer::Phase::Failed: return Failed;
+    case VoicePlayer::Phase::Idle:
+        return Idle;
+    case VoicePlayer::Phase::Loading:
+        return Preparing;
+    case VoicePlayer::Phase::Playing:
+        return Playing;
+    case VoicePlayer::Phase::Paused:
+        return Paused;
+    case VoicePlayer::Phase::Failed:
+        return Failed;
     }
     return Idle;
 }
@@ -114,17 +123,27 @@ void VoiceController::toggle(const QVariantMap &source, ChatController *chat)
     const QString wanted = source.value(u"key"_s).toString();
     if (wanted.isEmpty())
         return;
-    if (wanted == key()) {
+    const bool speech = source.value(u"speech"_s).toBool();
+    if (wanted == key() && (!speech || chat == m_chat)) {
         switch (p->phase()) {
-        case VoicePlayer::Phase::Playing: p->pause(); return;
-        case VoicePlayer::Phase::Paused: p->resume(); return;
-        case VoicePlayer::Phase::Loading: p->stop(); return; // the user gave up waiting
-        default: break; // failed or done: start again
+        case VoicePlayer::Phase::Playing:
+            p->pause();
+            return;
+        case VoicePlayer::Phase::Paused:
+            p->resume();
+            return;
+        case VoicePlayer::Phase::Loading:
+            p->stop();
+            return; // the user gave up waiting
+        default:
+            break; // failed or done: start again
         }
     }
-    if (source.value(u"speech"_s).toBool()) {
-        if (chat)
-            p->play(source.value(u"seq"_s).toLongLong(), chat->store()->scope());
+    if (speech) {
+        if (!chat)
+            return;
+        m_chat = chat;
+        p->play(source.value(u"seq"_s).toLongLong(), chat->store()->scope());
     } else {
         p->playAttachment(source.value(u"fileID"_s).toString());
     }

@@ -7,7 +7,7 @@
 
 #include <functional>
 
-class ChatController;
+#include "chatcontroller.h"
 class VoicePlayer;
 
 // The screens' hands on the app's one voice player: which message plays, its state, time
@@ -19,6 +19,8 @@ class VoiceController : public QObject
     QML_UNCREATABLE("made by the app")
     // What plays or is being prepared: a VoiceSource key ("seq:N", "file:<id>"); "" when none.
     Q_PROPERTY(QString key READ key NOTIFY stateChanged)
+    // The conversation whose speech plays (seqs repeat across conversations); null for files.
+    Q_PROPERTY(ChatController *chat READ chat NOTIFY stateChanged)
     // Idle, Preparing (parts still being made or fetched), Playing, Paused or Failed.
     Q_PROPERTY(State state READ state NOTIFY stateChanged)
     // Seconds played, and seconds known so far (0 for a file until it is understood).
@@ -42,6 +44,7 @@ public:
     static Make platform();
 
     QString key() const;
+    ChatController *chat() const;
     State state() const;
     double elapsed() const;
     double total() const;
@@ -72,4 +75,5 @@ signals:
 private:
     Make m_make;
     VoicePlayer *m_player = nullptr;
+    QPointer<ChatController> m_chat;
 };

@@ -19,7 +19,8 @@ QVariantMap VoiceSource::toMap() const
 bool VoiceSource::isAudio(const ChatAttachment &attachment)
 {
     const QString name = attachment.name.toLower();
-    return attachment.mime.startsWith(u"audio/") || name.endsWith(u".ogg") || name.endsWith(u".m4a");
+    return attachment.mime.startsWith(u"audio/") || name.endsWith(u".ogg") ||
+           name.endsWith(u".m4a");
 }
 
 QList<VoiceSource> VoiceSource::of(const ChatMessage &message)

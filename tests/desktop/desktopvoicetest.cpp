@@ -189,9 +189,12 @@ private slots:
                                   VideoCompress::Stopped stopped) {
             return fakeShrink(&shrink, target, progress, stopped);
         });
-        seq = service.control("POST", u"message"_s,
-                              {{"user", u"demo"_s}, {"role", u"assistant"_s},
-                               {"text", u"Hello"_s}, {"notify", false}})
+        seq = service
+                  .control("POST", u"message"_s,
+                           {{"user", u"demo"_s},
+                            {"role", u"assistant"_s},
+                            {"text", u"Hello"_s},
+                            {"notify", false}})
                   .value(u"seq")
                   .toInteger();
     }
@@ -246,7 +249,8 @@ private slots:
     {
         QFETCH(QString, message);
         QStringList keys;
-        const ChatMessage m = ChatMessage::fromJson(QJsonDocument::fromJson(message.toUtf8()).object());
+        const ChatMessage m =
+            ChatMessage::fromJson(QJsonDocument::fromJson(message.toUtf8()).object());
         for (const VoiceSource &source : VoiceSource::of(m))
             keys.append(source.key());
         QTEST(keys, "keys");
@@ -337,7 +341,8 @@ private slots:
         QCOMPARE(chat->store()->queuedCount(), before);
         QVERIFY(files()->blocked());
         const QVariantMap chip = files()->preparing().at(0).toMap();
-        QCOMPARE(files()->failureText(chip.value(u"failure"_s).toInt()), VideoCompress::text(failure));
+        QCOMPARE(files()->failureText(chip.value(u"failure"_s).toInt()),
+                 VideoCompress::text(failure));
         chat->send(u"look"_s); // nothing goes while a broken video is attached
         QCOMPARE(chat->store()->queuedCount(), before);
         chat->removeAttachment(chip.value(u"id"_s).toString());
@@ -382,9 +387,13 @@ private slots:
             {"seq":%1,"role":"assistant","text":"Here is the summary you asked for.","voice_file":"r.m4a","created_at":1700000000},
             {"seq":%2,"role":"user","text":"","voice_file":"note-1.m4a","created_at":1700000060},
             {"seq":%3,"role":"assistant","text":"The recording from the meeting:","created_at":1700000120,
-             "attachments":[{"file_id":"memo","name":"memo.ogg"}]}])"_s
-            .arg(seq).arg(seq + 1).arg(seq + 2).toUtf8()).array();
-        chat->store()->absorb(MessagesFeed::fromJson(QJsonObject{{u"ok"_s, true}, {u"messages"_s, messages}}), true);
+             "attachments":[{"file_id":"memo","name":"memo.ogg"}]}])"_s.arg(seq)
+                                                                .arg(seq + 1)
+                                                                .arg(seq + 2)
+                                                                .toUtf8())
+                                        .array();
+        chat->store()->absorb(
+            MessagesFeed::fromJson(QJsonObject{{u"ok"_s, true}, {u"messages"_s, messages}}), true);
 
         script({{"seconds", QJsonArray{2.0, 3.0, 1.5}}, {"released", 3}, {"done", true}});
         voice()->toggle(speech(seq), chat.get());
@@ -425,7 +434,8 @@ private slots:
         QTest::keyClick(&view, Qt::Key_Space);
         QCOMPARE(voice()->state(), VoiceController::Paused);
         QTest::keyClick(&view, Qt::Key_Right);
-        QTEST(QFileInfo(output.played.last().file).completeBaseName().section(u'-', -2), "rightPart");
+        QTEST(QFileInfo(output.played.last().file).completeBaseName().section(u'-', -2),
+              "rightPart");
         QTEST(output.played.last().from, "rightFrom");
         QCOMPARE(voice()->state(), VoiceController::Paused);
 

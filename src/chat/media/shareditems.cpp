@@ -20,8 +20,8 @@ const QString unknown = u"application/octet-stream"_s;
 
 // Types toolkits and window systems put on the clipboard for their own use.
 const QStringList privatePrefixes = {
-    u"application/x-qt-"_s,   u"application/x-kde-"_s, u"x-special/"_s,
-    u"application/x-moz-"_s,  u"chromium/"_s,          u"application/x-gtk-"_s,
+    u"application/x-qt-"_s,          u"application/x-kde-"_s, u"x-special/"_s,
+    u"application/x-moz-"_s,         u"chromium/"_s,          u"application/x-gtk-"_s,
     u"application/x-libreoffice-"_s,
 };
 

@@ -12,7 +12,7 @@ class QMimeData;
 // One thing shared into the composer: a local file, or bytes (an image, a pasted file) with
 // the name and type it gets.
 struct SharedItem {
-    QString path;    // a local file; empty when the bytes are in data
+    QString path; // a local file; empty when the bytes are in data
     QByteArray data;
     QString name;
     QString mime;

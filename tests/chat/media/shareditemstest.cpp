@@ -27,9 +27,10 @@ private slots:
         QTest::newRow("alias of jpeg") << u"image/pjpeg"_s << u"photo.jpg"_s << u"image/jpeg"_s;
         QTest::newRow("pdf") << u"application/pdf"_s << u"file.pdf"_s << u"application/pdf"_s;
         QTest::newRow("mp4") << u"video/mp4"_s << u"file.mp4"_s << u"video/mp4"_s;
-        QTest::newRow("unknown image") << u"image/x-nothing-known"_s << u"photo"_s
-                                       << u"application/octet-stream"_s;
-        QTest::newRow("unknown") << u"nonsense/thing"_s << u"file"_s << u"application/octet-stream"_s;
+        QTest::newRow("unknown image")
+            << u"image/x-nothing-known"_s << u"photo"_s << u"application/octet-stream"_s;
+        QTest::newRow("unknown") << u"nonsense/thing"_s << u"file"_s
+                                 << u"application/octet-stream"_s;
         QTest::newRow("empty") << QString() << u"file"_s << u"application/octet-stream"_s;
     }
 
@@ -46,24 +47,28 @@ private slots:
         QTest::addColumn<QList<QUrl>>("urls");
         QTest::addColumn<Held>("held");
         const QList<QUrl> none;
-        QTest::newRow("text") << QStringList{u"text/plain"_s, u"text/html"_s} << none << Held::Nothing;
+        QTest::newRow("text") << QStringList{u"text/plain"_s, u"text/html"_s} << none
+                              << Held::Nothing;
         QTest::newRow("private types only")
-            << QStringList{u"application/x-qt-windows-mime;value=\"x\""_s, u"x-special/gnome-copied-files"_s,
-                           u"chromium/x-source-url"_s, u"TARGETS"_s}
+            << QStringList{u"application/x-qt-windows-mime;value=\"x\""_s,
+                           u"x-special/gnome-copied-files"_s, u"chromium/x-source-url"_s,
+                           u"TARGETS"_s}
             << none << Held::Nothing;
-        QTest::newRow("web link")
-            << QStringList{u"text/uri-list"_s} << QList<QUrl>{QUrl(u"https://example.com/a.png"_s)}
-            << Held::Nothing;
+        QTest::newRow("web link") << QStringList{u"text/uri-list"_s}
+                                  << QList<QUrl>{QUrl(u"https://example.com/a.png"_s)}
+                                  << Held::Nothing;
         QTest::newRow("local files")
             << QStringList{u"text/uri-list"_s, u"x-special/gnome-copied-files"_s}
             << QList<QUrl>{QUrl(u"https://example.com"_s), QUrl::fromLocalFile(u"/tmp/a.pdf"_s)}
             << Held::Files;
-        QTest::newRow("image") << QStringList{u"text/html"_s, u"image/png"_s} << none << Held::Image;
-        QTest::newRow("qt image") << QStringList{u"application/x-qt-image"_s} << none << Held::Image;
-        QTest::newRow("pdf bytes") << QStringList{u"application/pdf"_s, u"text/plain"_s} << none
-                                   << Held::Data;
-        QTest::newRow("unknown type") << QStringList{u"application/x-made-up-thing"_s} << none
-                                      << Held::Nothing;
+        QTest::newRow("image") << QStringList{u"text/html"_s, u"image/png"_s} << none
+                               << Held::Image;
+        QTest::newRow("qt image") << QStringList{u"application/x-qt-image"_s} << none
+                                  << Held::Image;
+        QTest::newRow("pdf bytes")
+            << QStringList{u"application/pdf"_s, u"text/plain"_s} << none << Held::Data;
+        QTest::newRow("unknown type")
+            << QStringList{u"application/x-made-up-thing"_s} << none << Held::Nothing;
     }
 
     void held()
