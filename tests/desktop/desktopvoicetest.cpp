@@ -29,7 +29,9 @@
 #include <QQmlContext>
 #include <QQmlEngine>
 #include <QQuickItem>
+#include <QProcess>
 #include <QQuickView>
+#include <QStandardPaths>
 #include <QSignalSpy>
 #include <QTest>
 #include <QtQml/qqmlextensionplugin.h>
@@ -365,6 +367,32 @@ private slots:
         emit shrink.finish(cancelled);
         QTRY_VERIFY(!QFileInfo::exists(folder));
         QVERIFY(files()->preparing().isEmpty());
+    }
+
+    // The composer's own shrink: FFmpeg on a worker thread, its progress back on this one.
+    void realVideoJoinsTheComposer()
+    {
+        const QString ffmpeg = QStandardPaths::findExecutable(u"ffmpeg"_s);
+        if (ffmpeg.isEmpty())
+            QSKIP("ffmpeg is not installed (scripts/setup installs it)");
+        const QString clip = QDir(home.path()).filePath(u"real.mkv"_s);
+        QCOMPARE(QProcess::execute(ffmpeg, {"-v", "error", "-y", "-f", "lavfi", "-i",
+                                            "testsrc2=size=320x240:rate=15", "-t", "2", "-c:v",
+                                            "mpeg4", clip}),
+                 0);
+        ComposerFiles real(chat->store());
+        QList<double> seen;
+        connect(&real, &ComposerFiles::preparingChanged, this, [&] {
+            if (!real.preparing().isEmpty())
+                seen.append(real.preparing().at(0).toMap().value(u"progress"_s).toDouble());
+        });
+        QCOMPARE(real.attach({{clip, {}, u"real.mkv"_s, SharedItems::mimeOfFile(clip)}}), 1);
+        QTRY_VERIFY_WITH_TIMEOUT(real.preparing().isEmpty(), 60'000);
+        QVERIFY(seen.size() > 2 && seen.last() > 0.5);
+        const ComposerAttachment added = chat->store()->composerAttachments().last();
+        QCOMPARE(added.name, u"real.mp4"_s);
+        QCOMPARE(added.mime, u"video/mp4"_s);
+        chat->removeAttachment(added.id);
     }
 
     void screens_data()
