@@ -86,6 +86,12 @@ ScrollView {
                 onClicked: confirmDelete.open()
             }
         }
+        Label { text: Lang.t("התראות", "Notifications", "Уведомления"); font.bold: true }
+        Button {
+            objectName: "notificationsCheck"
+            text: Lang.t("בדיקת התראות…", "Check notifications…", "Проверить уведомления…")
+            onClicked: notificationsSheet.open()
+        }
         Item { height: 16 }
     }
 
@@ -144,4 +150,6 @@ ScrollView {
         }
         onAccepted: App.deleteAccount()
     }
+
+    NotificationsSheet { id: notificationsSheet }
 }

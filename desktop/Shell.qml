@@ -8,10 +8,11 @@ import Halvenmark.Desktop
 // The signed-in window: a page bar with the user's pages, the offline banner, the page.
 Item {
     id: shell
-    // The chat first, then the pages the profile names, then the settings.
+    // The chat first, then the pages the profile names, health and the vault, then the settings.
     readonly property var pages: {
-        const named = App.session.pages.filter(p => p !== "chat" && p !== "settings")
-        return ["chat"].concat(named).concat(["settings"])
+        const own = ["chat", "health", "vault", "settings"]
+        const named = App.session.pages.filter(p => !own.includes(p))
+        return ["chat"].concat(named).concat(["health", "vault", "settings"])
     }
     property alias currentIndex: bar.currentIndex
 
@@ -22,6 +23,8 @@ Item {
         case "projects": return projectsPage
         case "tasks": return tasksPage
         case "automations": return automationsPage
+        case "health": return healthPage
+        case "vault": return vaultPage
         default: return jsonPage
         }
     }
@@ -72,6 +75,7 @@ Item {
                     }
                 }
                 Item { Layout.fillWidth: true }
+                CallButton {}
                 Label {
                     objectName: "userLabel"
                     text: App.session.label
@@ -142,4 +146,22 @@ Item {
     Component { id: tasksPage; TasksPage {} }
     Component { id: automationsPage; AutomationsPage {} }
     Component { id: jsonPage; JsonPage {} }
+    Component { id: healthPage; HealthPage {} }
+    Component { id: vaultPage; VaultPage {} }
+
+    // A clicked notification opens its page (a project's opens its conversation).
+    function follow(route) {
+        if (!route.page)
+            return
+        const at = pages.indexOf(route.page)
+        bar.currentIndex = at >= 0 ? at : 0
+        if (route.page === "projects" && at >= 0)
+            App.openProject(parseInt(route.item), "#" + route.item)
+    }
+    Connections {
+        target: Notify
+        function onRouted() { shell.follow(Notify.takeRoute()) }
+        // A click that came before the shell was up.
+        Component.onCompleted: shell.follow(Notify.takeRoute())
+    }
 }

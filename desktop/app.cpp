@@ -15,6 +15,8 @@
 #include <QQmlEngine>
 #include <QQuickWindow>
 
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 Q_LOGGING_CATEGORY(lcStartup, "halvenmark.desktop.startup", QtWarningMsg)
@@ -173,6 +175,10 @@ QString App::pageTitle(const QString &page) const
         return L::t(u"אוטומציות"_s, u"Automations"_s, u"Автоматизации"_s);
     if (page == u"settings")
         return L::t(u"הגדרות"_s, u"Settings"_s, u"Настройки"_s);
+    if (page == u"health")
+        return L::t(u"בריאות"_s, u"Health"_s, u"Здоровье"_s);
+    if (page == u"vault")
+        return L::t(u"כספת"_s, u"Vault"_s, u"Хранилище"_s);
     // Pages the app has no screen of its own for keep the server's name, readably.
     QString shown = page;
     shown.replace(u'-', u' ').replace(u'_', u' ');
@@ -315,15 +321,22 @@ void App::follow()
     if (m_chat && (!in || m_chat->account() != m_session->user())) {
         ChatController *old = m_chat;
         m_chat = nullptr;
+        CallController *oldCall = std::exchange(m_call, nullptr);
         emit chatChanged();
         old->deleteLater();
+        if (oldCall) {
+            oldCall->hangUp(); // at once: the devices close with the account
+            oldCall->deleteLater();
+        }
     }
     if (!in)
         closeProject();
     if (in && !m_chat) {
         m_chat = new ChatController(ChatScope::main(), m_session->user(), m_session->role(), this);
+        m_call = CallController::live(ChatScope::main(), m_session->user(), this);
         emit chatChanged();
         m_chat->open();
+        m_call->open();
     }
 }
 

@@ -13,6 +13,7 @@
 #include <functional>
 
 #include "chatcontroller.h"
+#include "callcontroller.h"
 #include "voicecontroller.h"
 class QQmlEngine;
 class QJSEngine;
@@ -36,6 +37,8 @@ class App : public QObject
     // A project's conversation opened from the projects page; null when none.
     Q_PROPERTY(ChatController *projectChat READ projectChat NOTIFY projectChatChanged)
     Q_PROPERTY(QString projectName READ projectName NOTIFY projectChatChanged)
+    // Live voice calls of the main conversation; null while signed out.
+    Q_PROPERTY(CallController *call READ call NOTIFY chatChanged)
     // "rb.skin": the colour skin ("classic", "ocean", "forest").
     Q_PROPERTY(QString skin READ skin WRITE setSkin NOTIFY skinChanged)
     // "rb.appearance": "light", "dark" or "auto" (the system's).
@@ -62,6 +65,7 @@ public:
     ChatController *chat() const { return m_chat; }
     ChatController *projectChat() const { return m_projectChat; }
     QString projectName() const { return m_projectName; }
+    CallController *call() const { return m_call; }
     QString skin() const;
     void setSkin(const QString &skin);
     QString appearance() const;
@@ -126,6 +130,7 @@ private:
     ChatController *m_chat = nullptr;
     ChatController *m_projectChat = nullptr;
     QString m_projectName;
+    CallController *m_call = nullptr;
     bool m_busy = false;
     QString m_error;
     qint64 m_lastCatchUp = 0;

@@ -3,12 +3,19 @@
 #include "app.h"
 #include "desktopapp.h"
 #include "launch.h"
+#include "healthcontroller.h"
+#include "notifycontroller.h"
+#include "vaultcontroller.h"
 
 #include "app/crash.h"
 #include "chat/chatbackgroundtransfer.h"
 #include "chat/chatstore.h"
 #include "net/api.h"
+#include "platform/appactivity.h"
+#include "platform/guiclipboard.h"
+#include "platform/notifier.h"
 #include "platform/secretstore.h"
+#include "platform/sleeper.h"
 #include "session/session.h"
 
 #include <QGuiApplication>
@@ -75,6 +82,11 @@ int main(int argc, char **argv)
     session.onForget([] { ChatStore::resetAll(); });
     ChatBackgroundTransfer transfers;
     App shell(&session);
+    NotifyController notify(Notifier::platform(&app));
+    HealthController health([&session] { return session.user(); });
+    GuiClipboard clipboard;
+    VaultController vault(nullptr, GuiClipboard::displayPresent() ? &clipboard : nullptr,
+                          Sleeper::real());
 
     QQmlApplicationEngine engine;
     DesktopApp::guard(engine);
@@ -94,7 +106,33 @@ int main(int argc, char **argv)
             }
         });
     };
-    // Push registration and the health observer join here when this platform has them.
+    steps.armPush = [&] {
+        notify.arm();
+        // Task ends come from the main conversation's live socket.
+        QObject::connect(&shell, &App::chatChanged, &notify,
+                         [&] { notify.follow(shell.chat() ? shell.chat()->store() : nullptr); });
+        QObject::connect(&notify, &NotifyController::routed, &engine, [&engine] {
+            for (QObject *root : engine.rootObjects()) {
+                if (auto *window = qobject_cast<QQuickWindow *>(root)) {
+                    window->show();
+                    window->raise();
+                    window->requestActivate();
+                }
+            }
+        });
+    };
+    // Once the session knows who is signed in: another account unlinks this computer.
+    steps.armHealth = [&] {
+        auto armed = std::make_shared<bool>(false);
+        auto armOnce = [&session, &health, armed] {
+            if (*armed || !session.signedIn() || session.user().isEmpty())
+                return;
+            *armed = true;
+            health.arm();
+        };
+        QObject::connect(&session, &Session::gateChanged, &health, armOnce);
+        armOnce();
+    };
     steps.observeActivation = [&] {
         QObject::connect(&app, &QGuiApplication::applicationStateChanged, &shell,
                          [&](Qt::ApplicationState state) {
@@ -103,6 +141,11 @@ int main(int argc, char **argv)
                              if (state == Qt::ApplicationActive)
                                  shell.activated();
                          });
+        // Leaving the window locks the vault; away from it, task ends become notifications.
+        AppActivity::follow(&vault, [&](bool active) {
+            vault.setActive(active);
+            notify.setActive(active);
+        });
     };
     steps.armWindow = [&] { engine.load(QUrl(DesktopApp::mainQml)); };
     steps.run();

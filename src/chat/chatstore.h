@@ -229,6 +229,8 @@ signals:
     void withdrawn(const QString &turnID);
     // The server took a turn: its message's seq and the run that answers it.
     void settled(const QString &turnID, qint64 userSeq, const QString &runID);
+    // A frame as the live socket delivered it, whatever its conversation.
+    void frameArrived(const ChatFrame &frame);
 
 private:
     QVariantList pendingTurnsForQml() const;

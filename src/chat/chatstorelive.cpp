@@ -40,7 +40,9 @@ void ChatStore::onSocketText(const QString &text)
     if (!doc.isObject())
         return;
     try {
-        handle(ChatFrame::fromJson(doc.object()));
+        const ChatFrame frame = ChatFrame::fromJson(doc.object());
+        emit frameArrived(frame);
+        handle(frame);
     } catch (const DecodeError &e) {
         qCDebug(lcChat) << "ignoring a frame:" << e.description();
     }

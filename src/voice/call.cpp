@@ -412,6 +412,23 @@ void Call::selectRoute(const QString &route)
     applyRoute(false);
 }
 
+void Call::chooseDevices(const QByteArray &input, const QByteArray &output)
+{
+    m_chosenInput = input;
+    m_chosenOutput = output;
+    m_routePicked = true;
+    m_route = output.contains("bluez") ? u"bluetooth"_s : u"speaker"_s;
+    emit routeChanged();
+    applyRoute(false);
+}
+
+void Call::setSpeaker(int percent)
+{
+    m_speaker = std::clamp(percent, 0, 300);
+    m_audio->setVolume(m_speaker / 100.0);
+    emit settingsChanged();
+}
+
 void Call::applyRoute(bool automatic)
 {
     if (!m_port) {
@@ -420,9 +437,12 @@ void Call::applyRoute(bool automatic)
     if (automatic && !m_routePicked) {
         m_route = u"speaker"_s;
     }
-    QByteArray input;
-    QByteArray output;
+    QByteArray input = m_chosenInput;
+    QByteArray output = m_chosenOutput;
     if (m_route == u"bluetooth") {
+        if (!output.contains("bluez")) {
+            output.clear(); // the first headset the sound server lists
+        }
         if (!isActive()) {
             m_routeDetail = L::t(u"Bluetooth יתחבר כשהשיחה תתחיל"_s,
                                  u"Bluetooth connects when the call starts"_s,
@@ -466,6 +486,10 @@ void Call::readRoute()
     const auto outputs = m_port->outputs();
     m_routeDetail = outputs.isEmpty() ? QString() : outputs.first().name;
     for (const auto &d : outputs) {
+        if (!m_chosenOutput.isEmpty() && d.id == m_chosenOutput) {
+            m_routeDetail = d.name;
+            break;
+        }
         if (m_route == u"bluetooth" && d.id.contains("bluez")) {
             m_routeDetail = d.name;
             break;

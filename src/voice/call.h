@@ -111,6 +111,13 @@ public:
     // receiver is the default output too; Bluetooth is the first headset the sound server
     // lists (its name says "bluez"), for both directions.
     void selectRoute(const QString &route);
+    // The devices the user picked (empty: the sound server's default). A Bluetooth output
+    // makes the route "bluetooth", any other "speaker"; a running call moves to them at once.
+    void chooseDevices(const QByteArray &input, const QByteArray &output);
+    QByteArray chosenInput() const { return m_chosenInput; }
+    QByteArray chosenOutput() const { return m_chosenOutput; }
+    // The user sets the reply volume in percent, as the server's "volume" frame does.
+    void setSpeaker(int percent);
 
     QString providerLabel() const;
     QString languageLabel() const;
@@ -245,6 +252,8 @@ private:
     QString m_routeDetail;
     QString m_inputName;
     bool m_routePicked = false;
+    QByteArray m_chosenInput;
+    QByteArray m_chosenOutput;
     QString m_account;
 
     QString m_userLineID;

@@ -1,0 +1,128 @@
+// The call screen under Qt Quick Test: a controller over the in-process server and the
+// file-backed devices, which the QML cases drive through the fixture below.
+
+#include "app.h"
+#include "callcontroller.h"
+#include "desktopapp.h"
+#include "fakecalllink.h"
+
+#include "platform/fileaudioport.h"
+#include "platform/filesecretstore.h"
+#include "support/fakesleeper.h"
+#include "support/testhome.h"
+#include "text/l.h"
+#include "voice/voicetuning.h"
+
+#include <QDir>
+#include <QFont>
+#include <QGuiApplication>
+#include <QQmlContext>
+#include <QQmlEngine>
+#include <QtQml/qqmlextensionplugin.h>
+#include <QtQuickTest>
+
+#include <memory>
+
+Q_IMPORT_QML_PLUGIN(Halvenmark_DesktopPlugin)
+
+using namespace Qt::StringLiterals;
+
+// Test hooks for the QML cases: the server's frames, the language, a fresh call.
+class CallFixture : public QObject
+{
+    Q_OBJECT
+
+public:
+    CallFixture(FakeCallLink *link, FileAudioPort *port, FakeSleeper *sleeper)
+        : m_link(link)
+        , m_port(port)
+        , m_sleeper(sleeper)
+    {}
+
+    Q_INVOKABLE void serve(const QString &json) { m_link->serve(json.toUtf8()); }
+    Q_INVOKABLE void language(const QString &code) { L::set(code); }
+    // A chunk of the user's voice, as the microphone would hand it over.
+    Q_INVOKABLE void speak(CallController *controller, int level)
+    {
+        QByteArray pcm(960, '\0');
+        for (qsizetype i = 0; i + 1 < pcm.size(); i += 4) {
+            pcm[i] = char(level & 0xff);
+            pcm[i + 1] = char(level >> 8);
+        }
+        controller->call()->push(pcm);
+    }
+    Q_INVOKABLE bool deviceOpen() const { return m_port->isOpen(); }
+    // Ends every wait under way (cushions, reconnect delays).
+    Q_INVOKABLE void advance() { m_sleeper->advance(); }
+
+private:
+    FakeCallLink *m_link;
+    FileAudioPort *m_port;
+    FakeSleeper *m_sleeper;
+};
+
+class Setup : public QObject
+{
+    Q_OBJECT
+
+public:
+    Setup() = default;
+
+public slots:
+    void applicationAvailable()
+    {
+        DesktopApp::prepareStyle();
+        QGuiApplication::setFont(QFont(u"DejaVu Sans"_s, 10));
+        m_home = std::make_unique<TestHome>();
+        qputenv("HALVENMARK_SERVER", "http://127.0.0.1:9");
+        L::set(u"en"_s);
+        m_session = std::make_unique<Session>(
+            std::make_unique<FileSecretStore>(QDir(m_home->path()).filePath(u"secrets"_s)));
+        m_app = std::make_unique<App>(m_session.get());
+        m_app->setOnboarded(true);
+        auto *link = new FakeCallLink;
+        auto *port = new FileAudioPort;
+        port->outputList = {{"speakers", u"Built-in speakers"_s},
+                            {"bluez_sink.headset", u"Headset"_s}};
+        m_call = std::make_unique<CallController>(
+            ChatScope::main(), u"tester"_s, std::unique_ptr<CallLink>(link),
+            std::unique_ptr<AudioPort>(port), &m_sleeper, [] { return 100.0; }, &m_tuning);
+        m_fixture = std::make_unique<CallFixture>(link, port, &m_sleeper);
+    }
+
+    void qmlEngineAvailable(QQmlEngine *engine)
+    {
+        DesktopApp::guard(*engine);
+        engine->addImportPath(u"qrc:/"_s);
+        engine->rootContext()->setContextProperty(u"testCall"_s, m_call.get());
+        engine->rootContext()->setContextProperty(u"fixture"_s, m_fixture.get());
+        engine->rootContext()->setContextProperty(u"shotFolder"_s,
+                                                  QStringLiteral(HALVENMARK_SHOTS));
+        QDir().mkpath(QStringLiteral(HALVENMARK_SHOTS));
+    }
+
+    void cleanupTestCase()
+    {
+        m_call->hangUp();
+        m_sleeper.advance();
+        QCoreApplication::processEvents();
+        m_fixture.reset();
+        m_call.reset();
+        m_app.reset();
+        m_session.reset();
+        m_home.reset();
+    }
+
+private:
+    std::unique_ptr<TestHome> m_home;
+    std::unique_ptr<Session> m_session;
+    std::unique_ptr<App> m_app;
+    FakeSleeper m_sleeper;
+    VoiceTuning m_tuning;
+    std::unique_ptr<CallController> m_call;
+    std::unique_ptr<CallFixture> m_fixture;
+};
+
+QUICK_TEST_MAIN_WITH_SETUP(callscreen, Setup)
+
+#include "callscreentest.moc"

@@ -1,0 +1,374 @@
+// The controllers behind the notifications, the health panel and the vault, against the
+// reference service, with fakes for the owner's password, the clipboard and the notifier.
+
+#include "healthcontroller.h"
+#include "notifycontroller.h"
+#include "signatureimage.h"
+#include "vaultcontroller.h"
+
+#include "app/fakenotifier.h"
+#include "app/pushstatus.h"
+#include "chat/chatstore.h"
+#include "features/health/healthsync.h"
+#include "features/vault/vaultstore.h"
+#include "features/vault/vaulttext.h"
+#include "platform/appdata.h"
+#include "platform/clipboard.h"
+#include "platform/ownerauth.h"
+#include "support/fakesleeper.h"
+#include "support/testhome.h"
+#include "support/testidentity.h"
+#include "text/l.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class FakeClipboard : public Clipboard
+{
+public:
+    QString content;
+    bool putSecret(const QString &text) override
+    {
+        content = text;
+        return true;
+    }
+    bool holds(const QString &text) const override { return content == text; }
+    void clear() override { content.clear(); }
+};
+
+class FakeOwner : public OwnerAuth
+{
+public:
+    bool accept = true;
+    int asked = 0;
+    QString unavailable() const override { return {}; }
+    QCoro::Task<Outcome> evaluate(QString) override
+    {
+        ++asked;
+        co_return Outcome{accept, accept ? QString() : u"Wrong password."_s};
+    }
+};
+
+ChatFrame frame(const QString &type, const QString &run, const QString &conversation = u"main"_s)
+{
+    ChatFrame f;
+    f.type = type;
+    f.runID = run;
+    f.conversationID = conversation;
+    return f;
+}
+
+// Requests the service saw whose path ends with `tail`.
+QList<QJsonObject> requests(Service &service, const QString &tail)
+{
+    QList<QJsonObject> out;
+    for (const QJsonValue &entry : service.log()) {
+        if (entry[u"path"_s].toString().endsWith(tail))
+            out << entry.toObject();
+    }
+    return out;
+}
+
+} // namespace
+
+class DesktopFeaturesTest : public QObject
+{
+    Q_OBJECT
+
+    TestHome home;
+    Service service;
+    TestIdentity identity;
+    FakeSleeper sleeper;
+    FakeOwner owner;
+    FakeClipboard clipboard;
+
+    // An unlocked vault holding one login, as the screen shows it after the password.
+    void unlockWithLogin(VaultController &vault, const QString &password)
+    {
+        Sync::run(vault.store()->save(std::nullopt, VaultKind::Login,
+                                      {{u"title"_s, u"Mail"_s}, {u"password"_s, password}}, false));
+        vault.unlock();
+        QTRY_VERIFY(vault.unlocked() && vault.items().size() == 1);
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY2(service.running(), "the reference service did not start");
+        identity.use(service);
+    }
+
+    void init()
+    {
+        L::pin(u"en"_s);
+        service.reset();
+        identity.signIn();
+        owner = FakeOwner();
+        clipboard = FakeClipboard();
+    }
+
+    void notificationClickOpensItsPage_data()
+    {
+        QTest::addColumn<QString>("label");
+        QTest::addColumn<QString>("conversation");
+        QTest::addColumn<qint64>("seq");
+        QTest::addColumn<bool>("active");
+        QTest::addColumn<QString>("page");
+        QTest::addColumn<QString>("item");
+        QTest::newRow("task") << u"Task #12 · Weekly report"_s << u"main"_s << qint64(4) << false
+                              << u"tasks"_s << u"12"_s;
+        QTest::newRow("project") << u"Tidy the notes"_s << u"project:3"_s << qint64(0) << false
+                                 << u"projects"_s << u"3"_s;
+        QTest::newRow("message") << u"Looking it up"_s << u"main"_s << qint64(7) << false
+                                 << u"chat"_s << u"7"_s;
+        QTest::newRow("window active: no notification")
+            << u"Task #12 · Weekly report"_s << u"main"_s << qint64(4) << true << QString()
+            << QString();
+    }
+
+    void notificationClickOpensItsPage()
+    {
+        QFETCH(QString, label);
+        QFETCH(QString, conversation);
+        QFETCH(qint64, seq);
+        QFETCH(bool, active);
+        QFETCH(QString, page);
+        QFETCH(QString, item);
+        FakeNotifier notifier;
+        NotifyController notify(&notifier);
+        notify.arm();
+        ChatStore store(ChatScope::main(), u"demo"_s, u"user"_s);
+        notify.follow(&store);
+        notify.setActive(active);
+        QSignalSpy routed(&notify, &NotifyController::routed);
+
+        ChatFrame start = frame(u"run_started"_s, u"run_1"_s, conversation);
+        start.label = label;
+        start.userSeq = seq;
+        emit store.frameArrived(start);
+        ChatFrame end = frame(u"final"_s, u"run_1"_s, conversation);
+        end.text = u"Done."_s;
+        emit store.frameArrived(end);
+        emit store.frameArrived(end); // a reconnecting socket says it again
+
+        if (active) {
+            QVERIFY(notifier.shown.isEmpty());
+            return;
+        }
+        QCOMPARE(notifier.shown.size(), 1);
+        QCOMPARE(notifier.shown[0].title, u"Task finished"_s);
+        QVERIFY(notify.takeRoute().isEmpty());
+        notifier.click(notifier.shown[0].key);
+        QCOMPARE(routed.size(), 1);
+        const QVariantMap route = notify.takeRoute();
+        QCOMPARE(route.value(u"page"_s).toString(), page);
+        QCOMPARE(route.value(u"item"_s).toString(), item);
+        QVERIFY(notify.takeRoute().isEmpty()); // taken once
+    }
+
+    void readinessCodesAreExplainedInTheLanguage_data()
+    {
+        QTest::addColumn<QString>("code");
+        QTest::addColumn<QString>("lang");
+        QTest::addColumn<QString>("phrase");
+        QTest::newRow("key, en") << u"apns_key_missing"_s << u"en"_s << u".p8"_s;
+        QTest::newRow("key id, he") << u"apns_key_id_missing"_s << u"he"_s << u"Key ID"_s;
+        QTest::newRow("team, ru") << u"apns_team_missing"_s << u"ru"_s << u"Team ID"_s;
+        QTest::newRow("team, en") << u"apns_team_missing"_s << u"en"_s << u"team ID"_s;
+    }
+
+    void readinessCodesAreExplainedInTheLanguage()
+    {
+        QFETCH(QString, code);
+        QFETCH(QString, lang);
+        QFETCH(QString, phrase);
+        service.fault({{"match", "webapi/push/status"},
+                       {"status", 200},
+                       {"body", QJsonObject{{"ready", false}, {"errors", QJsonArray{code}}}}});
+        FakeNotifier notifier;
+        NotifyController notify(&notifier);
+        notify.arm();
+        notify.checkStatus();
+        QTRY_VERIFY(notify.loaded() && !notify.loading());
+        L::pin(lang);
+        QCOMPARE(notify.problems().size(), 1);
+        const QString explained = notify.problems().first();
+        QVERIFY2(explained.contains(phrase), qPrintable(explained));
+        QVERIFY(!explained.contains(code));
+        QCOMPARE(explained, PushStatus::explain(code));
+        QVERIFY(!notify.serverText().isEmpty());
+    }
+
+    void leavingTheWindowLocksTheVault()
+    {
+        VaultController vault(&owner, &clipboard, sleeper);
+        unlockWithLogin(vault, u"s3cret-one"_s);
+        vault.reveal(vault.store()->items().first().id);
+        QTRY_COMPARE(vault.revealedValue(), u"s3cret-one"_s);
+
+        vault.setActive(false);
+        QVERIFY(!vault.unlocked());
+        QVERIFY(vault.items().isEmpty());
+        QVERIFY(vault.revealedValue().isEmpty());
+        QVERIFY(vault.revealedId().isEmpty());
+        // Away from the window the password is not even asked.
+        vault.unlock();
+        QTest::qWait(50);
+        QCOMPARE(owner.asked, 1);
+        QVERIFY(!vault.unlocked());
+        // Back: locked until the owner proves it again.
+        vault.setActive(true);
+        QVERIFY(!vault.unlocked());
+        vault.unlock();
+        QTRY_VERIFY(vault.unlocked());
+        QCOMPARE(owner.asked, 2);
+    }
+
+    void revealIsFetchedEachTimeAndNeverKept()
+    {
+        VaultController vault(&owner, &clipboard, sleeper);
+        unlockWithLogin(vault, u"first"_s);
+        const QString id = vault.store()->items().first().id;
+        vault.reveal(id);
+        QTRY_COMPARE(vault.revealedValue(), u"first"_s);
+        vault.hide();
+        QVERIFY(vault.revealedValue().isEmpty());
+        // Changed elsewhere: the next reveal asks the server again and shows the new value.
+        VaultStore other(owner, nullptr, sleeper);
+        Sync::run(other.unlock());
+        Sync::run(other.save(other.items().first(), VaultKind::Login,
+                             {{u"password"_s, u"second"_s}}, false));
+        vault.reveal(id);
+        QTRY_COMPARE(vault.revealedValue(), u"second"_s);
+        QCOMPARE(requests(service, u"/reveal"_s).size(), 2);
+        // Nothing of either value in the list the screen binds to.
+        const QByteArray listed = QJsonDocument::fromVariant(vault.items()).toJson();
+        QVERIFY(!listed.contains("first") && !listed.contains("second"));
+
+        // Copy: on the clipboard, not on the screen.
+        QSignalSpy copied(&vault, &VaultController::copied);
+        vault.hide();
+        vault.copy(id);
+        QTRY_COMPARE(copied.size(), 1);
+        QCOMPARE(clipboard.content, u"second"_s);
+        QVERIFY(vault.revealedValue().isEmpty());
+    }
+
+    void anEditKeepsTheSecretsLeftEmpty()
+    {
+        VaultController vault(&owner, &clipboard, sleeper);
+        unlockWithLogin(vault, u"kept"_s);
+        const QString id = vault.store()->items().first().id;
+        QSignalSpy saved(&vault, &VaultController::saved);
+        service.clearLog();
+        vault.save(id, u"login"_s, {{u"title"_s, u" Mail box "_s}, {u"password"_s, u""_s}}, true);
+        QTRY_COMPARE(saved.size(), 1);
+        const QList<QJsonObject> posts = requests(service, u"/vault/"_s + id);
+        QCOMPARE(posts.size(), 1);
+        const QJsonObject body =
+            QJsonDocument::fromJson(posts[0][u"body"_s].toString().toUtf8()).object();
+        QVERIFY(!body.contains(u"password"_s));
+        QCOMPARE(body[u"title"_s].toString(), u"Mail box"_s);
+        QCOMPARE(vault.items().first().toMap()[u"primary"_s].toBool(), true);
+        vault.reveal(id);
+        QTRY_COMPARE(vault.revealedValue(), u"kept"_s);
+        // A new item without a title is refused here, with a reason.
+        vault.save(QString(), u"note"_s, {{u"note"_s, u"x"_s}}, false);
+        QVERIFY(!vault.actionError().isEmpty());
+    }
+
+    void thePromptAsksAndACancelLeavesItLocked()
+    {
+        VaultController vault(nullptr, &clipboard, sleeper); // the account's password, asked
+        QSignalSpy asking(&vault, &VaultController::askingChanged);
+        vault.unlock();
+        QTRY_VERIFY(vault.asking());
+        QCOMPARE(vault.askReason(), VaultText::reason());
+        vault.setActive(false); // leaving the window closes the prompt
+        QTRY_VERIFY(!vault.asking());
+        QVERIFY(!vault.unlocked());
+        QVERIFY(!vault.authError().isEmpty());
+    }
+
+    void signatureKeepsItsStrokes_data()
+    {
+        QTest::addColumn<QVariantList>("strokes");
+        QTest::addColumn<bool>("drawn");
+        const auto point = [](double x, double y) { return QVariantMap{{u"x"_s, x}, {u"y"_s, y}}; };
+        QTest::newRow("a line") << QVariantList{QVariantList{point(10, 50), point(290, 50)}}
+                                << true;
+        QTest::newRow("a dot and a line")
+            << QVariantList{QVariantList{point(5, 5)}, QVariantList{point(10, 50), point(290, 50)}}
+            << true;
+        QTest::newRow("nothing") << QVariantList{} << false;
+        QTest::newRow("empty strokes") << QVariantList{QVariantList{}} << false;
+    }
+
+    void signatureKeepsItsStrokes()
+    {
+        QFETCH(QVariantList, strokes);
+        QFETCH(bool, drawn);
+        const QString text =
+            SignatureImage::encode(SignatureImage::strokesOf(strokes), QSize(300, 100));
+        QCOMPARE(!text.isEmpty(), drawn);
+        if (!drawn)
+            return;
+        const QImage image = SignatureImage::decode(text);
+        QCOMPARE(image.size(), QSize(300, 100));
+        QVERIFY(qAlpha(image.pixel(150, 50)) > 200); // ink on the stroke
+        QCOMPARE(qAlpha(image.pixel(150, 90)), 0);   // nothing under it
+        QVERIFY(SignatureImage::decode(u"data:image/png;base64,AAAA"_s).isNull());
+    }
+
+    void anExportLinksSyncsAndDisconnects()
+    {
+        const QString day = QDateTime::currentDateTime().addDays(-2).toString(u"yyyy-MM-dd"_s);
+        const QString path = QDir(home.path()).filePath(u"export.xml"_s);
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(uR"(<?xml version="1.0" encoding="UTF-8"?>
+<HealthData locale="en_US">
+ <Record type="HKQuantityTypeIdentifierStepCount" sourceName="Phone" unit="count" startDate="%1 08:00:00 +0000" endDate="%1 08:10:00 +0000" value="600"/>
+ <Workout workoutActivityType="HKWorkoutActivityTypeRunning" duration="30" durationUnit="min" sourceName="Watch" startDate="%1 07:00:00 +0000" endDate="%1 07:30:00 +0000"/>
+</HealthData>
+)"_s.arg(day)
+                       .toUtf8());
+        file.close();
+
+        HealthController health([] { return u"demo"_s; });
+        QSignalSpy syncing(&health, &HealthController::syncingChanged);
+        health.linkExport(QUrl::fromLocalFile(path));
+        QTRY_VERIFY(syncing.size() >= 2 && !health.syncing());
+        QVERIFY2(health.failure().isEmpty(), qPrintable(health.failure()));
+        QVERIFY(health.linked());
+        QCOMPARE(health.exportName(), u"export.xml"_s);
+        QCOMPARE(health.workouts().size(), 1);
+        QCOMPARE(health.workouts()[0].toMap()[u"title"_s].toString(), u"Running"_s);
+
+        // The next start finds the same export again.
+        {
+            HealthController again([] { return u"demo"_s; });
+            again.arm();
+            QVERIFY(again.linked());
+            QCOMPARE(again.exportName(), u"export.xml"_s);
+        }
+        health.disconnectHealth(true);
+        QTRY_VERIFY(!health.linked());
+        QVERIFY(health.exportName().isEmpty());
+        QVERIFY(!AppData::setting(QString::fromLatin1(HealthController::exportKey)).isValid());
+        QVERIFY(!AppData::setting(QString::fromLatin1(HealthSync::userKey)).isValid());
+    }
+};
+
+QTEST_MAIN(DesktopFeaturesTest)
+
+#include "desktopfeaturestest.moc"
