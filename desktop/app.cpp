@@ -334,6 +334,11 @@ void App::follow()
     if (in && !m_chat) {
         m_chat = new ChatController(ChatScope::main(), m_session->user(), m_session->role(), this);
         m_call = CallController::live(ChatScope::main(), m_session->user(), this);
+        // A call and a voice message must not talk over each other.
+        connect(m_call, &CallController::phaseChanged, m_voice, [this, call = m_call] {
+            if (call->active())
+                m_voice->stop();
+        });
         emit chatChanged();
         m_chat->open();
         m_call->open();
