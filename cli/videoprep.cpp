@@ -2,12 +2,12 @@
 
 #include "console.h"
 
+#include "chat/media/shareditems.h"
 #include "chat/media/videocompress.h"
 #include "text/l.h"
 
 #include <QDir>
 #include <QFileInfo>
-#include <QMimeDatabase>
 
 #include <cstdio>
 #include <unistd.h>
@@ -18,7 +18,7 @@ namespace VideoPrep {
 
 bool isVideo(const QString &path)
 {
-    return QMimeDatabase().mimeTypeForFile(path).name().startsWith(u"video/");
+    return SharedItems::mimeOfFile(path).startsWith(u"video/");
 }
 
 QCoro::Task<std::optional<QString>> shrink(QString path, QString folder)

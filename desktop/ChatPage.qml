@@ -79,9 +79,11 @@ Item {
             boundsBehavior: Flickable.StopAtBounds
             topMargin: 8
             delegate: MessageDelegate {
+                chat: page.chat
                 onReplyRequested: seq => { page.chat.replyTo(seq); composer.area.forceActiveFocus() }
                 onCopyRequested: text => page.chat.copy(text)
                 onStopRequested: number => page.chat.stop(number)
+                onVoiceToggled: source => App.voice.toggle(source, page.chat)
             }
             footer: PendingTurns {
                 width: list.width

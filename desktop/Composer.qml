@@ -112,6 +112,29 @@ Rectangle {
             }
         }
 
+        // Videos being shrunk, and what a send waits for.
+        PreparingFiles {
+            objectName: "preparingFiles"
+            Layout.fillWidth: true
+            files: composer.chat ? composer.chat.files : null
+        }
+        Label {
+            objectName: "filesNote"
+            Layout.fillWidth: true
+            visible: text !== ""
+            color: composer.chat && composer.chat.files.blocked ? Theme.danger : Theme.subtle
+            wrapMode: Text.Wrap
+            text: !composer.chat ? ""
+                  : composer.chat.files.blocked
+                    ? Lang.t("וידאו שלא הוכן עדיין מצורף: הסירו אותו כדי לשלוח.",
+                             "A video that could not be prepared is attached: remove it to send.",
+                             "Прикреплено видео, которое не удалось подготовить: удалите его, чтобы отправить.")
+                    : composer.chat.files.sendWaiting
+                      ? Lang.t("ההודעה תישלח כשהווידאו יהיה מוכן.", "The message goes as soon as the video is ready.",
+                               "Сообщение уйдёт, как только видео будет готово.")
+                      : ""
+        }
+
         Label {
             objectName: "sendError"
             Layout.fillWidth: true
@@ -196,6 +219,7 @@ Rectangle {
                 highlighted: true
                 text: Lang.t("שליחה", "Send", "Отправить")
                 enabled: area.text.trim() !== "" || (composer.store && composer.store.attachments.length > 0)
+                         || (composer.chat !== null && composer.chat.files.busy)
                 onClicked: composer.send()
             }
         }

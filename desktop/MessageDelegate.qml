@@ -21,10 +21,19 @@ Item {
     required property string outcome
     required property var taskNumber
     required property string replyText
+    required property var voices
+    // The conversation the row belongs to.
+    property ChatController chat
 
     signal replyRequested(var seq)
     signal copyRequested(string text)
     signal stopRequested(int number)
+    signal voiceToggled(var source)
+
+    // The message's voices; an answer without one gets a player while "Listen" plays it.
+    readonly property var listening: !isLane && seq > 0 && role === "assistant" && voices.length === 0
+                                     && App.voice.key === "seq:" + seq && App.voice.chat === chat
+                                     ? [{ key: "seq:" + seq, speech: true, seq: seq, fileID: "", name: "" }] : []
 
     readonly property bool mine: role === "user"
     readonly property real maxText: Math.max(120, Math.min(width * 0.78, 760) - 24)
@@ -90,6 +99,17 @@ Item {
                 font.family: Qt.application.font.family
                 visible: row.text !== ""
             }
+            Repeater {
+                model: row.isLane ? [] : row.voices.concat(row.listening)
+                delegate: VoiceBar {
+                    required property var modelData
+                    source: modelData
+                    chat: row.chat
+                    Layout.fillWidth: true
+                    Layout.minimumWidth: 280
+                    onToggled: source => row.voiceToggled(source)
+                }
+            }
             Label {
                 visible: row.isLane && row.toolsText !== ""
                 text: row.toolsText
@@ -141,6 +161,13 @@ Item {
                 enabled: !row.isLane && row.seq > 0
                 text: Lang.t("תשובה", "Reply", "Ответить")
                 onTriggered: row.replyRequested(row.seq)
+            }
+            MenuItem {
+                objectName: "listenItem"
+                visible: !row.isLane && row.seq > 0 && row.role === "assistant" && row.voices.length === 0
+                height: visible ? implicitHeight : 0
+                text: Lang.t("האזנה", "Listen", "Прослушать")
+                onTriggered: row.voiceToggled({ key: "seq:" + row.seq, speech: true, seq: row.seq, fileID: "", name: "" })
             }
         }
     }

@@ -49,11 +49,17 @@ App::App(Session *session, QObject *parent)
     : QObject(parent)
     , m_session(session)
     , m_language(new Language(this))
+    , m_voice(new VoiceController(VoiceController::platform(), this))
 {
     s_instance = this;
     m_sinceStart.start();
     connect(m_session, &Session::gateChanged, this, &App::follow);
     connect(m_session, &Session::profileChanged, this, &App::follow);
+    // Nobody's voice plays on after sign-out.
+    connect(m_session, &Session::gateChanged, m_voice, [this] {
+        if (m_session->gate() == Session::Gate::Out)
+            m_voice->stop();
+    });
 }
 
 App::~App()
@@ -328,6 +334,11 @@ void App::follow()
     if (in && !m_chat) {
         m_chat = new ChatController(ChatScope::main(), m_session->user(), m_session->role(), this);
         m_call = CallController::live(ChatScope::main(), m_session->user(), this);
+        // A call and a voice message must not talk over each other.
+        connect(m_call, &CallController::phaseChanged, m_voice, [this, call = m_call] {
+            if (call->active())
+                m_voice->stop();
+        });
         emit chatChanged();
         m_chat->open();
         m_call->open();

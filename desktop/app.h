@@ -14,6 +14,7 @@
 
 #include "chatcontroller.h"
 #include "callcontroller.h"
+#include "voicecontroller.h"
 class QQmlEngine;
 class QJSEngine;
 
@@ -48,6 +49,8 @@ class App : public QObject
     Q_PROPERTY(bool busy READ busy NOTIFY busyChanged)
     // Why the last sign-in or account action failed, in the current language; "" when none.
     Q_PROPERTY(QString error READ error NOTIFY errorChanged)
+    // The one voice player of the app, for every message of every conversation.
+    Q_PROPERTY(VoiceController *voice READ voice CONSTANT)
 
 public:
     explicit App(Session *session, QObject *parent = nullptr);
@@ -71,6 +74,7 @@ public:
     void setOnboarded(bool done);
     bool busy() const { return m_busy; }
     QString error() const { return m_error; }
+    VoiceController *voice() const { return m_voice; }
 
     // Start-up after the launch steps: the session from the keychain, then the server.
     void boot();
@@ -132,4 +136,5 @@ private:
     qint64 m_lastCatchUp = 0;
     QElapsedTimer m_sinceStart;
     bool m_shellShown = false;
+    VoiceController *m_voice;
 };

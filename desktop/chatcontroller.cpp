@@ -5,20 +5,17 @@
 #include "chat/delivery.h"
 #include "chat/voice/recorder.h"
 #include "platform/qtaudioport.h"
+#include "chat/media/shareditems.h"
+#include "composerfiles.h"
 #include "messagerows.h"
 #include "text/l.h"
 
-#include <QBuffer>
 #include <QClipboard>
 #include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
 #include <QGuiApplication>
-#include <QImage>
-#include <QImageWriter>
 #include <QMimeData>
-#include <QMimeDatabase>
-#include <QPainter>
 
 using namespace Qt::StringLiterals;
 
@@ -27,9 +24,12 @@ ChatController::ChatController(ChatScope scope, QString account, QString role, Q
     , m_account(account)
     , m_store(new ChatStore(std::move(scope), std::move(account), std::move(role), {}, this))
     , m_rows(new MessageRows(this))
+    , m_files(new ComposerFiles(m_store, this))
 {
     m_rows->setSourceModel(m_store->rows());
     connect(m_store, &ChatStore::pendingChanged, this, &ChatController::pendingChanged);
+    // A send that waited for videos goes with whatever the composer holds by then.
+    connect(m_files, &ComposerFiles::ready, this, [this] { m_store->send(m_store->composerText()); });
 }
 
 ChatController::~ChatController()
@@ -79,6 +79,8 @@ QVariantList ChatController::pending() const
 
 void ChatController::send(const QString &text)
 {
+    if (m_files->holdSend())
+        return;
     m_store->send(text);
 }
 
@@ -110,13 +112,13 @@ void ChatController::clearReply()
 
 int ChatController::attachUrls(const QList<QUrl> &urls)
 {
-    int attached = 0;
+    QList<SharedItem> items;
     for (const QUrl &url : urls) {
-        if (url.isLocalFile() && QFileInfo(url.toLocalFile()).isFile() &&
-            m_store->attachFile(url.toLocalFile()))
-            ++attached;
+        const QString path = url.toLocalFile();
+        if (url.isLocalFile() && QFileInfo(path).isFile())
+            items.append({path, {}, QFileInfo(path).fileName(), SharedItems::mimeOfFile(path)});
     }
-    return attached;
+    return m_files->attach(items);
 }
 
 bool ChatController::paste()
@@ -126,42 +128,13 @@ bool ChatController::paste()
 
 bool ChatController::attachMime(const QMimeData *data)
 {
-    if (!data)
-        return false;
-    if (data->hasUrls()) {
-        QList<QUrl> local;
-        for (const QUrl &url : data->urls()) {
-            if (url.isLocalFile())
-                local.append(url);
-        }
-        if (!local.isEmpty())
-            return attachUrls(local) > 0;
-    }
-    if (!data->hasImage())
-        return false;
-    const QImage image = qvariant_cast<QImage>(data->imageData());
-    if (image.isNull())
-        return false;
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    QImageWriter writer(&buffer, "jpeg");
-    writer.setQuality(90);
-    // JPEG has no alpha: flatten onto white so transparent parts do not turn black.
-    QImage flat(image.size(), QImage::Format_RGB32);
-    flat.fill(Qt::white);
-    {
-        QPainter painter(&flat);
-        painter.drawImage(0, 0, image);
-    }
-    if (!writer.write(flat))
-        return false;
-    return m_store->attach(u"photo.jpg"_s, u"image/jpeg"_s, bytes);
+    return m_files->attach(SharedItems::fromMime(data)) > 0;
 }
 
 void ChatController::removeAttachment(const QString &id)
 {
-    m_store->removeAttachment(id);
+    if (!m_files->remove(id))
+        m_store->removeAttachment(id);
 }
 
 QUrl ChatController::preview(const QString &id) const

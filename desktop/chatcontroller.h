@@ -8,6 +8,7 @@
 #include <QtQml/qqmlregistration.h>
 
 #include "messagerows.h"
+#include "composerfiles.h"
 class QMimeData;
 class AudioPort;
 class Recorder;
@@ -32,6 +33,8 @@ class ChatController : public QObject
     Q_PROPERTY(double recordLevel READ recordLevel NOTIFY recordLevelChanged)
     // Why the microphone could not be had; "" when it could.
     Q_PROPERTY(QString recordError READ recordError NOTIFY recordingChanged)
+    // Files on their way into the composer (videos being shrunk).
+    Q_PROPERTY(ComposerFiles *files READ files CONSTANT)
 
 public:
     ChatController(ChatScope scope, QString account, QString role, QObject *parent = nullptr);
@@ -41,6 +44,7 @@ public:
     MessageRows *rows() const { return m_rows; }
     QString account() const { return m_account; }
     QVariantList pending() const;
+    ComposerFiles *files() const { return m_files; }
 
     bool recording() const;
     double recordLevel() const;
@@ -56,7 +60,7 @@ public:
     Q_INVOKABLE void discard(const QString &turnID);
     Q_INVOKABLE void replyTo(qint64 seq);
     Q_INVOKABLE void clearReply();
-    // Local files (picker, drop); returns how many were attached.
+    // Local files (picker, drop); returns how many were taken (a video counts once it shrinks).
     Q_INVOKABLE int attachUrls(const QList<QUrl> &urls);
     // The clipboard's image or files; false when it holds neither (text pastes as usual).
     Q_INVOKABLE bool paste();
@@ -72,7 +76,7 @@ public:
     Q_INVOKABLE void finishRecording();
     Q_INVOKABLE void cancelRecording();
 
-    // What paste() does with given data: an image becomes "photo.jpg" at JPEG quality 0.9.
+    // What paste() does with given data: files, an image as "photo.jpg", a copied file's bytes.
     bool attachMime(const QMimeData *data);
 
 signals:
@@ -87,4 +91,5 @@ private:
     // Made at the first recording, so that opening the chat never touches the sound devices.
     AudioPort *m_microphone = nullptr;
     Recorder *m_recorder = nullptr;
+    ComposerFiles *m_files;
 };

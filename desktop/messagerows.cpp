@@ -2,6 +2,7 @@
 
 #include "chat/chatrowsmodel.h"
 #include "chat/markup/htmlwriter.h"
+#include "voicesource.h"
 
 #include <QDateTime>
 
@@ -43,6 +44,18 @@ QVariant MessageRows::data(const QModelIndex &index, int role) const
         const ChatMessage *message = rows->rows().at(at.row()).message();
         return message ? message->replyToText.value_or(QString()) : QString();
     }
+    if (role == VoicesRole) {
+        const auto *rows = qobject_cast<const ChatRowsModel *>(sourceModel());
+        const QModelIndex at = mapToSource(index);
+        QVariantList out;
+        if (!rows || !at.isValid() || at.row() >= rows->rows().size())
+            return out;
+        if (const ChatMessage *message = rows->rows().at(at.row()).message()) {
+            for (const VoiceSource &source : VoiceSource::of(*message))
+                out.append(source.toMap());
+        }
+        return out;
+    }
     return QIdentityProxyModel::data(index, role);
 }
 
@@ -53,5 +66,6 @@ QHash<int, QByteArray> MessageRows::roleNames() const
     names.insert(TimeRole, "time");
     names.insert(ToolsTextRole, "toolsText");
     names.insert(ReplyTextRole, "replyText");
+    names.insert(VoicesRole, "voices");
     return names;
 }

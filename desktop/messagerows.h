@@ -18,6 +18,7 @@ public:
         TimeRole,
         ToolsTextRole,
         ReplyTextRole, // the text of the message this one answers; "" when none
+        VoicesRole,    // what can be listened to: VoiceSource maps
     };
 
     using QIdentityProxyModel::QIdentityProxyModel;

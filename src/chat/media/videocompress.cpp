@@ -491,7 +491,8 @@ VideoCompress::Result VideoCompress::shrink(const QString &source, const QString
 }
 
 QCoro::Task<VideoCompress::Result> VideoCompress::shrinkAsync(QString source, QString target,
-                                                              Progress progress, Limits limits)
+                                                              Progress progress, Limits limits,
+                                                              Stopped stopped)
 {
     // Qt carries the progress across threads: the watcher reports on this thread, and dies
     // with this task, so nothing reaches a caller that has gone.
@@ -502,13 +503,15 @@ QCoro::Task<VideoCompress::Result> VideoCompress::shrinkAsync(QString source, QS
                          if (progress)
                              progress(double(value) / steps);
                      });
-    QFuture<Result> future = QtConcurrent::run([source, target, limits](QPromise<Result> &promise) {
+    QFuture<Result> future = QtConcurrent::run([source, target, limits, stopped](QPromise<Result> &promise) {
         promise.setProgressRange(0, steps);
-        const Stopped stopped = [&promise] { return promise.isCanceled(); };
+        const Stopped asked = [&promise, stopped] {
+            return promise.isCanceled() || (stopped && stopped());
+        };
         const Progress report = [&promise](double fraction) {
             promise.setProgressValue(int(fraction * steps));
         };
-        promise.addResult(shrink(source, target, report, stopped, limits));
+        promise.addResult(shrink(source, target, report, asked, limits));
     });
     watcher.setFuture(future);
     co_await future;

@@ -58,8 +58,9 @@ public:
     static Result shrink(const QString &source, const QString &target, const Progress &progress,
                          const Stopped &stopped = {}, const Limits &limits = {});
     // The same on the worker pool; progress arrives on the calling thread's event loop.
+    // stopped is asked on the worker thread: it must be safe to call from there.
     static QCoro::Task<Result> shrinkAsync(QString source, QString target, Progress progress,
-                                           Limits limits = {});
+                                           Limits limits = {}, Stopped stopped = {});
 
     // The message a person sees for a failure, in the current language.
     static QString text(Failure failure);

@@ -1,0 +1,477 @@
+// The voice player as the chat screen drives it (against the reference service, with a fake
+// sound output and fake time), the files on their way into the composer (with a fake shrink),
+// and pictures of both in English and Hebrew.
+
+#include "app.h"
+#include "chatcontroller.h"
+#include "composerfiles.h"
+#include "desktopapp.h"
+#include "voicecontroller.h"
+#include "voicesource.h"
+
+#include "chat/messagesfeed.h"
+#include "chat/voice/voiceplayer.h"
+#include "platform/filesecretstore.h"
+#include "platform/voiceoutput.h"
+#include "support/fakesleeper.h"
+#include "support/service.h"
+#include "support/testhome.h"
+#include "support/testidentity.h"
+#include "text/l.h"
+
+#include <QCoroSignal>
+#include <QDir>
+#include <QFont>
+#include <QGuiApplication>
+#include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QQmlContext>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QProcess>
+#include <QQuickView>
+#include <QStandardPaths>
+#include <QSignalSpy>
+#include <QTest>
+#include <QtQml/qqmlextensionplugin.h>
+
+Q_IMPORT_QML_PLUGIN(Halvenmark_DesktopPlugin)
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class FakeOutput : public VoiceOutput
+{
+public:
+    struct Played {
+        QString file;
+        double from;
+    };
+    QList<Played> played;
+    QList<double> rates;
+    double at = 0;
+
+    void play(const QString &file, double from, double rate) override
+    {
+        played.append({file, from});
+        rates.append(rate);
+        at = from;
+    }
+    void pause() override {}
+    void resume() override {}
+    void stop() override {}
+    void setRate(double rate) override { rates.append(rate); }
+    double position() const override { return at; }
+};
+
+// A shrink that reports what the test says and ends when it says so.
+class FakeShrink : public QObject
+{
+    Q_OBJECT
+
+public:
+    VideoCompress::Progress progress;
+    VideoCompress::Stopped stopped;
+    QString target;
+
+signals:
+    void finish(VideoCompress::Result result);
+};
+
+QCoro::Task<VideoCompress::Result> fakeShrink(FakeShrink *fake, QString target,
+                                              VideoCompress::Progress progress,
+                                              VideoCompress::Stopped stopped)
+{
+    fake->progress = std::move(progress);
+    fake->stopped = std::move(stopped);
+    fake->target = target;
+    const VideoCompress::Result result = co_await qCoro(fake, &FakeShrink::finish);
+    if (result.ok()) {
+        QFile file(target);
+        if (file.open(QIODevice::WriteOnly))
+            file.write("shrunk");
+    }
+    co_return result;
+}
+
+// Items by object name in the visual tree (list delegates are not QObject children).
+QList<QQuickItem *> named(QQuickItem *item, const QString &name)
+{
+    QList<QQuickItem *> out;
+    if (item->objectName() == name && item->isVisible())
+        out.append(item);
+    for (QQuickItem *child : item->childItems())
+        out += named(child, name);
+    return out;
+}
+
+} // namespace
+
+class DesktopVoiceTest : public QObject
+{
+    Q_OBJECT
+
+    TestHome home;
+    Service service;
+    TestIdentity identity;
+    FakeSleeper sleeper;
+    FakeOutput output;
+    FakeShrink shrink;
+    std::unique_ptr<Session> session;
+    std::unique_ptr<App> app;
+    std::unique_ptr<ChatController> chat;
+    qint64 seq = 0;
+
+    VoiceController *voice() const { return app->voice(); }
+    ComposerFiles *files() const { return chat->files(); }
+
+    double fakeNow() const
+    {
+        double seconds = 0;
+        for (const auto d : sleeper.requested)
+            seconds += d.count() / 1000.0;
+        return seconds;
+    }
+
+    void settle(const std::function<bool()> &until)
+    {
+        for (int i = 0; i < 500 && !until(); ++i) {
+            if (sleeper.waiting())
+                sleeper.advance();
+            QTest::qWait(5);
+        }
+    }
+
+    void script(QJsonObject body)
+    {
+        body.insert("user", "demo");
+        body.insert("seq", seq);
+        service.control("POST", u"voice"_s + (body.contains("seconds") ? "" : "/release"), body);
+    }
+
+    QString video(const QString &name)
+    {
+        const QString path = QDir(home.path()).filePath(name);
+        QFile file(path);
+        if (file.open(QIODevice::WriteOnly))
+            file.write("not really a video");
+        return path;
+    }
+
+    static QVariantMap speech(qint64 seq)
+    {
+        return VoiceSource{VoiceSource::Kind::Speech, seq, {}, {}}.toMap();
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QGuiApplication::setFont(QFont(u"DejaVu Sans"_s, 10));
+        L::set(u"en"_s);
+        QVERIFY(service.running());
+        session = std::make_unique<Session>(
+            std::make_unique<FileSecretStore>(QDir(home.path()).filePath(u"secrets"_s)));
+        app = std::make_unique<App>(session.get());
+        app->setOnboarded(true);
+        identity.use(service);
+        identity.signIn();
+        voice()->use([this](QObject *parent) {
+            VoicePlayer::Dependencies deps;
+            deps.output = &output;
+            deps.sleeper = &sleeper;
+            deps.clock = [this] { return fakeNow(); };
+            deps.cache = home.path();
+            return new VoicePlayer(deps, parent);
+        });
+        chat = std::make_unique<ChatController>(ChatScope::main(), u"demo"_s, u"user"_s);
+        chat->store()->prepare();
+        files()->setShrink([this](QString, QString target, VideoCompress::Progress progress,
+                                  VideoCompress::Stopped stopped) {
+            return fakeShrink(&shrink, target, progress, stopped);
+        });
+        seq = service
+                  .control("POST", u"message"_s,
+                           {{"user", u"demo"_s},
+                            {"role", u"assistant"_s},
+                            {"text", u"Hello"_s},
+                            {"notify", false}})
+                  .value(u"seq")
+                  .toInteger();
+    }
+
+    void cleanupTestCase()
+    {
+        chat.reset();
+        app.reset();
+    }
+
+    void clock_data()
+    {
+        QTest::addColumn<double>("seconds");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("zero") << 0.0 << u"0:00"_s;
+        QTest::newRow("rounds down") << 5.9 << u"0:05"_s;
+        QTest::newRow("minutes") << 65.0 << u"1:05"_s;
+        QTest::newRow("hours") << 3605.0 << u"1:00:05"_s;
+        QTest::newRow("negative") << -3.0 << u"0:00"_s;
+        QTest::newRow("not a number") << qQNaN() << u"0:00"_s;
+    }
+
+    void clock()
+    {
+        QFETCH(double, seconds);
+        QTEST(VoiceController::clock(seconds), "text");
+    }
+
+    void sources_data()
+    {
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<QStringList>("keys");
+        QTest::newRow("agent's voice: speech by parts")
+            << uR"({"seq":7,"role":"assistant","text":"x","voice_file":"r.m4a"})"_s
+            << QStringList{u"seq:7"_s};
+        QTest::newRow("user's note: a file")
+            << uR"({"seq":8,"role":"user","text":"x","voice_file":"note.m4a"})"_s
+            << QStringList{u"file:note.m4a"_s};
+        QTest::newRow("audio attachments by name or type, others not")
+            << uR"({"seq":9,"role":"user","text":"x","attachments":[
+                   {"file_id":"a","name":"a.OGG"},{"file_id":"b","name":"b","mime":"audio/wav"},
+                   {"file_id":"c","name":"c.pdf","mime":"application/pdf"},
+                   {"file_id":"d","name":"d.m4a"}]})"_s
+            << QStringList{u"file:a"_s, u"file:b"_s, u"file:d"_s};
+        QTest::newRow("the note itself is not listed twice")
+            << uR"({"seq":10,"role":"user","text":"x","voice_file":"n.ogg",
+                   "attachments":[{"file_id":"n.ogg","name":"n.ogg"}]})"_s
+            << QStringList{u"file:n.ogg"_s};
+    }
+
+    void sources()
+    {
+        QFETCH(QString, message);
+        QStringList keys;
+        const ChatMessage m =
+            ChatMessage::fromJson(QJsonDocument::fromJson(message.toUtf8()).object());
+        for (const VoiceSource &source : VoiceSource::of(m))
+            keys.append(source.key());
+        QTEST(keys, "keys");
+    }
+
+    void pendingSpeechPlaysThenSeeksAndChangesSpeed()
+    {
+        script({{"seconds", QJsonArray{2.0, 3.0, 1.5}}, {"released", 0}});
+        voice()->toggle(speech(seq), chat.get());
+        QCOMPARE(voice()->key(), u"seq:%1"_s.arg(seq));
+        settle([&] { return sleeper.requested.size() >= 2; });
+        QCOMPARE(voice()->state(), VoiceController::Preparing);
+        QVERIFY(output.played.isEmpty());
+
+        script({{"released", 1}});
+        settle([&] { return voice()->state() == VoiceController::Playing; });
+        QCOMPARE(voice()->state(), VoiceController::Playing);
+        QCOMPARE(output.played.size(), 1);
+
+        script({{"released", 3}, {"done", true}});
+        settle([&] { return voice()->player()->partsLanded() == 3; });
+        QCOMPARE(voice()->total(), 6.5);
+        voice()->seek(2.5); // half a second into the second part
+        QVERIFY(output.played.last().file.contains(u"part-1"_s));
+        QCOMPARE(output.played.last().from, 0.5);
+        voice()->skip(5); // past the end: the last part's tail
+        QVERIFY(output.played.last().file.contains(u"part-2"_s));
+        QCOMPARE(output.played.last().from, 1.5);
+        QCOMPARE(voice()->timeText(), u"0:06 / 0:06"_s);
+
+        for (const double rate : {1.5, 2.0, 1.0}) {
+            voice()->cycleRate();
+            QCOMPARE(output.rates.last(), rate);
+        }
+        QCOMPARE(voice()->rateText(), u"1×"_s);
+
+        voice()->toggle(speech(seq), chat.get());
+        QCOMPARE(voice()->state(), VoiceController::Paused);
+        voice()->toggle(speech(seq), chat.get());
+        QCOMPARE(voice()->state(), VoiceController::Playing);
+        voice()->stop();
+        QCOMPARE(voice()->key(), QString());
+    }
+
+    void videoOutcome_data()
+    {
+        QTest::addColumn<VideoCompress::Failure>("failure");
+        QTest::addColumn<bool>("sent");
+        QTest::newRow("shrunk") << VideoCompress::Failure::None << true;
+        QTest::newRow("too long") << VideoCompress::Failure::TooLong << false;
+        QTest::newRow("unreadable") << VideoCompress::Failure::Unreadable << false;
+    }
+
+    void videoOutcome()
+    {
+        QFETCH(VideoCompress::Failure, failure);
+        QFETCH(bool, sent);
+        const int attachedBefore = int(chat->store()->composerAttachments().size());
+        QCOMPARE(chat->attachUrls({QUrl::fromLocalFile(video(u"clip.mov"_s))}), 1);
+        QCOMPARE(files()->preparing().size(), 1);
+        QVERIFY(files()->busy());
+        shrink.progress(0.423);
+        QCOMPARE(files()->preparing().at(0).toMap().value(u"progress"_s).toDouble(), 0.42);
+
+        // Send waits for the video, with the text the composer has when it is ready.
+        const int before = chat->store()->queuedCount();
+        chat->store()->setComposerText(u"look"_s);
+        chat->send(u"look"_s);
+        QCOMPARE(chat->store()->queuedCount(), before);
+        QVERIFY(files()->sendWaiting());
+        const QString folder = QFileInfo(shrink.target).path();
+
+        VideoCompress::Result result;
+        result.failure = failure;
+        QSignalSpy ready(files(), &ComposerFiles::ready);
+        QSignalSpy changed(files(), &ComposerFiles::preparingChanged);
+        emit shrink.finish(result); // the shrink's task ends on the next turn of the loop
+        QVERIFY(changed.wait());
+        QCOMPARE(ready.size(), sent ? 1 : 0);
+        QVERIFY(!files()->sendWaiting());
+        QVERIFY(!QFileInfo::exists(folder));
+        if (sent) {
+            QCOMPARE(chat->store()->queuedCount(), before + 1);
+            QCOMPARE(chat->store()->pendingTurns().last().files, QStringList{u"clip.mp4"_s});
+            QVERIFY(files()->preparing().isEmpty());
+            return;
+        }
+        QCOMPARE(chat->store()->queuedCount(), before);
+        QVERIFY(files()->blocked());
+        const QVariantMap chip = files()->preparing().at(0).toMap();
+        QCOMPARE(files()->failureText(chip.value(u"failure"_s).toInt()),
+                 VideoCompress::text(failure));
+        chat->send(u"look"_s); // nothing goes while a broken video is attached
+        QCOMPARE(chat->store()->queuedCount(), before);
+        chat->removeAttachment(chip.value(u"id"_s).toString());
+        QVERIFY(!files()->blocked());
+        QCOMPARE(int(chat->store()->composerAttachments().size()), attachedBefore);
+        chat->store()->setComposerText({});
+    }
+
+    void cancelStopsTheShrink()
+    {
+        chat->attachUrls({QUrl::fromLocalFile(video(u"long.mp4"_s))});
+        const QString id = files()->preparing().at(0).toMap().value(u"id"_s).toString();
+        QVERIFY(!shrink.stopped());
+        chat->removeAttachment(id);
+        QVERIFY(shrink.stopped());
+        QVERIFY(files()->preparing().isEmpty());
+        const QString folder = QFileInfo(shrink.target).path();
+        VideoCompress::Result cancelled;
+        cancelled.failure = VideoCompress::Failure::Cancelled;
+        emit shrink.finish(cancelled);
+        QTRY_VERIFY(!QFileInfo::exists(folder));
+        QVERIFY(files()->preparing().isEmpty());
+    }
+
+    // The composer's own shrink: FFmpeg on a worker thread, its progress back on this one.
+    void realVideoJoinsTheComposer()
+    {
+        const QString ffmpeg = QStandardPaths::findExecutable(u"ffmpeg"_s);
+        if (ffmpeg.isEmpty())
+            QSKIP("ffmpeg is not installed (scripts/setup installs it)");
+        const QString clip = QDir(home.path()).filePath(u"real.mkv"_s);
+        QCOMPARE(QProcess::execute(ffmpeg, {"-v", "error", "-y", "-f", "lavfi", "-i",
+                                            "testsrc2=size=320x240:rate=15", "-t", "2", "-c:v",
+                                            "mpeg4", clip}),
+                 0);
+        ComposerFiles real(chat->store());
+        QList<double> seen;
+        connect(&real, &ComposerFiles::preparingChanged, this, [&] {
+            if (!real.preparing().isEmpty())
+                seen.append(real.preparing().at(0).toMap().value(u"progress"_s).toDouble());
+        });
+        QCOMPARE(real.attach({{clip, {}, u"real.mkv"_s, SharedItems::mimeOfFile(clip)}}), 1);
+        QTRY_VERIFY_WITH_TIMEOUT(real.preparing().isEmpty(), 60'000);
+        QVERIFY(seen.size() > 2 && seen.last() > 0.5);
+        const ComposerAttachment added = chat->store()->composerAttachments().last();
+        QCOMPARE(added.name, u"real.mp4"_s);
+        QCOMPARE(added.mime, u"video/mp4"_s);
+        chat->removeAttachment(added.id);
+    }
+
+    void screens_data()
+    {
+        QTest::addColumn<QString>("language");
+        // The Right arrow moves the way the bar points: forward, or back right to left.
+        QTest::addColumn<QString>("rightPart");
+        QTest::addColumn<double>("rightFrom");
+        QTest::newRow("en") << u"en"_s << u"part-2"_s << 1.5;
+        QTest::newRow("he") << u"he"_s << u"part-0"_s << 0.0;
+    }
+
+    // The chat with a voice playing, a note and an audio file, and the composer with a
+    // video half shrunk.
+    void screens()
+    {
+        QFETCH(QString, language);
+        L::set(language);
+        const QJsonArray messages = QJsonDocument::fromJson(uR"([
+            {"seq":%1,"role":"assistant","text":"Here is the summary you asked for.","voice_file":"r.m4a","created_at":1700000000},
+            {"seq":%2,"role":"user","text":"","voice_file":"note-1.m4a","created_at":1700000060},
+            {"seq":%3,"role":"assistant","text":"The recording from the meeting:","created_at":1700000120,
+             "attachments":[{"file_id":"memo","name":"memo.ogg"}]}])"_s.arg(seq)
+                                                                .arg(seq + 1)
+                                                                .arg(seq + 2)
+                                                                .toUtf8())
+                                        .array();
+        chat->store()->absorb(
+            MessagesFeed::fromJson(QJsonObject{{u"ok"_s, true}, {u"messages"_s, messages}}), true);
+
+        script({{"seconds", QJsonArray{2.0, 3.0, 1.5}}, {"released", 3}, {"done", true}});
+        voice()->toggle(speech(seq), chat.get());
+        settle([&] { return voice()->player()->partsLanded() == 3; });
+        output.at = 1.2;
+        voice()->seek(3.2);
+        chat->attachUrls({QUrl::fromLocalFile(video(u"holiday.mov"_s))});
+        shrink.progress(0.42);
+
+        const QString qml = QDir(home.path()).filePath(u"screen.qml"_s);
+        QFile file(qml);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("import QtQuick\nimport Halvenmark.Desktop\n"
+                   "Surface { width: 720; height: 600\n"
+                   "  LayoutMirroring.enabled: Lang.rtl; LayoutMirroring.childrenInherit: true\n"
+                   "  ChatPage { anchors.fill: parent; chat: testChat } }\n");
+        file.close();
+        QQuickView view;
+        DesktopApp::guard(*view.engine());
+        view.engine()->addImportPath(u"qrc:/"_s);
+        view.rootContext()->setContextProperty(u"testChat"_s, chat.get());
+        view.setSource(QUrl::fromLocalFile(qml));
+        QCOMPARE(view.status(), QQuickView::Ready); // the screen loads without errors
+        view.show();
+        QQuickItem *root = view.rootObject();
+        QTRY_COMPARE(named(root, u"voiceBar"_s).size(), 3);
+        QTRY_COMPARE(named(root, u"preparing_running"_s).size(), 1);
+        QCOMPARE(named(root, u"voiceTime"_s).at(0)->property("text").toString(), u"0:03 / 0:06"_s);
+        QTest::qWait(100); // the list's scroll to the end lands on the next frames
+        const QDir shots(QStringLiteral(HALVENMARK_SHOTS));
+        shots.mkpath(u"."_s);
+        QVERIFY(view.grabWindow().save(shots.filePath(u"voice-"_s + language + u".png"_s)));
+
+        // The keys of a player with focus: Space pauses, Right moves 5 s.
+        QQuickItem *bar = named(root, u"voiceBar"_s).at(0);
+        bar->forceActiveFocus();
+        QTRY_VERIFY(bar->hasActiveFocus());
+        QTest::keyClick(&view, Qt::Key_Space);
+        QCOMPARE(voice()->state(), VoiceController::Paused);
+        QTest::keyClick(&view, Qt::Key_Right);
+        QTEST(QFileInfo(output.played.last().file).completeBaseName().section(u'-', -2),
+              "rightPart");
+        QTEST(output.played.last().from, "rightFrom");
+        QCOMPARE(voice()->state(), VoiceController::Paused);
+
+        files()->remove(files()->preparing().at(0).toMap().value(u"id"_s).toString());
+        voice()->stop();
+        L::set(u"en"_s);
+    }
+};
+
+QTEST_MAIN(DesktopVoiceTest)
+#include "desktopvoicetest.moc"
