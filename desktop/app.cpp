@@ -247,6 +247,7 @@ void App::openProject(int id, const QString &name)
     closeProject();
     m_projectChat =
         new ChatController(ChatScope::project(id), m_session->user(), m_session->role(), this);
+    m_projectChat->setVoice(m_voice);
     m_projectName = name;
     emit projectChatChanged();
     m_projectChat->open();
@@ -333,6 +334,7 @@ void App::follow()
         closeProject();
     if (in && !m_chat) {
         m_chat = new ChatController(ChatScope::main(), m_session->user(), m_session->role(), this);
+        m_chat->setVoice(m_voice);
         m_call = CallController::live(ChatScope::main(), m_session->user(), this);
         // A call and a voice message must not talk over each other.
         connect(m_call, &CallController::phaseChanged, m_voice, [this, call = m_call] {

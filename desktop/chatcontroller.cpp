@@ -7,6 +7,7 @@
 #include "platform/qtaudioport.h"
 #include "chat/media/shareditems.h"
 #include "composerfiles.h"
+#include "voicecontroller.h"
 #include "messagerows.h"
 #include "text/l.h"
 
@@ -188,6 +189,7 @@ void ChatController::startRecording()
         connect(m_recorder, &Recorder::errorChanged, this, &ChatController::recordingChanged);
         connect(m_recorder, &Recorder::levelChanged, this, &ChatController::recordLevelChanged);
     }
+    m_recorder->setPlayer(m_voice ? m_voice->existingPlayer() : nullptr);
     m_recorder->start(); // runs on by itself; its properties tell the screen
 }
 

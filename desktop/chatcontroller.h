@@ -5,12 +5,14 @@
 #include <QObject>
 #include <QUrl>
 #include <QVariantList>
+#include <QPointer>
 #include <QtQml/qqmlregistration.h>
 
 #include "messagerows.h"
 #include "composerfiles.h"
 class QMimeData;
 class AudioPort;
+class VoiceController;
 class Recorder;
 
 // The chat screen's hands on one conversation: what QML may do to the store (send, retry,
@@ -71,6 +73,8 @@ public:
     // Asks the server to stop task `number` (what "/stop N" in the composer does).
     Q_INVOKABLE void stop(int number);
     Q_INVOKABLE void markRead();
+    // The app's voice player, held while a note is recorded.
+    void setVoice(VoiceController *voice) { m_voice = voice; }
     // A voice note: recorded from the default microphone, sent when finished, gone when cancelled.
     Q_INVOKABLE void startRecording();
     Q_INVOKABLE void finishRecording();
@@ -91,5 +95,6 @@ private:
     // Made at the first recording, so that opening the chat never touches the sound devices.
     AudioPort *m_microphone = nullptr;
     Recorder *m_recorder = nullptr;
+    VoiceController *m_voice = nullptr; // the app's, living as long as the app
     ComposerFiles *m_files;
 };

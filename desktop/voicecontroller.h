@@ -64,6 +64,8 @@ public:
     // "m:ss", or "h:mm:ss" from an hour on.
     static QString clock(double seconds);
     VoicePlayer *player();
+    // The player if one was made, without making one.
+    VoicePlayer *existingPlayer() const { return m_player; }
     // Another way to make the player (tests); the current one, if any, is dropped.
     void use(Make make);
 

@@ -27,7 +27,7 @@ QString ChatStore::submitVoice(float peak, const QByteArray &wav, bool deliver)
         turn.replyRole = m_replyTo->role;
     }
     turn.created = double(QDateTime::currentMSecsSinceEpoch()) / 1000.0;
-    for (auto it = m_messages.crbegin(); it != m_messages.crend(); ++it) {
+    for (auto it = m_messages.rbegin(); it != m_messages.rend(); ++it) {
         if (it->seq >= 1) {
             turn.afterSeq = it->seq;
             break;
@@ -46,8 +46,7 @@ QString ChatStore::submitVoice(float peak, const QByteArray &wav, bool deliver)
     saveComposer();
     emit composerChanged();
     restorePending();
-    ++m_sentTick;
-    emit ticksChanged();
+    emit turnQueued(turn.id);
     if (deliver)
         drain();
     return turn.id;
@@ -60,10 +59,13 @@ QCoro::Task<QString> ChatStore::transcribe(float peak, QByteArray wav) const
 
 void ChatStore::attachVoice(qint64 seq, const QString &file)
 {
-    for (ChatMessage &m : m_messages) {
+    for (qsizetype i = 0; i < m_messages.size(); ++i) {
+        const ChatMessage &m = m_messages.at(i);
         if (m.seq != seq || m.voiceFile == file)
             continue;
-        m.voiceFile = file;
+        auto changed = std::make_shared<ChatMessage>(m);
+        changed->voiceFile = file;
+        m_messages.replace(i, std::move(changed));
         rebuild();
         persist();
         return;

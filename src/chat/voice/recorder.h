@@ -56,6 +56,8 @@ public:
     std::optional<Take> stop();
     // Ends the recording and deletes its file.
     void cancel();
+    // The player to hold from the next start on; null for none.
+    void setPlayer(VoicePlayer *player) { m_deps.player = player; }
 
 signals:
     void recordingChanged();
