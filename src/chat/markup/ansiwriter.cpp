@@ -211,6 +211,8 @@ QList<QList<Glyph>> wrapped(const QList<Glyph> &glyphs, int width)
             continue;
         if (used + g.width > width && !line.isEmpty()) {
             if (g.space) {
+                while (!line.isEmpty() && line.last().space)
+                    line.removeLast();
                 lines.append(QList<Glyph>());
                 used = 0;
                 continue;
