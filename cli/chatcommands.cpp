@@ -110,17 +110,15 @@ QCoro::Task<int> log(Invocation in)
         if (store->messages().isEmpty())
             co_return store->failureUnreachable() ? Unreachable : Refused;
     }
-    const QList<ChatMessage> shown = ChatLog::chosen(store->messages(), in.since, in.limit);
+    const QList<const ChatMessage *> shown = ChatLog::chosen(store->messages(), in.since, in.limit);
     if (in.json) {
         QJsonArray out;
-        for (const ChatMessage &m : shown)
-            out.append(m.toJson());
+        for (const ChatMessage *m : shown)
+            out.append(m->toJson());
         Console::json(out);
     } else {
-        // One write for the whole log, not a flush per message.
-        const QByteArray bytes = ChatLog::text(shown, ChatLog::facts(RenderCommand::options()));
-        std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout);
-        std::fflush(stdout);
+        // Written in large pieces, not a flush per message.
+        ChatLog::print(shown, ChatLog::facts(RenderCommand::options()), stdout);
     }
     co_return Done;
 }

@@ -6,6 +6,8 @@
 #include "text/l.h"
 
 #include <QDateTime>
+#include <QFuture>
+#include <QtConcurrent/QtConcurrentRun>
 
 using namespace Qt::StringLiterals;
 
@@ -62,13 +64,14 @@ QString Clock::stamp(qint64 millis)
     return out;
 }
 
-QList<ChatMessage> chosen(const QList<ChatMessage> &messages, std::optional<qint64> since,
-                          std::optional<int> limit)
+QList<const ChatMessage *> chosen(const QList<ChatMessage> &messages, std::optional<qint64> since,
+                                  std::optional<int> limit)
 {
-    QList<ChatMessage> out;
+    QList<const ChatMessage *> out;
+    out.reserve(messages.size());
     for (const ChatMessage &m : messages) {
         if (!since || m.seq > *since)
-            out.append(m);
+            out.append(&m);
     }
     if (limit && out.size() > *limit)
         out.remove(0, out.size() - *limit);
@@ -98,15 +101,31 @@ QString entry(const ChatMessage &m, const Facts &facts, Clock &clock)
     return out;
 }
 
-QByteArray text(const QList<ChatMessage> &messages, const Facts &facts)
+QByteArray text(const QList<const ChatMessage *> &messages, const Facts &facts)
 {
     Clock clock;
     QString all;
-    for (const ChatMessage &m : messages) {
-        all += entry(m, facts, clock);
+    for (const ChatMessage *m : messages) {
+        all += entry(*m, facts, clock);
         all += u'\n';
     }
     return all.toUtf8();
+}
+
+void print(const QList<const ChatMessage *> &messages, const Facts &facts, FILE *out)
+{
+    constexpr qsizetype chunk = 512;
+    QList<QFuture<QByteArray>> parts;
+    for (qsizetype from = 0; from < messages.size(); from += chunk) {
+        const QList<const ChatMessage *> slice = messages.mid(from, chunk);
+        parts.append(QtConcurrent::run([slice, facts] { return text(slice, facts); }));
+    }
+    // Written in order as each is ready; the pool is making the next ones meanwhile.
+    for (QFuture<QByteArray> &part : parts) {
+        const QByteArray bytes = part.result();
+        std::fwrite(bytes.constData(), 1, size_t(bytes.size()), out);
+    }
+    std::fflush(out);
 }
 
 } // namespace ChatLog

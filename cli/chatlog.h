@@ -8,6 +8,7 @@
 #include <QList>
 #include <QString>
 
+#include <cstdio>
 #include <optional>
 
 // `chat log` as text: one entry per message with its seq, time, author and task. Everything a
@@ -34,13 +35,17 @@ private:
     QHash<qint64, int> m_offsets; // UTC hour → seconds east of UTC
 };
 
-// The messages after since, then the last limit of them.
-QList<ChatMessage> chosen(const QList<ChatMessage> &messages, std::optional<qint64> since,
-                          std::optional<int> limit);
+// The messages after since, then the last limit of them (pointers into messages).
+QList<const ChatMessage *> chosen(const QList<ChatMessage> &messages, std::optional<qint64> since,
+                                  std::optional<int> limit);
 
 QString entry(const ChatMessage &m, const Facts &facts, Clock &clock);
 
 // The whole log, each entry ended by a line break, as UTF-8.
-QByteArray text(const QList<ChatMessage> &messages, const Facts &facts);
+QByteArray text(const QList<const ChatMessage *> &messages, const Facts &facts);
+
+// The log written to out: made in chunks on the thread pool while earlier chunks are written,
+// so that a long log costs little more than its printing.
+void print(const QList<const ChatMessage *> &messages, const Facts &facts, FILE *out);
 
 } // namespace ChatLog

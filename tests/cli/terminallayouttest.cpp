@@ -239,9 +239,9 @@ private slots:
             all.last().seq = seq;
         }
         QList<qint64> seqs;
-        for (const ChatMessage &m : ChatLog::chosen(all, since < 0 ? std::nullopt : std::optional<qint64>(since),
+        for (const ChatMessage *m : ChatLog::chosen(all, since < 0 ? std::nullopt : std::optional<qint64>(since),
                                                     limit ? std::optional(limit) : std::nullopt))
-            seqs << m.seq;
+            seqs << m->seq;
         QTEST(seqs, "seqs");
     }
 };

@@ -21,6 +21,9 @@ int widthOf(char32_t u)
 {
     if (u == 0)
         return 0;
+    // Printable Latin before the combining marks: the common case, one column each.
+    if (u >= 0x20 && u < 0x300)
+        return 1;
     switch (QChar::category(u)) {
     case QChar::Mark_NonSpacing:
     case QChar::Mark_Enclosing:
@@ -365,6 +368,18 @@ QStringList textLines(const Line &line, const Options &options)
         Painter painter(options);
         head(painter);
         for (const Run &run : spelledOut(line.runs, options.hyperlinks))
+            painter.text(PlainWriter::printable(run.text), run.style);
+        return {painter.finish()};
+    }
+    // Most lines fit: painted as they are, without building glyphs.
+    const QList<Run> runs = spelledOut(line.runs, options.hyperlinks);
+    int natural = quoted ? 2 : 0;
+    for (const Run &run : runs)
+        natural += displayWidth(run.text);
+    if (natural <= options.width) {
+        Painter painter(options);
+        head(painter);
+        for (const Run &run : runs)
             painter.text(PlainWriter::printable(run.text), run.style);
         return {painter.finish()};
     }
