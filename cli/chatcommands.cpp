@@ -8,6 +8,7 @@
 #include "chat/chatjson.h"
 #include "chat/chatoutbox.h"
 #include "chat/chatrowsmodel.h"
+#include "chatfollower.h"
 #include "chatlog.h"
 #include "commandtable.h"
 #include "chatprompt.h"
@@ -34,20 +35,13 @@
 #include <QJsonDocument>
 
 #include <cstdio>
+#include <functional>
+#include <map>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-QString who(const ChatMessage &m)
-{
-    if (m.role == u"assistant")
-        return L::t(u"הסוכן"_s, u"Agent"_s, u"Агент"_s);
-    if (m.source == u"telegram")
-        return L::t(u"את/ה (טלגרם)"_s, u"You (Telegram)"_s, u"Вы (Telegram)"_s);
-    return L::t(u"את/ה"_s, u"You"_s, u"Вы"_s);
-}
 
 QString rendered(const QString &text);
 
@@ -59,10 +53,6 @@ void usage(const QStringList &words = {})
                  + (form ? form->usage : u"chat"_s));
 }
 
-void printJsonLine(const QJsonObject &object)
-{
-    Console::out(QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)));
-}
 
 std::unique_ptr<ChatStore> storeFor(const Invocation &in)
 {
@@ -99,7 +89,7 @@ QString rendered(const QString &text)
     return Markup::AnsiWriter::render(text, RenderCommand::options());
 }
 
-QCoro::Task<int> log(Invocation in)
+QCoro::Task<int> showLog(Invocation in)
 {
     auto store = storeFor(in);
     store->hydrate();
@@ -123,75 +113,6 @@ QCoro::Task<int> log(Invocation in)
     co_return Done;
 }
 
-// Prints what changes in lanes and each new reply, one line per event.
-class Follower
-{
-public:
-    Follower(ChatStore *store, bool json)
-        : m_json(json)
-    {
-        QObject::connect(store, &ChatStore::laneChanged, store, [this](const Lane &lane) { onLane(lane); });
-        QObject::connect(store, &ChatStore::messageAdded, store, [this](const ChatMessage &m) {
-            if (m_json) {
-                QJsonObject object = m.toJson();
-                object.insert(u"type"_s, u"message"_s);
-                printJsonLine(object);
-            } else if (m.role == u"assistant") {
-                Console::out(u"💬 "_s + who(m) + u": "_s + rendered(m.text));
-            }
-        });
-    }
-
-private:
-    struct Seen {
-        QString label, text;
-        QHash<QString, QString> tools; // step id → status
-        bool finished = false;
-    };
-
-    void onLane(const Lane &lane)
-    {
-        if (m_json) {
-            QJsonArray tools;
-            for (const Activity &step : lane.tools)
-                tools.append(QJsonObject{{u"id"_s, step.id}, {u"title"_s, step.title},
-                                         {u"detail"_s, step.detail}, {u"status"_s, step.status}});
-            QJsonObject object{{u"type"_s, u"lane"_s}, {u"run_id"_s, lane.id}, {u"label"_s, lane.heading()},
-                               {u"text"_s, lane.text}, {u"after"_s, lane.after}, {u"tools"_s, tools},
-                               {u"finished"_s, lane.finished}};
-            if (lane.outcome)
-                object.insert(u"outcome"_s, *lane.outcome);
-            printJsonLine(object);
-            return;
-        }
-        Seen &seen = m_seen[lane.id];
-        if (lane.heading() != seen.label || lane.text != seen.text) {
-            seen.label = lane.heading();
-            seen.text = lane.text;
-            const QString last = lane.text.section(u'\n', -1, -1, QString::SectionSkipEmpty);
-            Console::out(u"▸ "_s + TerminalText::safe(lane.heading())
-                         + (last.isEmpty() ? QString() : u": "_s + TerminalText::safe(last.left(160))));
-        }
-        for (const Activity &step : lane.tools) {
-            if (seen.tools.value(step.id) == step.status)
-                continue;
-            seen.tools.insert(step.id, step.status);
-            const QString detail = step.usefulDetail();
-            Console::out(u"  ↳ "_s + TerminalText::safe(step.title)
-                         + (detail.isEmpty() ? QString() : u" — "_s + TerminalText::safe(detail))
-                         + u" ["_s + TerminalText::safe(step.status) + u"]"_s);
-        }
-        if (lane.finished && !seen.finished) {
-            seen.finished = true;
-            Console::out(u"✓ "_s + TerminalText::safe(lane.heading()) + u" ("_s
-                         + TerminalText::safe(lane.outcome.value_or(u"completed"_s)) + u")"_s);
-        }
-    }
-
-    bool m_json;
-    QHash<QString, Seen> m_seen;
-};
-
 QCoro::Task<int> follow(Invocation in)
 {
     auto store = storeFor(in);
@@ -201,7 +122,7 @@ QCoro::Task<int> follow(Invocation in)
         co_await qCoro(store.get(), &ChatStore::loadingChanged);
     if (!store->failure().isEmpty())
         Console::err(TerminalText::safe(store->failure()));
-    Follower follower(store.get(), in.json);
+    ChatFollower follower(store.get(), in.json);
     Session *session = Session::shared();
     while (session->gate() != Session::Gate::Out)
         co_await qCoro(session, &Session::gateChanged);
@@ -577,11 +498,29 @@ namespace ChatCommands {
 
 QCoro::Task<int> chat(Invocation in)
 {
+    using Sub = std::function<QCoro::Task<int>(Invocation)>;
+    // One line per subcommand; its usage and options live in the command table.
+    static const std::map<QString, Sub> subs = {
+        {u"log"_s, showLog},
+        {u"follow"_s, follow},
+        {u"send"_s, sendTurn},
+        {u"outbox"_s, outbox},
+        {u"drain"_s, drainAll},
+        {u"retry"_s, retryTurn},
+        {u"stop"_s, stop},
+        {u"play"_s, VoiceCommands::play},
+    };
     const QString sub = in.args.isEmpty() ? QString() : in.args.first();
-    static const QStringList known = {u"log"_s, u"follow"_s, u"send"_s, u"outbox"_s, u"drain"_s,
-                                      u"retry"_s, u"stop"_s, u"play"_s};
+    const auto found = subs.find(sub);
+    if (!sub.isEmpty() && found == subs.end()) {
+        // In the table (help knows it) but not in this build.
+        Console::err(L::t(u"‎chat %1‎ אינה זמינה בגרסה זו."_s, u"chat %1 is not available in this build."_s,
+                          u"chat %1 недоступна в этой сборке."_s)
+                         .arg(TerminalText::safe(sub)));
+        co_return Usage;
+    }
     const bool single = sub == u"log" || sub == u"follow" || sub == u"drain";
-    if (!sub.isEmpty() && (!known.contains(sub) || (single && in.args.size() != 1))) {
+    if (single && in.args.size() != 1) {
         usage(in.args);
         co_return Usage;
     }
@@ -592,21 +531,7 @@ QCoro::Task<int> chat(Invocation in)
     ChatStore::resumeAllBackgroundTransfers(Session::shared()->user());
     if (sub.isEmpty())
         co_return co_await ChatPrompt::run(in.project ? ChatScope::project(*in.project) : ChatScope::main());
-    if (sub == u"log")
-        co_return co_await log(in);
-    if (sub == u"follow")
-        co_return co_await follow(in);
-    if (sub == u"send")
-        co_return co_await sendTurn(in);
-    if (sub == u"outbox")
-        co_return co_await outbox(in);
-    if (sub == u"drain")
-        co_return co_await drainAll(in);
-    if (sub == u"retry")
-        co_return co_await retryTurn(in);
-    if (sub == u"play")
-        co_return co_await VoiceCommands::play(in);
-    co_return co_await stop(in);
+    co_return co_await found->second(in);
 }
 
 } // namespace ChatCommands

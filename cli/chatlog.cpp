@@ -27,6 +27,23 @@ void twoDigits(QString &out, int n)
     out += QChar(u'0' + n % 10);
 }
 
+// The user's own text, its long lines wrapped at words.
+QString wrapped(const QString &text, int width)
+{
+    if (text.size() <= width)
+        return text;
+    QStringList lines;
+    for (const QString &line : text.split(u'\n')) {
+        if (Markup::AnsiWriter::displayWidth(line) <= width) {
+            lines << line;
+            continue;
+        }
+        for (const auto &[from, to] : Markup::AnsiWriter::wrap(line, width))
+            lines << line.mid(from, to - from);
+    }
+    return lines.join(u'\n');
+}
+
 } // namespace
 
 QString Clock::stamp(qint64 millis)
@@ -90,8 +107,10 @@ QString entry(const ChatMessage &m, const Facts &facts, Clock &clock)
     if (agent)
         body = Markup::AnsiWriter::render(m.text, facts.render);
     else
-        body = facts.render.marks ? TerminalText::safe(m.text, TerminalText::Lines::Keep)
-                                  : Markup::AnsiWriter::unmarked(TerminalText::safe(m.text, TerminalText::Lines::Keep));
+        body = wrapped(facts.render.marks ? TerminalText::safe(m.text, TerminalText::Lines::Keep)
+                                          : Markup::AnsiWriter::unmarked(
+                                                TerminalText::safe(m.text, TerminalText::Lines::Keep)),
+                       facts.render.width);
     // A short body stays on the heading's line; a longer one starts below it, so that its
     // wrapping and tables keep the width they were laid out for.
     const bool inline_ = !body.contains(u'\n')

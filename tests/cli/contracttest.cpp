@@ -19,8 +19,11 @@ class ContractTest : public QObject
 
     CliRun cli(const QStringList &args, const QByteArray &input = {})
     {
-        return runCli(QStringLiteral(HALVENMARK_CLI), args, cliEnvironment(home->path(), service.base()), input,
-                      60'000);
+        QProcessEnvironment env = cliEnvironment(home->path(), service.base());
+        // An editor that writes a line at the top of its file.
+        env.insert(QStringLiteral("EDITOR"), QStringLiteral("sed -i 1ifrom-the-editor"));
+        env.remove(QStringLiteral("VISUAL"));
+        return runCli(QStringLiteral(HALVENMARK_CLI), args, env, input, 60'000);
     }
 
 private slots:
@@ -59,6 +62,8 @@ private slots:
         row("0 text from stdin", true, "normal", none, {}, {"chat", "send"}, "from a pipe\n", 0, "");
         row("0 reply waited for", true, "normal", none, {}, {"chat", "send", "bus?", "--wait", "20"}, {}, 0,
             "Researcher");
+        row("0 text from the editor", true, "normal", none, {}, {"chat", "send", "--edit"}, {}, 0, "");
+        row("2 --edit with a text", true, "normal", none, {}, {"chat", "send", "--edit", "hi"}, {}, 2, "--edit");
         row("1 turn refused", true, "normal", refuse, {}, {"chat", "send", "x"}, {}, 1, "Not allowed.");
         row("1 run failed", true, "error", none, {}, {"chat", "send", "x", "--wait", "20"}, {}, 1,
             "The agent's run failed");

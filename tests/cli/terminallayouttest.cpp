@@ -180,6 +180,9 @@ private slots:
         QTest::newRow("long body below the heading")
             << u"user"_s << u"a b c d e f g h i j k l m n o p"_s << QString()
             << u"#7 [2024-03-01 12:34] You:\na b c d e f g h i j k l m n o p"_s;
+        QTest::newRow("the user's long line wrapped at words")
+            << u"user"_s << u"%1 %2"_s.arg(QString(30, u'a'), QString(30, u'b')) << QString()
+            << u"#7 [2024-03-01 12:34] You:\n%1\n%2"_s.arg(QString(30, u'a'), QString(30, u'b'));
     }
 
     void logEntries()
