@@ -15,8 +15,10 @@ namespace ChatLog {
 
 Facts facts(const Markup::AnsiWriter::Options &render)
 {
-    return {L::t(u"את/ה"_s, u"You"_s, u"Вы"_s), L::t(u"את/ה (טלגרם)"_s, u"You (Telegram)"_s, u"Вы (Telegram)"_s),
-            L::t(u"הסוכן"_s, u"Agent"_s, u"Агент"_s), L::t(u"משימה %1"_s, u"task %1"_s, u"задача %1"_s), render};
+    return {L::t(u"את/ה"_s, u"You"_s, u"Вы"_s),
+            L::t(u"את/ה (טלגרם)"_s, u"You (Telegram)"_s, u"Вы (Telegram)"_s),
+            L::t(u"הסוכן"_s, u"Agent"_s, u"Агент"_s),
+            L::t(u"משימה %1"_s, u"task %1"_s, u"задача %1"_s), render};
 }
 
 namespace {
@@ -98,7 +100,8 @@ QList<const ChatMessage *> chosen(const QList<ChatMessage> &messages, std::optio
 QString entry(const ChatMessage &m, const Facts &facts, Clock &clock)
 {
     const bool agent = m.role == u"assistant";
-    QString out = u"#"_s + QString::number(m.seq) + u" ["_s + clock.stamp(ChatJson::millisOf(m.createdAt)) + u"] "_s;
+    QString out = u"#"_s + QString::number(m.seq) + u" ["_s +
+                  clock.stamp(ChatJson::millisOf(m.createdAt)) + u"] "_s;
     out += agent ? facts.agent : m.source == u"telegram" ? facts.youTelegram : facts.you;
     if (const auto task = m.taskNumber())
         out += u" · "_s + facts.task.arg(*task);
@@ -108,13 +111,14 @@ QString entry(const ChatMessage &m, const Facts &facts, Clock &clock)
         body = Markup::AnsiWriter::render(m.text, facts.render);
     else
         body = wrapped(facts.render.marks ? TerminalText::safe(m.text, TerminalText::Lines::Keep)
-                                          : Markup::AnsiWriter::unmarked(
-                                                TerminalText::safe(m.text, TerminalText::Lines::Keep)),
+                                          : Markup::AnsiWriter::unmarked(TerminalText::safe(
+                                                m.text, TerminalText::Lines::Keep)),
                        facts.render.width);
     // A short body stays on the heading's line; a longer one starts below it, so that its
     // wrapping and tables keep the width they were laid out for.
-    const bool inline_ = !body.contains(u'\n')
-                         && out.size() + 1 + Markup::AnsiWriter::displayWidth(body) <= facts.render.width;
+    const bool inline_ =
+        !body.contains(u'\n') &&
+        out.size() + 1 + Markup::AnsiWriter::displayWidth(body) <= facts.render.width;
     out += inline_ ? u' ' : u'\n';
     out += body;
     return out;

@@ -22,13 +22,16 @@ Parsed usageError(const QString &text)
 
 QString seeHelp(const QString &command = {})
 {
-    const QString line = u"halvenmark-cli help"_s + (command.isEmpty() ? QString() : u" "_s + command);
+    const QString line =
+        u"halvenmark-cli help"_s + (command.isEmpty() ? QString() : u" "_s + command);
     return L::t(u"עזרה: %1"_s, u"Help: %1"_s, u"Справка: %1"_s).arg(line);
 }
 
 QString didYouMean(const QString &what)
 {
-    return L::t(u" האם התכוונתם ל־%1?"_s, u" Did you mean %1?"_s, u" Возможно, имелось в виду %1?"_s).arg(what);
+    return L::t(u" האם התכוונתם ל־%1?"_s, u" Did you mean %1?"_s,
+                u" Возможно, имелось в виду %1?"_s)
+        .arg(what);
 }
 
 // The words of a command line the parser refused, for naming the command in the error: values
@@ -43,7 +46,8 @@ QStringList roughWords(const QStringList &arguments)
             break;
         }
         if (a.startsWith(u'-') && a.size() > 1) {
-            const CommandTable::Option *o = CommandTable::option(a.mid(a.startsWith(u"--") ? 2 : 1));
+            const CommandTable::Option *o =
+                CommandTable::option(a.mid(a.startsWith(u"--") ? 2 : 1));
             if (o && !o->valueName.isEmpty() && !a.contains(u'='))
                 ++i;
             continue;
@@ -58,10 +62,11 @@ QString dashHint(const QStringList &words)
 {
     if (words.size() < 2 || words[0] != u"chat" || words[1] != u"send")
         return {};
-    return u"\n"_s
-           + L::t(u"טקסט שמתחיל ב־‎-‎ בא אחרי ‎--‎: halvenmark-cli chat send -- \"-5 מעלות?\""_s,
-                  u"Text that starts with - goes after --: halvenmark-cli chat send -- \"-5 degrees?\""_s,
-                  u"Текст, начинающийся с -, пишется после --: halvenmark-cli chat send -- \"-5 градусов?\""_s);
+    return u"\n"_s +
+           L::t(
+               u"טקסט שמתחיל ב־‎-‎ בא אחרי ‎--‎: halvenmark-cli chat send -- \"-5 מעלות?\""_s,
+               u"Text that starts with - goes after --: halvenmark-cli chat send -- \"-5 degrees?\""_s,
+               u"Текст, начинающийся с -, пишется после --: halvenmark-cli chat send -- \"-5 градусов?\""_s);
 }
 
 QString unknownOption(const QString &name, const QStringList &words)
@@ -78,7 +83,9 @@ QString unknownOption(const QString &name, const QStringList &words)
         near = CommandTable::closest(name, candidates);
     }
     const QString shown = (name.size() == 1 ? u"-"_s : u"--"_s) + name;
-    QString text = L::t(u"אפשרות לא מוכרת: %1."_s, u"Unknown option: %1."_s, u"Неизвестный параметр: %1."_s).arg(shown);
+    QString text =
+        L::t(u"אפשרות לא מוכרת: %1."_s, u"Unknown option: %1."_s, u"Неизвестный параметр: %1."_s)
+            .arg(shown);
     if (near)
         text += didYouMean(u"--"_s + *near);
     return text + dashHint(words);
@@ -101,7 +108,8 @@ std::optional<double> positiveSeconds(const QString &text)
 
 QString needs(const QString &option, const QString &he, const QString &en, const QString &ru)
 {
-    return L::t(u"‎--%1‎ צריך %2."_s, u"--%1 needs %2."_s, u"Для --%1 нужно %2."_s).arg(option, L::t(he, en, ru));
+    return L::t(u"‎--%1‎ צריך %2."_s, u"--%1 needs %2."_s, u"Для --%1 нужно %2."_s)
+        .arg(option, L::t(he, en, ru));
 }
 
 // Typed fields from the options given; an error text when a value does not read.
@@ -128,12 +136,14 @@ QString fill(Invocation &in)
     if (in.isSet(u"reply-to"_s)) {
         in.replyTo = positive(one(u"reply-to"));
         if (!in.replyTo)
-            return needs(u"reply-to"_s, u"מספר הודעה"_s, u"a message number"_s, u"номер сообщения"_s);
+            return needs(u"reply-to"_s, u"מספר הודעה"_s, u"a message number"_s,
+                         u"номер сообщения"_s);
     }
     if (in.isSet(u"limit"_s)) {
         const auto n = positive(one(u"limit"));
         if (!n || *n > std::numeric_limits<int>::max())
-            return needs(u"limit"_s, u"מספר חיובי"_s, u"a positive number"_s, u"положительное число"_s);
+            return needs(u"limit"_s, u"מספר חיובי"_s, u"a positive number"_s,
+                         u"положительное число"_s);
         in.limit = int(*n);
     }
     if (in.isSet(u"since"_s)) {
@@ -151,9 +161,11 @@ QString fill(Invocation &in)
         return s.has_value();
     };
     if (!seconds(u"wait", in.wait))
-        return needs(u"wait"_s, u"מספר שניות חיובי"_s, u"a positive number of seconds"_s, u"положительное число секунд"_s);
+        return needs(u"wait"_s, u"מספר שניות חיובי"_s, u"a positive number of seconds"_s,
+                     u"положительное число секунд"_s);
     if (!seconds(u"every", in.every))
-        return needs(u"every"_s, u"מספר שניות חיובי"_s, u"a positive number of seconds"_s, u"положительное число секунд"_s);
+        return needs(u"every"_s, u"מספר שניות חיובי"_s, u"a positive number of seconds"_s,
+                     u"положительное число секунд"_s);
     if (!seconds(u"rate", in.rate))
         return needs(u"rate"_s, u"1, 1.5 או 2"_s, u"1, 1.5 or 2"_s, u"1, 1.5 или 2"_s);
     return {};
@@ -165,8 +177,9 @@ Parsed helpFor(const QStringList &words)
         return {std::nullopt, Done, CommandTable::summary(), {}};
     const QString &command = words.first();
     if (!CommandTable::isCommand(command)) {
-        QString text = L::t(u"פקודה לא מוכרת: %1."_s, u"Unknown command: %1."_s, u"Неизвестная команда: %1."_s)
-                           .arg(command);
+        QString text =
+            L::t(u"פקודה לא מוכרת: %1."_s, u"Unknown command: %1."_s, u"Неизвестная команда: %1."_s)
+                .arg(command);
         if (const auto near = CommandTable::closest(command, CommandTable::commandNames()))
             text += didYouMean(*near);
         return usageError(text + u"\n"_s + seeHelp());
@@ -184,7 +197,7 @@ Parsed helpFor(const QStringList &words)
 QString version()
 {
     return u"halvenmark-cli %1 (build %2)"_s.arg(QString::fromUtf8(BuildInfo::version),
-                                                  QString::fromUtf8(BuildInfo::build));
+                                                 QString::fromUtf8(BuildInfo::build));
 }
 
 Parsed parse(const QStringList &arguments)
@@ -192,13 +205,15 @@ Parsed parse(const QStringList &arguments)
     QCommandLineParser parser;
     parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsOptions);
     for (const CommandTable::Option &o : CommandTable::options()) {
-        const QStringList names = o.name == u"help" ? QStringList{u"h"_s, u"help"_s} : QStringList{o.name};
+        const QStringList names =
+            o.name == u"help" ? QStringList{u"h"_s, u"help"_s} : QStringList{o.name};
         parser.addOption(QCommandLineOption(names, QString(), o.valueName));
     }
     const bool read = parser.parse(arguments);
     // The language first: every text from here on is in it.
     if (parser.isSet(u"lang"_s) && !L::pin(parser.value(u"lang"_s)))
-        return usageError(L::t(u"שפה לא מוכרת: %1 (he, en, ru)"_s, u"Unknown language: %1 (he, en, ru)"_s,
+        return usageError(L::t(u"שפה לא מוכרת: %1 (he, en, ru)"_s,
+                               u"Unknown language: %1 (he, en, ru)"_s,
                                u"Неизвестный язык: %1 (he, en, ru)"_s)
                               .arg(parser.value(u"lang"_s)));
     if (!read) {
@@ -221,8 +236,9 @@ Parsed parse(const QStringList &arguments)
     if (command == u"help")
         return helpFor(words);
     if (!CommandTable::isCommand(command)) {
-        QString text = L::t(u"פקודה לא מוכרת: %1."_s, u"Unknown command: %1."_s, u"Неизвестная команда: %1."_s)
-                           .arg(command);
+        QString text =
+            L::t(u"פקודה לא מוכרת: %1."_s, u"Unknown command: %1."_s, u"Неизвестная команда: %1."_s)
+                .arg(command);
         if (const auto near = CommandTable::closest(command, CommandTable::commandNames()))
             text += didYouMean(*near);
         return usageError(text + u"\n"_s + seeHelp());
@@ -230,14 +246,18 @@ Parsed parse(const QStringList &arguments)
     const CommandTable::Form *form = CommandTable::resolve(command, words);
     if (!form) {
         const QString sub = words.value(0);
-        QString text = L::t(u"ל־%1 אין פקודה %2."_s, u"%1 has no subcommand %2."_s, u"У %1 нет подкоманды %2."_s)
+        QString text = L::t(u"ל־%1 אין פקודה %2."_s, u"%1 has no subcommand %2."_s,
+                            u"У %1 нет подкоманды %2."_s)
                            .arg(command, sub.isEmpty() ? u"\"\""_s : sub);
         if (const auto near = CommandTable::closest(sub, CommandTable::subcommands(command)))
             text += didYouMean(command + u" "_s + *near);
         return usageError(text + u"\n"_s + seeHelp(command));
     }
     if (parser.isSet(u"help"_s))
-        return {std::nullopt, Done, form->sub.isEmpty() ? CommandTable::help(command) : CommandTable::help(*form), {}};
+        return {std::nullopt,
+                Done,
+                form->sub.isEmpty() ? CommandTable::help(command) : CommandTable::help(*form),
+                {}};
 
     QStringList given;
     for (const QString &name : parser.optionNames())
@@ -245,12 +265,13 @@ Parsed parse(const QStringList &arguments)
     const QStringList refused = CommandTable::refused(*form, given);
     if (!refused.isEmpty()) {
         const QString name = form->sub.isEmpty() ? command : command + u" "_s + form->sub;
-        QString text = L::t(u"%1 לא מקבלת ‎--%2‎."_s, u"%1 does not take --%2."_s, u"%1 не принимает --%2."_s)
+        QString text = L::t(u"%1 לא מקבלת ‎--%2‎."_s, u"%1 does not take --%2."_s,
+                            u"%1 не принимает --%2."_s)
                            .arg(name, refused.first());
         if (const auto near = CommandTable::closest(refused.first(), form->options))
             text += didYouMean(u"--"_s + *near);
-        return usageError(text + u"\n"_s + L::t(u"שימוש: "_s, u"Usage: "_s, u"Использование: "_s)
-                          + u"halvenmark-cli "_s + form->usage);
+        return usageError(text + u"\n"_s + L::t(u"שימוש: "_s, u"Usage: "_s, u"Использование: "_s) +
+                          u"halvenmark-cli "_s + form->usage);
     }
 
     Invocation in;

@@ -31,7 +31,7 @@ struct Form {
     QStringList options; // names from options(); the global ones are always taken
     QString usage;       // after "halvenmark-cli "
     Said about;
-    QStringList examples; // whole command lines
+    QStringList examples;    // whole command lines
     bool takesWords = false; // the bare form reads positional words (get PATH)
 };
 

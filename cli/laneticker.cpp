@@ -14,10 +14,11 @@ LaneTicker::LaneTicker(ChatStore *store, QString runID, bool terminal, int width
     , m_terminal(terminal)
     , m_width(width)
 {
-    m_connection = QObject::connect(store, &ChatStore::laneChanged, store, [this](const Lane &lane) {
-        if (lane.id == m_run)
-            show(lane);
-    });
+    m_connection =
+        QObject::connect(store, &ChatStore::laneChanged, store, [this](const Lane &lane) {
+            if (lane.id == m_run)
+                show(lane);
+        });
 }
 
 LaneTicker::~LaneTicker()
@@ -33,8 +34,10 @@ QString LaneTicker::summary(const Lane &lane, int width, bool withText)
 {
     QString out = u"▸ "_s + TerminalText::safe(lane.heading());
     for (const Activity &step : lane.tools) {
-        out += u" · "_s + TerminalText::safe(step.title)
-               + (Activity::isOpen(step.status) ? u" …"_s : step.status == u"error" ? u" ✗"_s : u" ✓"_s);
+        out += u" · "_s + TerminalText::safe(step.title) +
+               (Activity::isOpen(step.status) ? u" …"_s
+                : step.status == u"error"     ? u" ✗"_s
+                                              : u" ✓"_s);
     }
     const QString last = lane.text.section(u'\n', -1, -1, QString::SectionSkipEmpty).trimmed();
     if (withText && !last.isEmpty())

@@ -22,9 +22,10 @@ bool fromStdin(const QStringList &words)
 std::optional<QString> readStdin()
 {
     if (Console::stdinIsTerminal())
-        Console::err(L::t(u"כתבו את ההודעה; Ctrl-D בשורה חדשה שולח, Ctrl-C מבטל."_s,
-                          u"Type the message; Ctrl-D on a new line sends it, Ctrl-C gives up."_s,
-                          u"Введите сообщение; Ctrl-D в новой строке отправляет, Ctrl-C отменяет."_s));
+        Console::err(
+            L::t(u"כתבו את ההודעה; Ctrl-D בשורה חדשה שולח, Ctrl-C מבטל."_s,
+                 u"Type the message; Ctrl-D on a new line sends it, Ctrl-C gives up."_s,
+                 u"Введите сообщение; Ctrl-D в новой строке отправляет, Ctrl-C отменяет."_s));
     QByteArray bytes;
     char chunk[65536];
     while (true) {
@@ -69,14 +70,17 @@ QCoro::Task<std::optional<QString>> fromEditor()
     {
         QFile file(path);
         if (!dir.isValid() || !file.open(QIODevice::WriteOnly)) {
-            Console::err(L::t(u"לא ניתן ליצור קובץ זמני לעורך."_s, u"Could not make a file for the editor."_s,
+            Console::err(L::t(u"לא ניתן ליצור קובץ זמני לעורך."_s,
+                              u"Could not make a file for the editor."_s,
                               u"Не удалось создать файл для редактора."_s));
             co_return std::nullopt;
         }
-        file.write(L::t(u"\n# כתבו את ההודעה מעל. שורות שמתחילות ב־# לא נשלחות; קובץ ריק מבטל.\n"_s,
-                        u"\n# Write the message above. Lines starting with # are not sent; an empty file gives up.\n"_s,
-                        u"\n# Напишите сообщение выше. Строки с # не отправляются; пустой файл отменяет.\n"_s)
-                       .toUtf8());
+        file.write(
+            L::t(
+                u"\n# כתבו את ההודעה מעל. שורות שמתחילות ב־# לא נשלחות; קובץ ריק מבטל.\n"_s,
+                u"\n# Write the message above. Lines starting with # are not sent; an empty file gives up.\n"_s,
+                u"\n# Напишите сообщение выше. Строки с # не отправляются; пустой файл отменяет.\n"_s)
+                .toUtf8());
     }
     // Through the shell, so that EDITOR may carry arguments ("code --wait").
     QProcess process;
@@ -87,7 +91,8 @@ QCoro::Task<std::optional<QString>> fromEditor()
     while (process.state() != QProcess::NotRunning)
         co_await QCoro::sleepFor(std::chrono::milliseconds(50));
     if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
-        Console::err(L::t(u"העורך (%1) נכשל; לא נשלח דבר."_s, u"The editor (%1) failed; nothing was sent."_s,
+        Console::err(L::t(u"העורך (%1) נכשל; לא נשלח דבר."_s,
+                          u"The editor (%1) failed; nothing was sent."_s,
                           u"Редактор (%1) завершился с ошибкой; ничего не отправлено."_s)
                          .arg(editor()));
         co_return std::nullopt;

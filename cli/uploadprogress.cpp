@@ -16,8 +16,9 @@ UploadProgress::UploadProgress(Names names)
     auto *transfers = ChatBackgroundTransfer::shared();
     if (!transfers || isatty(STDERR_FILENO) != 1)
         return;
-    QObject::connect(transfers, &ChatBackgroundTransfer::progress, transfers,
-                     [this](const QString &key, qint64 sent, qint64 total) { report(key, sent, total); });
+    QObject::connect(
+        transfers, &ChatBackgroundTransfer::progress, transfers,
+        [this](const QString &key, qint64 sent, qint64 total) { report(key, sent, total); });
 }
 
 QString UploadProgress::size(qint64 bytes)
@@ -33,16 +34,17 @@ QString UploadProgress::size(qint64 bytes)
 
 QString UploadProgress::line(const QString &name, qint64 sent, qint64 total, double seconds)
 {
-    QString out = name + u"  "_s
-                  + L::t(u"%1 מתוך %2"_s, u"%1 of %2"_s, u"%1 из %2"_s).arg(size(sent), size(total));
+    QString out = name + u"  "_s +
+                  L::t(u"%1 מתוך %2"_s, u"%1 of %2"_s, u"%1 из %2"_s).arg(size(sent), size(total));
     if (seconds < 0.25 || sent <= 0)
         return out;
     const double rate = double(sent) / seconds;
     out += u"  "_s + L::t(u"%1 לשנייה"_s, u"%1/s"_s, u"%1/с"_s).arg(size(qint64(rate)));
     if (sent < total) {
         const qint64 left = qint64(double(total - sent) / rate + 0.999);
-        const QString time = left >= 60 ? u"%1:%2"_s.arg(left / 60).arg(left % 60, 2, 10, QChar(u'0'))
-                                        : L::t(u"%1 שנ׳"_s, u"%1 s"_s, u"%1 с"_s).arg(left);
+        const QString time = left >= 60
+                                 ? u"%1:%2"_s.arg(left / 60).arg(left % 60, 2, 10, QChar(u'0'))
+                                 : L::t(u"%1 שנ׳"_s, u"%1 s"_s, u"%1 с"_s).arg(left);
         out += u"  "_s + L::t(u"עוד %1"_s, u"%1 left"_s, u"осталось %1"_s).arg(time);
     }
     return out;
@@ -59,8 +61,10 @@ void UploadProgress::report(const QString &key, qint64 sent, qint64 total)
         started->start();
     }
     const QString name = TerminalText::safe(m_names(key.mid(at + 8)));
-    const QString shown = line(name.isEmpty() ? u"…"_s : name, sent, total, double(started->elapsed()) / 1000);
-    const QByteArray bytes = (u"\r\x1b[K"_s + shown + (sent >= total ? u"\n"_s : QString())).toUtf8();
+    const QString shown =
+        line(name.isEmpty() ? u"…"_s : name, sent, total, double(started->elapsed()) / 1000);
+    const QByteArray bytes =
+        (u"\r\x1b[K"_s + shown + (sent >= total ? u"\n"_s : QString())).toUtf8();
     std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stderr);
     std::fflush(stderr);
 }

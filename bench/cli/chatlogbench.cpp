@@ -82,7 +82,8 @@ void before(const QList<ChatMessage> &messages, FILE *out, int fd)
     for (const ChatMessage &m : messages) {
         const QString who = m.role == u"assistant" ? L::t(u"הסוכן"_s, u"Agent"_s, u"Агент"_s)
                                                    : L::t(u"את/ה"_s, u"You"_s, u"Вы"_s);
-        const QString when = QDateTime::fromMSecsSinceEpoch(ChatJson::millisOf(m.createdAt)).toString(u"yyyy-MM-dd HH:mm"_s);
+        const QString when = QDateTime::fromMSecsSinceEpoch(ChatJson::millisOf(m.createdAt))
+                                 .toString(u"yyyy-MM-dd HH:mm"_s);
         QString line = u"["_s + when + u"] "_s + who + u": "_s;
         if (m.role == u"assistant") {
             winsize size{};
@@ -105,7 +106,8 @@ Markup::AnsiWriter::Options terminalOptions()
 
 void BM_PrintBytes(benchmark::State &state)
 {
-    const QByteArray bytes = ChatLog::text(ChatLog::chosen(conversation(), {}, {}), ChatLog::facts(terminalOptions()));
+    const QByteArray bytes =
+        ChatLog::text(ChatLog::chosen(conversation(), {}, {}), ChatLog::facts(terminalOptions()));
     Terminal terminal;
     for (auto _ : state) {
         std::fwrite(bytes.constData(), 1, size_t(bytes.size()), terminal.out);
@@ -129,7 +131,8 @@ void BM_Log(benchmark::State &state)
     const QList<ChatMessage> messages = conversation();
     Terminal terminal;
     for (auto _ : state)
-        ChatLog::print(ChatLog::chosen(messages, {}, {}), ChatLog::facts(terminalOptions()), terminal.out);
+        ChatLog::print(ChatLog::chosen(messages, {}, {}), ChatLog::facts(terminalOptions()),
+                       terminal.out);
 }
 BENCHMARK(BM_Log)->Unit(benchmark::kMillisecond);
 
@@ -138,7 +141,8 @@ void BM_LogFormatOnly(benchmark::State &state)
 {
     const QList<ChatMessage> messages = conversation();
     for (auto _ : state)
-        benchmark::DoNotOptimize(ChatLog::text(ChatLog::chosen(messages, {}, {}), ChatLog::facts(terminalOptions())));
+        benchmark::DoNotOptimize(
+            ChatLog::text(ChatLog::chosen(messages, {}, {}), ChatLog::facts(terminalOptions())));
 }
 BENCHMARK(BM_LogFormatOnly)->Unit(benchmark::kMillisecond);
 

@@ -44,7 +44,8 @@ private slots:
         QTest::newRow("a long word is broken") << u"abcdefgh ij"_s << 3 << u"abc|def|gh|ij"_s;
         QTest::newRow("wide characters take two") << u"日本語 x"_s << 4 << u"日本|語 x"_s;
         QTest::newRow("Hebrew words") << u"שלום עולם יפה"_s << 9 << u"שלום עולם|יפה"_s;
-        QTest::newRow("combining marks take none") << u"e\u0301e\u0301 e"_s << 2 << u"e\u0301e\u0301|e"_s;
+        QTest::newRow("combining marks take none")
+            << u"e\u0301e\u0301 e"_s << 2 << u"e\u0301e\u0301|e"_s;
         QTest::newRow("empty") << QString() << 5 << QString();
     }
 
@@ -60,11 +61,12 @@ private slots:
     {
         QTest::addColumn<QString>("markup");
         QTest::addColumn<QString>("shown");
-        QTest::newRow("paragraph") << u"one two three four five six"_s << u"one two three four|five six"_s;
+        QTest::newRow("paragraph")
+            << u"one two three four five six"_s << u"one two three four|five six"_s;
         QTest::newRow("link spelled out, wrapped with it")
             << u"[docs](https://e.com/d) now"_s << u"docs|(https://e.com/d)|now"_s;
-        QTest::newRow("preformatted kept whole") << u"<pre>one two three four five six</pre>"_s
-                                                 << u"one two three four five six"_s;
+        QTest::newRow("preformatted kept whole")
+            << u"<pre>one two three four five six</pre>"_s << u"one two three four five six"_s;
     }
 
     void paragraphsFitTheWidth()
@@ -87,7 +89,8 @@ private slots:
     void tableColumns()
     {
         QFETCH(QString, table);
-        const QStringList lines = Markup::AnsiWriter::render(table, Options{40, false, false, false}).split(u'\n');
+        const QStringList lines =
+            Markup::AnsiWriter::render(table, Options{40, false, false, false}).split(u'\n');
         QCOMPARE(lines.size(), 5);
         QTEST(lines[3], "row");
     }
@@ -95,7 +98,8 @@ private slots:
     void tableCellsWrapToFit()
     {
         const QString table = u"| name | note |\n|---|---|\n| a | words that do not fit |"_s;
-        const QStringList lines = Markup::AnsiWriter::render(table, Options{20, false, false, false}).split(u'\n');
+        const QStringList lines =
+            Markup::AnsiWriter::render(table, Options{20, false, false, false}).split(u'\n');
         for (const QString &line : lines)
             QVERIFY2(Markup::AnsiWriter::displayWidth(line) <= 20, qPrintable(line));
         QVERIFY(lines.size() > 5); // the long cell took more than one line
@@ -107,7 +111,8 @@ private slots:
         QTest::addColumn<bool>("hyperlinks");
         QTest::addColumn<QString>("shown");
         const QString lrm = QString(QChar(0x200E));
-        QTest::newRow("pipe: no marks, URL written") << false << false << u"see x (https://x.org)"_s;
+        QTest::newRow("pipe: no marks, URL written")
+            << false << false << u"see x (https://x.org)"_s;
         QTest::newRow("--bidi: marks kept") << true << false << lrm + u"see x (https://x.org)"_s;
         QTest::newRow("hyperlinks: no URL in the text")
             << false << true << u"see \x1b]8;;https://x.org\x1b\\x\x1b]8;;\x1b\\"_s;
@@ -117,7 +122,9 @@ private slots:
     {
         QFETCH(bool, marks);
         QFETCH(bool, hyperlinks);
-        QTEST(Markup::AnsiWriter::render(u"see [x](https://x.org)"_s, Options{80, false, hyperlinks, marks}), "shown");
+        QTEST(Markup::AnsiWriter::render(u"see [x](https://x.org)"_s,
+                                         Options{80, false, hyperlinks, marks}),
+              "shown");
     }
 
     void hyperlinksWhereShown_data()
@@ -174,7 +181,8 @@ private slots:
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("taskNo");
         QTest::addColumn<QString>("entry");
-        QTest::newRow("user, short") << u"user"_s << u"hi"_s << QString() << u"#7 [2024-03-01 12:34] You: hi"_s;
+        QTest::newRow("user, short")
+            << u"user"_s << u"hi"_s << QString() << u"#7 [2024-03-01 12:34] You: hi"_s;
         QTest::newRow("agent with a task") << u"assistant"_s << u"**done**"_s << u"12"_s
                                            << u"#7 [2024-03-01 12:34] Agent · task 12: done"_s;
         QTest::newRow("long body below the heading")
@@ -205,10 +213,14 @@ private slots:
         QTest::addColumn<qint64>("millis");
         QTest::addColumn<QString>("stamp");
         QTest::newRow("epoch") << QByteArray("UTC") << qint64(0) << u"1970-01-01 00:00"_s;
-        QTest::newRow("leap day") << QByteArray("UTC") << qint64(951782400000) << u"2000-02-29 00:00"_s;
-        QTest::newRow("east of UTC") << QByteArray("Asia/Jerusalem") << qint64(1709296440000) << u"2024-03-01 14:34"_s;
-        QTest::newRow("summer time") << QByteArray("Asia/Jerusalem") << qint64(1719837240000) << u"2024-07-01 15:34"_s;
-        QTest::newRow("before 1970") << QByteArray("UTC") << qint64(-60000) << u"1969-12-31 23:59"_s;
+        QTest::newRow("leap day") << QByteArray("UTC") << qint64(951782400000)
+                                  << u"2000-02-29 00:00"_s;
+        QTest::newRow("east of UTC")
+            << QByteArray("Asia/Jerusalem") << qint64(1709296440000) << u"2024-03-01 14:34"_s;
+        QTest::newRow("summer time")
+            << QByteArray("Asia/Jerusalem") << qint64(1719837240000) << u"2024-07-01 15:34"_s;
+        QTest::newRow("before 1970")
+            << QByteArray("UTC") << qint64(-60000) << u"1969-12-31 23:59"_s;
     }
 
     void clockAcrossZones()
@@ -242,8 +254,9 @@ private slots:
             all.last().seq = seq;
         }
         QList<qint64> seqs;
-        for (const ChatMessage *m : ChatLog::chosen(all, since < 0 ? std::nullopt : std::optional<qint64>(since),
-                                                    limit ? std::optional(limit) : std::nullopt))
+        for (const ChatMessage *m :
+             ChatLog::chosen(all, since < 0 ? std::nullopt : std::optional<qint64>(since),
+                             limit ? std::optional(limit) : std::nullopt))
             seqs << m->seq;
         QTEST(seqs, "seqs");
     }
