@@ -10,7 +10,13 @@
 #include "chat/chatjson.h"
 #include "chat/chatoutbox.h"
 #include "chat/chatrowsmodel.h"
+#include "chatfollower.h"
+#include "chatlog.h"
+#include "commandtable.h"
 #include "chatprompt.h"
+#include "laneticker.h"
+#include "turninput.h"
+#include "uploadprogress.h"
 #include "videoprep.h"
 #include "voicecommands.h"
 #include "render.h"
@@ -28,44 +34,27 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 #include <QJsonArray>
+#include <QJsonDocument>
 
 #include <cstdio>
+#include <functional>
+#include <map>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-QString who(const ChatMessage &m)
-{
-    if (m.role == u"assistant")
-        return L::t(u"הסוכן"_s, u"Agent"_s, u"Агент"_s);
-    if (m.source == u"telegram")
-        return L::t(u"את/ה (טלגרם)"_s, u"You (Telegram)"_s, u"Вы (Telegram)"_s);
-    return L::t(u"את/ה"_s, u"You"_s, u"Вы"_s);
-}
-
 QString rendered(const QString &text);
 
-QString line(const ChatMessage &m)
+// The usage of the chat form the words name, from the command table.
+void usage(const QStringList &words = {})
 {
-    const QString when = QDateTime::fromMSecsSinceEpoch(ChatJson::millisOf(m.createdAt))
-                             .toString(u"yyyy-MM-dd HH:mm"_s);
-    return u"["_s + when + u"] "_s + who(m) + u": "_s
-           + (m.role == u"assistant" ? rendered(m.text) : TerminalText::safe(m.text, TerminalText::Lines::Keep));
+    const CommandTable::Form *form = CommandTable::resolve(u"chat"_s, words);
+    Console::err(L::t(u"שימוש: "_s, u"Usage: "_s, u"Использование: "_s) + u"halvenmark-cli "_s
+                 + (form ? form->usage : u"chat"_s));
 }
 
-void usage()
-{
-    const QString forms = u"chat [--project N]\n"
-                          "  chat log [--project N] [--json]\n"
-                          "  chat follow [--project N]\n"
-                          "  chat send TEXT [--file PATH]... [--project N] [--reply-to SEQ] [--wait SECONDS]\n"
-                          "  chat outbox [--json] | chat drain | chat retry ID | chat stop N\n"
-                          "  chat play SEQ [--output FILE] [--rate 1|1.5|2]\n"
-                          "  chat send --voice FILE.wav | chat record [--seconds S] | chat transcribe FILE.wav"_s;
-    Console::err(L::t(u"שימוש: "_s, u"Usage: "_s, u"Использование: "_s) + forms);
-}
 
 std::unique_ptr<ChatStore> storeFor(const Invocation &in)
 {
@@ -90,10 +79,10 @@ QCoro::Task<int> stopTask(ChatStore &store, int task)
 // The agent's markup, styled for this terminal (plain into a pipe or with NO_COLOR).
 QString rendered(const QString &text)
 {
-    return Markup::AnsiWriter::render(text, RenderCommand::terminalWidth(), RenderCommand::colourWanted());
+    return Markup::AnsiWriter::render(text, RenderCommand::options());
 }
 
-QCoro::Task<int> log(Invocation in)
+QCoro::Task<int> showLog(Invocation in)
 {
     auto store = storeFor(in);
     store->hydrate();
@@ -104,66 +93,18 @@ QCoro::Task<int> log(Invocation in)
         if (store->messages().isEmpty())
             co_return store->failureUnreachable() ? Unreachable : Refused;
     }
+    const QList<const ChatMessage *> shown = ChatLog::chosen(store->messages(), in.since, in.limit);
     if (in.json) {
         QJsonArray out;
-        for (const ChatMessage &m : store->messages())
-            out.append(m.toJson());
+        for (const ChatMessage *m : shown)
+            out.append(m->toJson());
         Console::json(out);
     } else {
-        for (const ChatMessage &m : store->messages())
-            Console::out(line(m));
+        // Written in large pieces, not a flush per message.
+        ChatLog::print(shown, ChatLog::facts(RenderCommand::options()), stdout);
     }
     co_return Done;
 }
-
-// Prints what changes in lanes and each new reply, one line per event.
-class Follower
-{
-public:
-    explicit Follower(ChatStore *store)
-    {
-        QObject::connect(store, &ChatStore::laneChanged, store, [this](const Lane &lane) { onLane(lane); });
-        QObject::connect(store, &ChatStore::messageAdded, store, [](const ChatMessage &m) {
-            if (m.role == u"assistant")
-                Console::out(u"💬 "_s + who(m) + u": "_s + rendered(m.text));
-        });
-    }
-
-private:
-    struct Seen {
-        QString label, text;
-        QHash<QString, QString> tools; // step id → status
-        bool finished = false;
-    };
-
-    void onLane(const Lane &lane)
-    {
-        Seen &seen = m_seen[lane.id];
-        if (lane.heading() != seen.label || lane.text != seen.text) {
-            seen.label = lane.heading();
-            seen.text = lane.text;
-            const QString last = lane.text.section(u'\n', -1, -1, QString::SectionSkipEmpty);
-            Console::out(u"▸ "_s + TerminalText::safe(lane.heading())
-                         + (last.isEmpty() ? QString() : u": "_s + TerminalText::safe(last.left(160))));
-        }
-        for (const Activity &step : lane.tools) {
-            if (seen.tools.value(step.id) == step.status)
-                continue;
-            seen.tools.insert(step.id, step.status);
-            const QString detail = step.usefulDetail();
-            Console::out(u"  ↳ "_s + TerminalText::safe(step.title)
-                         + (detail.isEmpty() ? QString() : u" — "_s + TerminalText::safe(detail))
-                         + u" ["_s + TerminalText::safe(step.status) + u"]"_s);
-        }
-        if (lane.finished && !seen.finished) {
-            seen.finished = true;
-            Console::out(u"✓ "_s + TerminalText::safe(lane.heading()) + u" ("_s
-                         + TerminalText::safe(lane.outcome.value_or(u"completed"_s)) + u")"_s);
-        }
-    }
-
-    QHash<QString, Seen> m_seen;
-};
 
 QCoro::Task<int> follow(Invocation in)
 {
@@ -174,7 +115,7 @@ QCoro::Task<int> follow(Invocation in)
         co_await qCoro(store.get(), &ChatStore::loadingChanged);
     if (!store->failure().isEmpty())
         Console::err(TerminalText::safe(store->failure()));
-    Follower follower(store.get());
+    ChatFollower follower(store.get(), in.json);
     Session *session = Session::shared();
     while (session->gate() != Session::Gate::Out)
         co_await qCoro(session, &Session::gateChanged);
@@ -188,23 +129,45 @@ QString keptText()
                 u"Нет связи с сервером: сообщение сохранено в исходящих и уйдёт, когда связь вернётся."_s);
 }
 
-// Upload progress as a bar on a terminal; nothing into a pipe.
-void showProgress()
+// Upload progress named by the outbox's file names.
+std::unique_ptr<UploadProgress> showProgress(ChatStore *store)
 {
-    auto *transfers = ChatBackgroundTransfer::shared();
-    if (!transfers || isatty(STDERR_FILENO) != 1)
-        return;
-    QObject::connect(transfers, &ChatBackgroundTransfer::progress, transfers,
-                     [](const QString &key, qint64 sent, qint64 total) {
-                         if (total < UploadMeter::smallest || !key.contains(u":upload:"))
-                             return;
-                         const int percent = int(100 * sent / std::max<qint64>(total, 1));
-                         const int filled = percent * 30 / 100;
-                         const QString bar = QString(filled, u'#') + QString(30 - filled, u' ');
-                         std::fprintf(stderr, "\r[%s] %3d%%%s", qPrintable(bar), percent,
-                                      sent >= total ? "\n" : "");
-                         std::fflush(stderr);
-                     });
+    QPointer<ChatStore> held(store);
+    return std::make_unique<UploadProgress>([held](const QString &fileID) {
+        if (!held)
+            return QString();
+        for (const OutboxTurn &turn : held->outbox().state().turns) {
+            for (const OutboxFile &file : turn.files) {
+                if (file.id == fileID || file.fileID == fileID)
+                    return file.name;
+            }
+        }
+        return QString();
+    });
+}
+
+// The outbox turn an id names: the whole id, or a start of it no other turn shares. Says why on
+// stderr when there is none.
+std::optional<QString> turnNamed(const ChatStore &store, const QString &given)
+{
+    QStringList matches;
+    for (const OutboxTurn &turn : store.outbox().state().turns) {
+        if (turn.id == given)
+            return turn.id;
+        if (!given.isEmpty() && turn.id.startsWith(given))
+            matches << turn.id;
+    }
+    if (matches.size() == 1)
+        return matches.first();
+    if (matches.isEmpty())
+        Console::err(L::t(u"אין בתיבת היוצאים הודעה %1."_s, u"No turn %1 in the outbox."_s,
+                          u"В исходящих нет сообщения %1."_s)
+                         .arg(TerminalText::safe(given)));
+    else
+        Console::err(L::t(u"%1 מתאים לכמה הודעות: %2"_s, u"%1 fits several turns: %2"_s,
+                          u"%1 подходит к нескольким сообщениям: %2"_s)
+                         .arg(TerminalText::safe(given), matches.join(u", "_s)));
+    return std::nullopt;
 }
 
 // The exit status of a turn after its delivery: gone from the outbox means accepted.
@@ -225,29 +188,76 @@ int outcomeOf(const ChatStore &store, const QString &turnID)
     return Done;
 }
 
+// A run that ended in failure: its lane finished with "error".
+bool runFailed(const ChatStore &store, const QString &runID)
+{
+    auto failed = [&](const Lane &lane) { return lane.id == runID && lane.finished && lane.outcome == u"error"; };
+    return std::any_of(store.lanes().begin(), store.lanes().end(), failed)
+           || std::any_of(store.activityHistory().begin(), store.activityHistory().end(), failed);
+}
+
+std::optional<ChatMessage> replyTo(const ChatStore &store, const QString &runID)
+{
+    for (const ChatMessage &m : store.messages()) {
+        if (m.role == u"assistant" && m.runID == runID)
+            return m;
+    }
+    return std::nullopt;
+}
+
+// The text of a turn: its words, else stdin, else the editor. Nothing when it cannot be had.
+QCoro::Task<std::optional<QString>> turnText(Invocation in)
+{
+    const QStringList words = in.args.mid(1);
+    if (in.edit) {
+        if (!words.isEmpty()) {
+            Console::err(L::t(u"‎--edit‎ לא הולך עם טקסט בשורת הפקודה."_s, u"--edit does not go with a text on the command line."_s,
+                              u"--edit несовместим с текстом в командной строке."_s));
+            co_return std::nullopt;
+        }
+        co_return co_await TurnInput::fromEditor();
+    }
+    // Files alone from a terminal: nothing to ask for.
+    if (words.isEmpty() && !in.files.isEmpty() && Console::stdinIsTerminal())
+        co_return QString();
+    if (TurnInput::fromStdin(words)) {
+        const std::optional<QString> read = TurnInput::readStdin();
+        if (!read)
+            Console::err(L::t(u"לא ניתן לקרוא את ההודעה מהקלט."_s, u"Could not read the message from stdin."_s,
+                              u"Не удалось прочитать сообщение из stdin."_s));
+        co_return read;
+    }
+    co_return words.join(u' ');
+}
+
 QCoro::Task<int> sendTurn(Invocation in)
 {
-    const QString text = in.args.mid(1).join(u' ');
+    const std::optional<QString> given = co_await turnText(in);
+    if (!given)
+        co_return Usage;
+    const QString text = *given;
     if (text.trimmed().isEmpty() && in.files.isEmpty()) {
-        usage();
+        Console::err(L::t(u"אין מה לשלוח: ההודעה ריקה."_s, u"Nothing to send: the message is empty."_s,
+                          u"Нечего отправлять: сообщение пустое."_s));
+        usage({u"send"_s});
         co_return Usage;
     }
     auto store = storeFor(in);
     store->prepare();
     // Shrunk videos wait here until they are copied into the outbox.
     QTemporaryDir scratch(QDir::temp().filePath(u"shared-XXXXXX"_s));
-    for (const QString &given : in.files) {
-        QString path = given;
+    for (const QString &path0 : in.files) {
+        QString path = path0;
         QString name;
-        if (VideoPrep::isVideo(given)) {
-            const std::optional<QString> shrunk = co_await VideoPrep::shrink(given, scratch.path());
+        if (VideoPrep::isVideo(path0)) {
+            const std::optional<QString> shrunk = co_await VideoPrep::shrink(path0, scratch.path());
             if (!shrunk)
                 co_return Refused;
             path = *shrunk;
-            name = QFileInfo(given).completeBaseName() + u".mp4"_s;
+            name = QFileInfo(path0).completeBaseName() + u".mp4"_s;
         }
         if (!store->attachFile(path, name)) {
-            Console::err(store->sendError() + u" ("_s + given + u")"_s);
+            Console::err(store->sendError() + u" ("_s + path0 + u")"_s);
             co_return Refused;
         }
     }
@@ -271,12 +281,16 @@ QCoro::Task<int> sendTurn(Invocation in)
         co_return co_await stopTask(*store, *stop);
     }
     QString runID;
+    qint64 userSeq = 0;
     QObject::connect(store.get(), &ChatStore::settled, store.get(),
-                     [&runID](const QString &, qint64, const QString &run) { runID = run; });
+                     [&runID, &userSeq](const QString &, qint64 seq, const QString &run) {
+                         runID = run;
+                         userSeq = seq;
+                     });
     QStringList withdrawn;
     QObject::connect(store.get(), &ChatStore::withdrawn, store.get(),
                      [&withdrawn](const QString &id) { withdrawn.append(id); });
-    showProgress();
+    const auto progress = showProgress(store.get());
     const QString turnID = store->send(text, false, false);
     if (turnID.isEmpty()) {
         Console::err(store->sendError());
@@ -284,43 +298,101 @@ QCoro::Task<int> sendTurn(Invocation in)
     }
     co_await store->drain();
     store->flushDisk();
+    QJsonObject result{{u"id"_s, turnID}};
+    auto finish = [&](int status, const QString &state) {
+        if (in.json) {
+            result.insert(u"state"_s, state);
+            if (userSeq > 0)
+                result.insert(u"user_seq"_s, userSeq);
+            if (!runID.isEmpty())
+                result.insert(u"run_id"_s, runID);
+            Console::json(result);
+        }
+        return status;
+    };
     if (withdrawn.contains(turnID)) {
         Console::err(store->banner());
-        co_return Refused;
+        co_return finish(Refused, u"withdrawn"_s);
     }
     const int status = outcomeOf(*store, turnID);
-    if (status != Done || in.wait <= 0 || runID.isEmpty())
-        co_return status;
+    if (status != Done)
+        co_return finish(status, status == Unreachable ? u"kept"_s : u"refused"_s);
+    if (in.wait <= 0 || runID.isEmpty())
+        co_return finish(Done, u"sent"_s);
 
-    // --wait: follow the run until its reply is here.
+    // --wait: follow the run until its reply is here, its lane live on stderr.
     store->goLive();
-    auto replied = [&] {
-        return std::any_of(store->messages().begin(), store->messages().end(), [&](const ChatMessage &m) {
-            return m.role == u"assistant" && m.runID == runID;
-        });
-    };
+    const bool terminal = isatty(STDERR_FILENO) == 1;
+    auto ticker = std::make_unique<LaneTicker>(store.get(), runID, terminal, RenderCommand::terminalWidth());
     QElapsedTimer waited;
     waited.start();
     // Looked at a few times a second; QCoro 0.8's signal-with-timeout wait can touch its timer
     // after it is gone, so plain sleeps it is.
     const qint64 patience = std::isfinite(in.wait) ? qint64(std::min(in.wait, 86400.0) * 1000) : 0;
-    while (!replied() && waited.elapsed() < patience)
+    while (!replyTo(*store, runID) && !runFailed(*store, runID) && waited.elapsed() < patience)
         co_await QCoro::sleepFor(std::chrono::milliseconds(100));
-    for (const ChatMessage &m : store->messages()) {
-        if (m.role == u"assistant" && m.runID == runID) {
-            Console::out(rendered(m.text));
-            co_return Done;
-        }
+    // A failed run's message may trail its lane by a moment.
+    if (runFailed(*store, runID) && !replyTo(*store, runID))
+        co_await QCoro::sleepFor(std::chrono::milliseconds(300));
+    ticker.reset();
+    const std::optional<ChatMessage> reply = replyTo(*store, runID);
+    const bool failed = runFailed(*store, runID);
+    if (reply) {
+        result.insert(u"reply"_s, reply->text);
+        result.insert(u"reply_seq"_s, reply->seq);
+    }
+    if (failed) {
+        Console::err(L::t(u"הסוכן נכשל: %1"_s, u"The agent's run failed: %1"_s, u"Агент не справился: %1"_s)
+                         .arg(reply ? TerminalText::safe(reply->text, TerminalText::Lines::Keep) : QString()));
+        co_return finish(Refused, u"failed"_s);
+    }
+    if (reply) {
+        if (!in.json)
+            Console::out(rendered(reply->text));
+        co_return finish(Done, u"answered"_s);
     }
     Console::err(L::t(u"אין עדיין תשובה; היא תופיע ב־chat log."_s, u"No reply yet; it will show in chat log."_s,
                       u"Ответа пока нет; он появится в chat log."_s));
-    co_return Done;
+    co_return finish(Done, u"sent"_s);
+}
+
+// chat outbox discard ID: the user gives a turn up. Its text is said on stderr one last time;
+// a draft in the composer (of this or another client) stays as it was.
+int discard(ChatStore &store, const QString &given)
+{
+    const std::optional<QString> id = turnNamed(store, given);
+    if (!id)
+        return Refused;
+    const auto turns = store.outbox().state().turns;
+    const auto turn = std::find_if(turns.begin(), turns.end(), [&](const OutboxTurn &t) { return t.id == *id; });
+    const QString draft = store.composerText();
+    QStringList kept;
+    for (const ComposerAttachment &a : store.composerAttachments())
+        kept << a.id;
+    store.takeBack(*id);
+    for (const ComposerAttachment &a : QList<ComposerAttachment>(store.composerAttachments())) {
+        if (!kept.contains(a.id))
+            store.removeAttachment(a.id);
+    }
+    store.setComposerText(draft);
+    store.saveComposer();
+    store.flushDisk();
+    Console::err(L::t(u"ההודעה %1 הוסרה מתיבת היוצאים: %2"_s, u"Turn %1 discarded from the outbox: %2"_s,
+                      u"Сообщение %1 удалено из исходящих: %2"_s)
+                     .arg(*id, TerminalText::safe(turn->text)));
+    return Done;
 }
 
 QCoro::Task<int> outbox(Invocation in)
 {
     auto store = storeFor(in);
     store->prepare();
+    if (in.args.size() == 3 && in.args.at(1) == u"discard")
+        co_return discard(*store, in.args.at(2));
+    if (in.args.size() != 1) {
+        usage({u"outbox"_s});
+        co_return Usage;
+    }
     if (store->outbox().lost() > 0)
         Console::err(store->banner());
     const QList<OutboxTurn> turns = store->outbox().state().turns;
@@ -358,39 +430,38 @@ QCoro::Task<int> drainAll(Invocation in)
 {
     auto store = storeFor(in);
     store->prepare();
-    showProgress();
+    const auto progress = showProgress(store.get());
     const ChatStore::DrainSummary summary = co_await store->drain();
     store->flushDisk();
+    const auto &left = store->outbox().state().turns;
+    const auto waiting = std::count_if(left.begin(), left.end(),
+                                       [](const OutboxTurn &t) { return t.failure == TurnFailure::Refused; });
     Console::err(L::t(u"נשלחו %1, ממתינות לרשת %2, ממתינות לניסיון חוזר %3."_s,
                       u"Sent %1, kept for the network %2, waiting for Retry %3."_s,
                       u"Отправлено %1, ждут сети %2, ждут повтора %3."_s)
                      .arg(summary.settled)
                      .arg(summary.offline)
-                     .arg(summary.refused));
-    co_return summary.offline > 0 ? Unreachable : Done;
+                     .arg(waiting));
+    // Turns that need the user (Retry) say so before turns that only need the network.
+    co_return waiting > 0 ? Refused : summary.offline > 0 ? Unreachable : Done;
 }
 
 QCoro::Task<int> retryTurn(Invocation in)
 {
     if (in.args.size() != 2) {
-        usage();
+        usage({u"retry"_s});
         co_return Usage;
     }
     auto store = storeFor(in);
     store->prepare();
-    const QString id = in.args.at(1);
-    const bool known = std::any_of(store->outbox().state().turns.begin(), store->outbox().state().turns.end(),
-                                   [&](const OutboxTurn &t) { return t.id == id; });
-    if (!known) {
-        Console::err(L::t(u"אין בתיבת היוצאים הודעה %1."_s, u"No turn %1 in the outbox."_s,
-                          u"В исходящих нет сообщения %1."_s)
-                         .arg(id));
+    const std::optional<QString> named = turnNamed(*store, in.args.at(1));
+    if (!named)
         co_return Refused;
-    }
+    const QString id = *named;
     bool withdrawn = false;
     QObject::connect(store.get(), &ChatStore::withdrawn, store.get(),
                      [&withdrawn, id](const QString &turn) { withdrawn = withdrawn || turn == id; });
-    showProgress();
+    const auto progress = showProgress(store.get());
     co_await store->retry(id);
     store->flushDisk();
     if (withdrawn) {
@@ -405,7 +476,7 @@ QCoro::Task<int> stop(Invocation in)
     bool number = false;
     const int task = in.args.size() == 2 ? in.args.at(1).toInt(&number) : 0;
     if (!number || task < 1) {
-        usage();
+        usage({u"stop"_s});
         co_return Usage;
     }
     auto store = storeFor(in);
@@ -419,12 +490,32 @@ namespace ChatCommands {
 
 QCoro::Task<int> chat(Invocation in)
 {
+    using Sub = std::function<QCoro::Task<int>(Invocation)>;
+    // One line per subcommand; its usage and options live in the command table.
+    static const std::map<QString, Sub> subs = {
+        {u"log"_s, showLog},
+        {u"follow"_s, follow},
+        {u"send"_s, sendTurn},
+        {u"outbox"_s, outbox},
+        {u"drain"_s, drainAll},
+        {u"retry"_s, retryTurn},
+        {u"stop"_s, stop},
+        {u"play"_s, VoiceCommands::play},
+        {u"record"_s, VoiceCommands::record},
+        {u"transcribe"_s, VoiceCommands::transcribe},
+    };
     const QString sub = in.args.isEmpty() ? QString() : in.args.first();
-    static const QStringList known = {u"log"_s, u"follow"_s, u"send"_s, u"outbox"_s, u"drain"_s,
-                                      u"retry"_s, u"stop"_s, u"play"_s, u"record"_s, u"transcribe"_s};
-    const bool single = sub == u"log" || sub == u"follow" || sub == u"outbox" || sub == u"drain";
-    if (!sub.isEmpty() && (!known.contains(sub) || (single && in.args.size() != 1))) {
-        usage();
+    const auto found = subs.find(sub);
+    if (!sub.isEmpty() && found == subs.end()) {
+        // In the table (help knows it) but not in this build.
+        Console::err(L::t(u"‎chat %1‎ אינה זמינה בגרסה זו."_s, u"chat %1 is not available in this build."_s,
+                          u"chat %1 недоступна в этой сборке."_s)
+                         .arg(TerminalText::safe(sub)));
+        co_return Usage;
+    }
+    const bool single = sub == u"log" || sub == u"follow" || sub == u"drain";
+    if (single && in.args.size() != 1) {
+        usage(in.args);
         co_return Usage;
     }
     const bool ready = co_await SessionCommands::signedIn();
@@ -434,27 +525,9 @@ QCoro::Task<int> chat(Invocation in)
     ChatStore::resumeAllBackgroundTransfers(Session::shared()->user());
     if (sub.isEmpty())
         co_return co_await ChatPrompt::run(in.project ? ChatScope::project(*in.project) : ChatScope::main());
-    if (sub == u"log")
-        co_return co_await log(in);
-    if (sub == u"follow")
-        co_return co_await follow(in);
     if (sub == u"send" && !in.voice.isEmpty())
         co_return co_await VoiceCommands::sendVoice(in);
-    if (sub == u"record")
-        co_return co_await VoiceCommands::record(in);
-    if (sub == u"transcribe")
-        co_return co_await VoiceCommands::transcribe(in);
-    if (sub == u"send")
-        co_return co_await sendTurn(in);
-    if (sub == u"outbox")
-        co_return co_await outbox(in);
-    if (sub == u"drain")
-        co_return co_await drainAll(in);
-    if (sub == u"retry")
-        co_return co_await retryTurn(in);
-    if (sub == u"play")
-        co_return co_await VoiceCommands::play(in);
-    co_return co_await stop(in);
+    co_return co_await found->second(in);
 }
 
 } // namespace ChatCommands

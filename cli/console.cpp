@@ -73,3 +73,25 @@ QString readSecret(const QString &prompt)
 }
 
 } // namespace Console
+
+namespace Console {
+
+bool isYes(const QString &answer)
+{
+    static const QStringList yes = {QStringLiteral("y"), QStringLiteral("yes"), QStringLiteral("כ"),
+                                    QStringLiteral("כן"), QStringLiteral("д"), QStringLiteral("да")};
+    return yes.contains(answer.trimmed().toLower());
+}
+
+bool confirm(const QString &question)
+{
+    if (!stdinIsTerminal())
+        return false;
+    const QByteArray shown = (question + QStringLiteral(" [y/N] ")).toUtf8();
+    std::fwrite(shown.constData(), 1, size_t(shown.size()), stderr);
+    std::fflush(stderr);
+    QTextStream in(stdin);
+    return isYes(in.readLine());
+}
+
+} // namespace Console

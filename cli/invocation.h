@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QHash>
 #include <QString>
 #include <QStringList>
 
@@ -23,10 +24,19 @@ struct Invocation {
     QStringList fields;          // --field KEY=VALUE, repeatable (vault add)
     bool primary = false;        // --primary (vault add)
     bool forget = false;         // --forget (health disconnect)
-    bool force = false;          // --force (logout with turns not yet sent)
-    QString input;               // --input FILE.wav (call): instead of the microphone
-    double seconds = 0;          // --seconds S (call): hang up after S; 0 when not given
-    QString voice;               // --voice, --language, --provider (call prefs)
-    QString language;
+    bool force = false;          // --yes, or --force (logout with turns not yet sent)
+    bool edit = false;           // --edit (chat send: the text from $EDITOR)
+    std::optional<int> limit;    // --limit N (chat log)
+    std::optional<qint64> since; // --since SEQ (chat log)
+    QString input;               // --input FILE.wav (call, chat record): instead of the microphone
+    double seconds = 0;          // --seconds S (call, chat record); 0 when not given
+    QString voice;               // --voice: call prefs' voice, or chat send's WAV recording
+    QString language;            // --language, --provider (call prefs)
     QString provider;
+    // Every option given, by name without dashes, with its values (none for a flag): what a
+    // command reads that has no field of its own (--seconds, --input, --voice…).
+    QHash<QString, QStringList> given;
+
+    bool isSet(const QString &name) const { return given.contains(name); }
+    QString value(const QString &name) const { return given.value(name).value(0); }
 };

@@ -2,6 +2,7 @@
 
 #include "console.h"
 #include "terminaltext.h"
+#include "net/api.h"
 #include "net/apierror.h"
 #include "net/failuretext.h"
 #include "session/session.h"
@@ -39,8 +40,50 @@ std::optional<int> badAnswer(const std::exception_ptr &error)
     return BadAnswer;
 }
 
+QString cause(QNetworkReply::NetworkError code, const QString &text)
+{
+    switch (code) {
+    case QNetworkReply::ConnectionRefusedError:
+        return L::t(u"החיבור נדחה"_s, u"connection refused"_s, u"соединение отклонено"_s);
+    case QNetworkReply::HostNotFoundError:
+        return L::t(u"השרת לא נמצא"_s, u"host not found"_s, u"узел не найден"_s);
+    case QNetworkReply::TimeoutError:
+    case QNetworkReply::OperationCanceledError:
+        return L::t(u"תם הזמן"_s, u"timed out"_s, u"время ожидания истекло"_s);
+    case QNetworkReply::RemoteHostClosedError:
+        return L::t(u"השרת סגר את החיבור"_s, u"the server closed the connection"_s, u"сервер закрыл соединение"_s);
+    case QNetworkReply::SslHandshakeFailedError:
+        return L::t(u"לחיצת היד של TLS נכשלה"_s, u"the TLS handshake failed"_s, u"сбой согласования TLS"_s);
+    case QNetworkReply::NetworkSessionFailedError:
+    case QNetworkReply::TemporaryNetworkFailureError:
+        return L::t(u"אין רשת"_s, u"no network"_s, u"нет сети"_s);
+    default:
+        return text;
+    }
+}
+
+QString unreachableText(const std::exception_ptr &error)
+{
+    QString why;
+    try {
+        std::rethrow_exception(error);
+    } catch (const Api::TransportError &e) {
+        why = cause(e.code, e.text);
+    } catch (const Api::Failed &e) {
+        why = u"HTTP "_s + QString::number(e.status);
+    } catch (...) {
+    }
+    const QString server = Api::base().toString(QUrl::RemovePath | QUrl::StripTrailingSlash);
+    return L::t(u"אין חיבור אל %1: %2"_s, u"Cannot reach %1: %2"_s, u"Нет связи с %1: %2"_s)
+        .arg(server, TerminalText::safe(why));
+}
+
 int report(const std::exception_ptr &error)
 {
+    if (FailureText::isUnreachable(error)) {
+        Console::err(unreachableText(error));
+        return Unreachable;
+    }
     try {
         std::rethrow_exception(error);
     } catch (const Api::Unauthorized &) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QString>
+
 #include <exception>
 #include <optional>
 
@@ -21,6 +23,9 @@ int report(const std::exception_ptr &error);
 // When error is a reply the client could not use (not a refusal, not an unreachable server):
 // says so on stderr and gives BadAnswer; otherwise nothing is said and the result is empty.
 std::optional<int> badAnswer(const std::exception_ptr &error);
+
+// "Cannot reach https://host: connection refused": the server and the cause.
+QString unreachableText(const std::exception_ptr &error);
 
 // "You are not signed in." with the way in; exit status SignedOut.
 int notSignedIn();

@@ -10,7 +10,13 @@
 #include "text/l.h"
 
 #include <QCoroSignal>
+#include <QJsonArray>
 #include <QJsonDocument>
+#include <QJsonObject>
+#include <QSaveFile>
+#include <QStringDecoder>
+
+#include <cstdio>
 #include <QTime>
 
 #include <unistd.h>
@@ -18,6 +24,19 @@
 using namespace Qt::StringLiterals;
 
 namespace PageCommands {
+
+PageKind kindOf(const QByteArray &body)
+{
+    QJsonParseError error{};
+    QJsonDocument::fromJson(body, &error);
+    if (error.error == QJsonParseError::NoError)
+        return PageKind::Json;
+    if (body.contains('\0'))
+        return PageKind::Binary;
+    QStringDecoder utf8(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    const QString text = utf8(body);
+    return utf8.hasError() ? PageKind::Binary : PageKind::Text;
+}
 
 QCoro::Task<int> get(Invocation in)
 {
@@ -29,12 +48,14 @@ QCoro::Task<int> get(Invocation in)
     const bool signedIn = co_await SessionCommands::signedIn();
     if (!signedIn)
         co_return SignedOut;
-    Api::Page<QJsonValue> page;
+    // The body as it came: JSON, text or bytes are told apart here, not by the transport.
+    Api::AnyPage page;
     try {
-        page = co_await Api::page<QJsonValue>(in.args.first());
+        page = co_await Api::page(in.args.first(), [](const QByteArray &body) -> std::any { return body; });
     } catch (...) {
         co_return Outcome::report(std::current_exception());
     }
+    const QByteArray body = std::any_cast<QByteArray>(page.value);
     if (page.source == Api::Source::Saved)
         Console::err(L::t(u"אין חיבור לשרת: מוצג העותק השמור."_s,
                           u"Cannot reach the server: showing the saved copy."_s,
@@ -43,7 +64,37 @@ QCoro::Task<int> get(Invocation in)
         Console::err(L::t(u"לא השתנה מאז הקריאה הקודמת (304)."_s,
                           u"Unchanged since the last read (304)."_s,
                           u"Не изменилось с прошлого раза (304)."_s));
-    Console::json(page.value);
+    const PageKind kind = kindOf(body);
+    if (!in.output.isEmpty()) {
+        QSaveFile file(in.output);
+        if (!file.open(QIODevice::WriteOnly) || file.write(body) != body.size() || !file.commit()) {
+            Console::err(L::t(u"לא ניתן לכתוב את %1: %2"_s, u"Could not write %1: %2"_s, u"Не удалось записать %1: %2"_s)
+                             .arg(in.output, file.errorString()));
+            co_return Refused;
+        }
+        Console::err(L::t(u"נשמרו %1 בתים ב־%2."_s, u"Saved %1 bytes to %2."_s, u"Сохранено %1 байт в %2."_s)
+                         .arg(body.size())
+                         .arg(in.output));
+        co_return Done;
+    }
+    if (kind == PageKind::Json) {
+        Console::json(QJsonDocument::fromJson(body).isArray() ? QJsonValue(QJsonDocument::fromJson(body).array())
+                                                               : QJsonValue(QJsonDocument::fromJson(body).object()));
+    } else if (kind == PageKind::Text) {
+        // Text from the server, shown as it is but for control characters.
+        Console::write(TerminalText::safe(QString::fromUtf8(body), TerminalText::Lines::Keep));
+        if (!body.endsWith('\n'))
+            Console::write(u"\n"_s);
+    } else if (isatty(STDOUT_FILENO) == 1) {
+        Console::err(L::t(u"הדף בינארי (%1 בתים); כתבו אותו לקובץ עם ‎--output FILE‎."_s,
+                          u"The page is binary (%1 bytes); write it to a file with --output FILE."_s,
+                          u"Страница двоичная (%1 байт); запишите её в файл с --output FILE."_s)
+                         .arg(body.size()));
+        co_return Usage;
+    } else {
+        std::fwrite(body.constData(), 1, size_t(body.size()), stdout);
+        std::fflush(stdout);
+    }
     co_return Done;
 }
 

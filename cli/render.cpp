@@ -51,6 +51,35 @@ int terminalWidth()
     return ok && columns > 0 ? columns : 80;
 }
 
+bool hyperlinksShown(const QByteArray &term, bool inTmux)
+{
+    return !inTmux && !term.isEmpty() && term != "dumb" && term != "linux" && !term.startsWith("screen")
+           && !term.startsWith("tmux");
+}
+
+namespace {
+bool bidiAsked = false;
+}
+
+void setBidi(bool on)
+{
+    bidiAsked = on;
+}
+
+const Markup::AnsiWriter::Options &options()
+{
+    static const Markup::AnsiWriter::Options once = [] {
+        Markup::AnsiWriter::Options o;
+        const bool terminal = isatty(STDOUT_FILENO) == 1;
+        o.width = terminalWidth();
+        o.colour = colourWanted();
+        o.hyperlinks = terminal && hyperlinksShown(qgetenv("TERM"), !qEnvironmentVariableIsEmpty("TMUX"));
+        o.marks = terminal || bidiAsked;
+        return o;
+    }();
+    return once;
+}
+
 int run(const QString &mode)
 {
     if (mode != u"html" && mode != u"ansi" && mode != u"plain") {
@@ -76,7 +105,7 @@ int run(const QString &mode)
     if (mode == u"html")
         out = Markup::HtmlWriter::render(text);
     else if (mode == u"ansi")
-        out = Markup::AnsiWriter::render(text, terminalWidth(), colourWanted());
+        out = Markup::AnsiWriter::render(text, options());
     else
         out = Markup::shown(text);
     if (!out.isEmpty())

@@ -146,14 +146,18 @@ QCoro::Task<int> logout(Invocation in)
     // Turns not yet sent are the user's own words: signing out drops them only when asked to.
     const QString account = session().user();
     const int unsent = ChatStore::unsentCount(account);
-    const bool force = in.force;
+    const bool force = in.force || (unsent > 0 && Console::confirm(L::t(
+                                         u"%1 הודעות עוד לא נשלחו; יציאה תמחק אותן. לצאת בכל זאת?"_s,
+                                         u"%1 messages are not sent yet; signing out deletes them. Sign out anyway?"_s,
+                                         u"%1 сообщений ещё не отправлено; выход удалит их. Всё равно выйти?"_s)
+                                         .arg(unsent)));
     if (unsent > 0 && !force) {
         Console::err(L::t(u"%1 הודעות עוד לא נשלחו; יציאה תמחק אותן. ‎chat drain‎ שולח אותן, "
-                          u"‎logout --force‎ יוצא בכל זאת."_s,
+                          u"‎logout --yes‎ יוצא בכל זאת."_s,
                           u"%1 messages are not sent yet; signing out deletes them. chat drain "
-                          u"sends them, logout --force signs out anyway."_s,
+                          u"sends them, logout --yes signs out anyway."_s,
                           u"%1 сообщений ещё не отправлено; выход удалит их. chat drain отправит "
-                          u"их, logout --force выйдет всё равно."_s)
+                          u"их, logout --yes выйдет всё равно."_s)
                          .arg(unsent));
         co_return Refused;
     }
@@ -165,11 +169,27 @@ QCoro::Task<int> logout(Invocation in)
     co_return Done;
 }
 
-QCoro::Task<int> deleteAccount([[maybe_unused]] Invocation in)
+QCoro::Task<int> deleteAccount(Invocation in)
 {
     const bool ready = co_await signedIn();
     if (!ready)
         co_return SignedOut;
+    // Asked after the sign-in check: there is an account to name.
+    const int unsent = ChatStore::unsentCount(session().user());
+    const QString question =
+        L::t(u"למחוק את החשבון %1 וכל מה שבו%2? אי אפשר לבטל."_s, u"Delete the account %1 and all it holds%2? This cannot be undone."_s,
+             u"Удалить аккаунт %1 и всё, что в нём%2? Это нельзя отменить."_s)
+            .arg(TerminalText::safe(session().user()),
+                 unsent > 0 ? L::t(u", כולל %1 הודעות שלא נשלחו"_s, u", with %1 messages not yet sent"_s,
+                                   u", включая %1 неотправленных сообщений"_s)
+                                  .arg(unsent)
+                            : QString());
+    if (!in.force && !Console::confirm(question)) {
+        Console::err(L::t(u"החשבון לא נמחק. ‎delete-account --yes‎ מוחק בלי לשאול."_s,
+                          u"The account was not deleted. delete-account --yes deletes it without asking."_s,
+                          u"Аккаунт не удалён. delete-account --yes удалит без вопроса."_s));
+        co_return Refused;
+    }
     const QStringList outboxes = ChatStore::outboxFolders(session().user());
     const bool deleted = co_await session().deleteAccount();
     if (deleted) {

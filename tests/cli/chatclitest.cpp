@@ -41,6 +41,14 @@ class ChatCliTest : public QObject
             .toArray();
     }
 
+    int userTurns()
+    {
+        int users = 0;
+        for (const QJsonValue &m : stored())
+            users += m[u"role"].toString() == u"user";
+        return users;
+    }
+
     // Outbox folders on disk, whoever is signed in.
     int outboxFolders()
     {
@@ -105,9 +113,9 @@ private slots:
         QCOMPARE(run.status, 1);
         QVERIFY2(run.err.contains(said), qPrintable(run.err));
         QCOMPARE(outbox().size(), kept);
-        QCOMPARE(cli({"chat", "drain"}).status, 0); // nothing it could deliver failed
-        if (kept)
-            QCOMPARE(cli({"chat", "retry", outbox().first()[u"id"].toString()}).status, 0);
+        QCOMPARE(cli({"chat", "drain"}).status, kept ? 1 : 0); // a turn waiting for Retry is not done
+        if (kept) // any unique start of an id names the turn
+            QCOMPARE(cli({"chat", "retry", outbox().first()[u"id"].toString().left(6)}).status, 0);
         QCOMPARE(stored().isEmpty(), kept == 0);
         QCOMPARE(cli({"chat", "retry", "no-such-turn"}).status, 1);
     }
@@ -122,7 +130,8 @@ private slots:
         QTest::newRow("expired") << QStringList() << 3 << 1;
         QTest::newRow("logout") << QStringList{"logout"} << 1 << 1;
         QTest::newRow("logout --force") << QStringList{"logout", "--force"} << 0 << 0;
-        QTest::newRow("delete-account") << QStringList{"delete-account"} << 0 << 0;
+        QTest::newRow("delete-account, not confirmed") << QStringList{"delete-account"} << 1 << 1;
+        QTest::newRow("delete-account --yes") << QStringList{"delete-account", "--yes"} << 0 << 0;
     }
 
     void unsentTurnsWhenTheSessionEnds()
@@ -213,17 +222,14 @@ private slots:
         }
         client.kill(); // SIGKILL: no clean-up of any kind
         QVERIFY(client.waitForFinished(10'000));
-        QCOMPARE(stored().size(), storedBeforeRestart);
+        // The agent may have answered meanwhile: only the user's turns are counted.
+        QCOMPARE(userTurns(), storedBeforeRestart);
         service.control("DELETE", QStringLiteral("faults"));
 
         // The next start settles it: from the kept answer, or by sending it once more.
         QCOMPARE(cli({"chat", "drain"}).status, 0);
         QCOMPARE(outbox().size(), 0);
-        const QJsonArray messages = stored();
-        int users = 0;
-        for (const QJsonValue &m : messages)
-            users += m[u"role"].toString() == u"user";
-        QCOMPARE(users, 1);
+        QCOMPARE(userTurns(), 1);
     }
 };
 

@@ -186,7 +186,7 @@ private slots:
         QCOMPARE(cli({"logout"}).status, 0);
         QCOMPARE(cli({"whoami"}).status, 3);
         login();
-        QCOMPARE(cli({"delete-account"}).status, 0);
+        QCOMPARE(cli({"delete-account", "--yes"}).status, 0);
         QCOMPARE(cli({"login", "--user", "demo"}, "demo-password\n").status, 1);
     }
 

@@ -21,6 +21,9 @@ int widthOf(char32_t u)
 {
     if (u == 0)
         return 0;
+    // Printable Latin before the combining marks: the common case, one column each.
+    if (u >= 0x20 && u < 0x300)
+        return 1;
     switch (QChar::category(u)) {
     case QChar::Mark_NonSpacing:
     case QChar::Mark_Enclosing:
@@ -60,6 +63,7 @@ struct Glyph {
     int width = 0;
     qsizetype style = 0; // index into the styles of its cell
     bool space = false;
+    qsizetype at = 0; // where it starts in the cell's text
 };
 
 struct Cell {
@@ -76,10 +80,10 @@ QString linkTarget(const QString &link)
     return url.isValid() ? QString::fromLatin1(url.toEncoded()) : QString();
 }
 
-// Without colour a link cannot be clicked: its target is written after its label.
-QList<Run> spelledOut(const QList<Run> &runs, bool colour)
+// Where a link cannot be clicked its target is written after its label.
+QList<Run> spelledOut(const QList<Run> &runs, bool hyperlinks)
 {
-    if (colour)
+    if (hyperlinks)
         return runs;
     QList<Run> out;
     for (const Run &run : runs) {
@@ -114,30 +118,30 @@ QString sgr(const Style &s)
 class Painter
 {
 public:
-    explicit Painter(bool colour)
-        : m_colour(colour)
+    explicit Painter(const Options &options)
+        : m_colour(options.colour)
+        , m_hyperlinks(options.hyperlinks)
+        , m_marks(options.marks)
     {}
 
     void text(const QString &text, const Style &style)
     {
         if (text.isEmpty())
             return;
-        if (m_colour)
-            switchTo(style);
-        m_out += text;
+        switchTo(style);
+        m_out += m_marks ? text : unmarked(text);
     }
 
     QString finish()
     {
-        if (m_colour)
-            switchTo(Style());
+        switchTo(Style());
         return std::move(m_out);
     }
 
 private:
     void switchTo(const Style &style)
     {
-        const QString target = linkTarget(style.link);
+        const QString target = m_hyperlinks ? linkTarget(style.link) : QString();
         if (target != m_link) {
             if (!m_link.isEmpty())
                 m_out += linkEnd;
@@ -148,7 +152,7 @@ private:
             }
             m_link = target;
         }
-        const QString code = sgr(style);
+        const QString code = m_colour ? sgr(style) : QString();
         if (code != m_sgr) {
             if (!m_sgr.isEmpty())
                 m_out += reset;
@@ -158,16 +162,19 @@ private:
     }
 
     bool m_colour;
+    bool m_hyperlinks;
+    bool m_marks;
     QString m_out;
     QString m_link;
     QString m_sgr;
 };
 
-Cell cellOf(const Line &line, bool colour)
+Cell cellOf(const Line &line, bool hyperlinks)
 {
     Cell cell;
     cell.rtl = line.rtl;
-    for (const Run &run : spelledOut(line.runs, colour)) {
+    qsizetype offset = 0;
+    for (const Run &run : spelledOut(line.runs, hyperlinks)) {
         cell.styles.append(run.style);
         const QString text = PlainWriter::printable(run.text);
         for (qsizetype i = 0; i < text.size();) {
@@ -181,10 +188,11 @@ Cell cellOf(const Line &line, bool colour)
             } else {
                 const bool space = u == u' ' || u == u'\t';
                 cell.glyphs.append({space ? u" "_s : text.sliced(i, len), qMax(w, 0),
-                                    cell.styles.size() - 1, space});
+                                    cell.styles.size() - 1, space, offset + i});
             }
             i += len;
         }
+        offset += text.size();
     }
     return cell;
 }
@@ -206,6 +214,8 @@ QList<QList<Glyph>> wrapped(const QList<Glyph> &glyphs, int width)
             continue;
         if (used + g.width > width && !line.isEmpty()) {
             if (g.space) {
+                while (!line.isEmpty() && line.last().space)
+                    line.removeLast();
                 lines.append(QList<Glyph>());
                 used = 0;
                 continue;
@@ -275,19 +285,23 @@ QChar markOf(bool rtl)
     return rtl ? rightToLeftMark : leftToRightMark;
 }
 
-QStringList tableLines(const Table &table, int width, bool colour)
+QStringList tableLines(const Table &table, const Options &options)
 {
+    const int width = options.width;
     QList<QList<Cell>> rows;
     auto cellsOf = [&](const QList<Line> &lines, bool head) {
         QList<Cell> out;
         for (const Line &l : lines) {
-            Cell c = cellOf(l, colour);
+            Cell c = cellOf(l, options.hyperlinks);
             if (head) {
                 for (Style &s : c.styles)
                     s.bold = true;
             }
             out.append(c);
         }
+        // A right-to-left table reads from the right: its first column is drawn last.
+        if (table.rtl)
+            std::reverse(out.begin(), out.end());
         return out;
     };
     rows.append(cellsOf(table.head, true));
@@ -313,7 +327,7 @@ QStringList tableLines(const Table &table, int width, bool colour)
             height = qMax(height, wraps.last().size());
         }
         for (qsizetype h = 0; h < height; ++h) {
-            Painter painter(colour);
+            Painter painter(options);
             for (qsizetype c = 0; c < columns; ++c) {
                 painter.text(u"\u2502 "_s, Style());
                 painter.text(QString(markOf(rows[r][c].rtl)), Style());
@@ -336,20 +350,49 @@ QStringList tableLines(const Table &table, int width, bool colour)
     return out;
 }
 
-QString textLine(const Line &line, bool colour)
+// One text line, wrapped to the width at word boundaries; preformatted lines are left whole.
+QStringList textLines(const Line &line, const Options &options)
 {
-    Painter painter(colour);
-    painter.text(QString(markOf(line.rtl)), Style());
     const bool quoted =
         std::any_of(line.runs.begin(), line.runs.end(), [](const Run &r) { return r.style.quote; });
-    if (quoted) {
-        Style dim;
-        dim.code = true;
-        painter.text(u"\u2502 "_s, colour ? dim : Style());
+    const bool pre = !line.runs.isEmpty()
+                     && std::all_of(line.runs.begin(), line.runs.end(), [](const Run &r) { return r.style.pre; });
+    Style dim;
+    dim.code = options.colour;
+    auto head = [&](Painter &painter) {
+        painter.text(QString(markOf(line.rtl)), Style());
+        if (quoted)
+            painter.text(u"\u2502 "_s, dim);
+    };
+    if (pre) {
+        Painter painter(options);
+        head(painter);
+        for (const Run &run : spelledOut(line.runs, options.hyperlinks))
+            painter.text(PlainWriter::printable(run.text), run.style);
+        return {painter.finish()};
     }
-    for (const Run &run : spelledOut(line.runs, colour))
-        painter.text(PlainWriter::printable(run.text), run.style);
-    return painter.finish();
+    // Most lines fit: painted as they are, without building glyphs.
+    const QList<Run> runs = spelledOut(line.runs, options.hyperlinks);
+    int natural = quoted ? 2 : 0;
+    for (const Run &run : runs)
+        natural += displayWidth(run.text);
+    if (natural <= options.width) {
+        Painter painter(options);
+        head(painter);
+        for (const Run &run : runs)
+            painter.text(PlainWriter::printable(run.text), run.style);
+        return {painter.finish()};
+    }
+    const Cell cell = cellOf(line, options.hyperlinks);
+    QStringList out;
+    for (const QList<Glyph> &part : wrapped(cell.glyphs, qMax(1, options.width - (quoted ? 2 : 0)))) {
+        Painter painter(options);
+        head(painter);
+        for (const Glyph &g : part)
+            painter.text(g.text, cell.styles[g.style]);
+        out.append(painter.finish());
+    }
+    return out;
 }
 
 } // namespace
@@ -368,21 +411,59 @@ int displayWidth(QStringView text)
     return total;
 }
 
-QString write(const QList<Block> &blocks, int width, bool colour)
+QString write(const QList<Block> &blocks, const Options &options)
 {
     QStringList lines;
     for (const Block &block : blocks) {
         if (block.kind == Block::Kind::Line)
-            lines.append(textLine(block.line, colour));
+            lines.append(textLines(block.line, options));
         else
-            lines.append(tableLines(block.table, width, colour));
+            lines.append(tableLines(block.table, options));
     }
     return lines.join(u'\n');
 }
 
+QString render(const QString &text, const Options &options)
+{
+    return write(blocks(text), options);
+}
+
+QString write(const QList<Block> &blocks, int width, bool colour)
+{
+    return write(blocks, Options{width, colour, colour, true});
+}
+
 QString render(const QString &text, int width, bool colour)
 {
-    return write(blocks(text), width, colour);
+    return write(blocks(text), Options{width, colour, colour, true});
+}
+
+QList<std::pair<qsizetype, qsizetype>> wrap(QStringView text, int width)
+{
+    Line line;
+    line.runs.append({text.toString(), Style()});
+    QList<std::pair<qsizetype, qsizetype>> out;
+    for (const QList<Glyph> &part : wrapped(cellOf(line, true).glyphs, qMax(1, width))) {
+        if (part.isEmpty())
+            out.append({text.size(), text.size()});
+        else
+            out.append({part.first().at, part.last().at + part.last().text.size()});
+    }
+    return out;
+}
+
+QString unmarked(QStringView text)
+{
+    QString out;
+    out.reserve(text.size());
+    for (const QChar c : text) {
+        const char16_t u = c.unicode();
+        const bool mark = u == 0x200E || u == 0x200F || u == 0x061C || (u >= 0x202A && u <= 0x202E)
+                          || (u >= 0x2066 && u <= 0x2069);
+        if (!mark)
+            out += c;
+    }
+    return out;
 }
 
 } // namespace Markup::AnsiWriter
