@@ -1,4 +1,5 @@
 #include "crash.h"
+#include "app/applog.h"
 
 #include "crashpath.h"
 #include "crashreport.h"
@@ -30,8 +31,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-Q_LOGGING_CATEGORY(lcCrash, "halvenmark.app.crash", QtWarningMsg)
 
 constexpr int signals_[] = {SIGABRT, SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP};
 

@@ -1,4 +1,5 @@
 #include "pushcenter.h"
+#include "app/applog.h"
 
 #include "buildinfo.h"
 #include "net/api.h"
@@ -13,7 +14,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-Q_LOGGING_CATEGORY(lcPush, "halvenmark.app.push", QtWarningMsg)
 PushCenter *g_shared = nullptr;
 } // namespace
 

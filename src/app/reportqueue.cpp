@@ -1,4 +1,5 @@
 #include "reportqueue.h"
+#include "app/applog.h"
 
 #include "net/api.h"
 #include "platform/atomicfile.h"
@@ -12,7 +13,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-Q_LOGGING_CATEGORY(lcApp, "halvenmark.app", QtWarningMsg)
 }
 
 ReportQueue::ReportQueue(QString folder)

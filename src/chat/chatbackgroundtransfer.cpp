@@ -1,4 +1,5 @@
 #include "chatbackgroundtransfer.h"
+#include "chat/chatlogging.h"
 
 #include "net/networkmanager.h"
 #include "platform/appdata.h"
@@ -24,8 +25,6 @@
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
-
-Q_LOGGING_CATEGORY(lcTransfer, "halvenmark.transfer", QtWarningMsg)
 
 namespace {
 

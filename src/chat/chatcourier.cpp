@@ -1,4 +1,5 @@
 #include "chatcourier.h"
+#include "chat/chatlogging.h"
 
 #include "chat/chatbackgroundtransfer.h"
 #include "chat/chatjson.h"
@@ -14,8 +15,6 @@
 
 #include <algorithm>
 #include <QLoggingCategory>
-
-Q_DECLARE_LOGGING_CATEGORY(lcChat)
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;

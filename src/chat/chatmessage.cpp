@@ -1,4 +1,5 @@
 #include "chatmessage.h"
+#include "chat/chatlogging.h"
 
 #include "chat/chatjson.h"
 #include "chat/tasknumber.h"
@@ -16,8 +17,6 @@ using namespace Qt::StringLiterals;
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
-
-Q_LOGGING_CATEGORY(lcModel, "halvenmark.chat.model", QtWarningMsg)
 
 // Unique within this process, which is all a local id needs; a counter costs nothing per
 // decoded message, where a random id cost a system call.

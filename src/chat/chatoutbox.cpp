@@ -38,6 +38,7 @@
 // can be read.
 
 #include "chatoutbox.h"
+#include "chat/chatlogging.h"
 
 #include "chat/chatjson.h"
 #include "platform/appdata.h"
@@ -62,8 +63,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-Q_LOGGING_CATEGORY(lcOutbox, "halvenmark.chat.outbox", QtWarningMsg)
 
 // Below this a journal is never worth compacting, however small the state.
 constexpr qint64 journalFloor = 64 * 1024;

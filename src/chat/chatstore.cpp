@@ -1,4 +1,5 @@
 #include "chatstore.h"
+#include "chat/chatlogging.h"
 
 #include "chat/chatbackoff.h"
 #include "chat/chatjson.h"
@@ -21,8 +22,6 @@
 #include <QWebSocket>
 
 #include <algorithm>
-
-Q_LOGGING_CATEGORY(lcChat, "halvenmark.chat", QtWarningMsg)
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;

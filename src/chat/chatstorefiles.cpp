@@ -2,6 +2,7 @@
 // thread, coalesced (one pending write, newest wins).
 
 #include "chatstore.h"
+#include "chat/chatlogging.h"
 
 #include "chat/transcript.h"
 #include "platform/appdata.h"
@@ -9,8 +10,6 @@
 
 #include <QDir>
 #include <QLoggingCategory>
-
-Q_DECLARE_LOGGING_CATEGORY(lcChat)
 
 using namespace Qt::StringLiterals;
 

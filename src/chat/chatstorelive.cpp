@@ -2,6 +2,7 @@
 // refresh and the polling of runs whose frames may have been lost.
 
 #include "chatstore.h"
+#include "chat/chatlogging.h"
 
 #include "chat/chatbackoff.h"
 #include "chat/runrecord.h"
@@ -15,8 +16,6 @@
 #include <QJsonDocument>
 #include <QLoggingCategory>
 #include <QWebSocket>
-
-Q_DECLARE_LOGGING_CATEGORY(lcChat)
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;

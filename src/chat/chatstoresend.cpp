@@ -3,6 +3,7 @@
 // has confirmed it (its reply, its message in a fetch, or a receipt kept from an earlier run).
 
 #include "chatstore.h"
+#include "chat/chatlogging.h"
 
 #include "chat/tasknumber.h"
 #include "chat/chatbackgroundtransfer.h"
@@ -22,8 +23,6 @@
 #include <QMimeDatabase>
 #include <QRegularExpression>
 #include <QUuid>
-
-Q_DECLARE_LOGGING_CATEGORY(lcChat)
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;

@@ -1,4 +1,5 @@
 #include "messagesfeed.h"
+#include "chat/chatlogging.h"
 
 #include "chat/chatjson.h"
 #include "chat/chatscope.h"
@@ -9,8 +10,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-Q_LOGGING_CATEGORY(lcModel, "halvenmark.chat.model", QtWarningMsg)
 
 // Decodes each element on its own: a bad one is logged and counted, the rest kept.
 template<class T, class Decode>

@@ -1,4 +1,5 @@
 #include "outboxstate.h"
+#include "chat/chatlogging.h"
 
 #include "chat/chatjson.h"
 
@@ -8,8 +9,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-Q_LOGGING_CATEGORY(lcOutbox, "halvenmark.chat.outbox", QtWarningMsg)
 
 void report(const QString &what, const DecodeError &e)
 {

@@ -1,4 +1,5 @@
 #include "outboxturn.h"
+#include "chat/chatlogging.h"
 
 #include "chat/chatjson.h"
 #include "text/l.h"
@@ -13,8 +14,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-Q_LOGGING_CATEGORY(lcOutbox, "halvenmark.chat.outbox", QtWarningMsg)
 
 // A part of a turn that cannot be read: logged and left out.
 template<class F>

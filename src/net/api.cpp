@@ -1,4 +1,5 @@
 #include "api.h"
+#include "net/netlog.h"
 
 #include "backgroundsender.h"
 #include "buildinfo.h"
@@ -28,8 +29,6 @@ using namespace Qt::StringLiterals;
 
 #include <charconv>
 #include <cmath>
-
-Q_LOGGING_CATEGORY(lcNet, "halvenmark.net", QtWarningMsg)
 
 namespace {
 

@@ -1,4 +1,5 @@
 #include "feedcore.h"
+#include "net/netlog.h"
 
 #include "failuretext.h"
 #include "platform/sleeper.h"
@@ -8,8 +9,6 @@
 #include <QPointer>
 
 #include <cmath>
-
-Q_DECLARE_LOGGING_CATEGORY(lcNet)
 
 namespace {
 

@@ -1,4 +1,5 @@
 #include "dbusnotifier.h"
+#include "platform/platformlog.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -13,8 +14,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-Q_LOGGING_CATEGORY(lcNotify, "halvenmark.platform.notify", QtWarningMsg)
 
 const QString service = u"org.freedesktop.Notifications"_s;
 const QString path = u"/org/freedesktop/Notifications"_s;

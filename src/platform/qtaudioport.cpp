@@ -1,12 +1,11 @@
 #include "platform/qtaudioport.h"
+#include "platform/platformlog.h"
 
 #include <QAudioSink>
 #include <QAudioSource>
 #include <QLoggingCategory>
 #include <QMediaDevices>
 #include <QProcess>
-
-Q_LOGGING_CATEGORY(lcAudio, "halvenmark.audio", QtWarningMsg)
 
 namespace {
 

@@ -1,11 +1,10 @@
 #include "voice/apicalllink.h"
+#include "voice/voicelog.h"
 
 #include <QJsonValue>
 #include <QLoggingCategory>
 
 #include <stdexcept>
-
-Q_DECLARE_LOGGING_CATEGORY(lcCall)
 
 ApiCallLink::~ApiCallLink()
 {

@@ -1,4 +1,5 @@
 #include "voice/call.h"
+#include "voice/voicelog.h"
 
 #include "platform/audioport.h"
 #include "platform/monotonic.h"
@@ -13,8 +14,6 @@
 
 #include <algorithm>
 #include <cmath>
-
-Q_LOGGING_CATEGORY(lcCall, "halvenmark.voice", QtWarningMsg)
 
 using namespace Qt::StringLiterals;
 

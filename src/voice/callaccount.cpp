@@ -1,5 +1,6 @@
 // The call's account-side requests: availability, the journal, preferences and memory.
 #include "voice/call.h"
+#include "voice/voicelog.h"
 
 #include "text/l.h"
 #include "voice/calllink.h"
@@ -9,8 +10,6 @@
 #include <QLoggingCategory>
 
 #include "platform/sleeper.h"
-
-Q_DECLARE_LOGGING_CATEGORY(lcCall)
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;

@@ -1,4 +1,5 @@
 #include "voice/callaudio.h"
+#include "voice/voicelog.h"
 
 #include "platform/audioport.h"
 #include "platform/monotonic.h"
@@ -10,8 +11,6 @@
 
 #include <algorithm>
 #include <cmath>
-
-Q_LOGGING_CATEGORY(lcCallAudio, "halvenmark.voice.audio", QtWarningMsg)
 
 namespace {
 

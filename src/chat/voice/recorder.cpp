@@ -1,4 +1,5 @@
 #include "recorder.h"
+#include "chat/chatlogging.h"
 
 #include "chat/voice/voiceplayer.h"
 #include "platform/appdata.h"
@@ -19,8 +20,6 @@ using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace {
-
-Q_LOGGING_CATEGORY(lcRecorder, "halvenmark.chat.recorder", QtWarningMsg)
 
 constexpr auto settle = 80ms;
 
@@ -156,7 +155,7 @@ void Recorder::onCaptured(const QByteArray &data)
     const QByteArray mono = toMono(data, m_format, &peak);
     if (m_file->write(mono) != mono.size() && !m_writeFailed) {
         m_writeFailed = true;
-        qCWarning(lcRecorder) << "the recording could not be written:" << m_file->errorString();
+        qCWarning(lcVoiceNotes) << "the recording could not be written:" << m_file->errorString();
     }
     m_frames += mono.size() / 2;
     m_peak = std::max(m_peak, peak);

@@ -1,4 +1,5 @@
 #include "voicedelivery.h"
+#include "chat/chatlogging.h"
 
 #include "chat/chatbackgroundtransfer.h"
 #include "chat/chatjson.h"
@@ -16,8 +17,6 @@ using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace {
-
-Q_LOGGING_CATEGORY(lcVoiceSend, "halvenmark.chat.voice", QtWarningMsg)
 
 constexpr auto statusEvery = 2s;
 constexpr int statusAsks = 30; // a minute
@@ -108,7 +107,7 @@ QCoro::Task<Status> askStatus(QString turnID)
         else
             out.heard = Heard::Processing;
     } catch (const std::exception &e) {
-        qCDebug(lcVoiceSend) << "voice status unknown for now:" << e.what();
+        qCDebug(lcVoiceNotes) << "voice status unknown for now:" << e.what();
     }
     co_return out;
 }
@@ -203,7 +202,7 @@ QCoro::Task<ChatCourier::Result> deliver(ChatScope scope, QString storageKey, Sl
             if (status.heard == Heard::Done)
                 co_return settled(status.seq, status.run);
             if (status.heard == Heard::Unknown) {
-                qCInfo(lcVoiceSend)
+                qCInfo(lcVoiceNotes)
                     << "the server lost voice turn" << turn.id << "- sending it again";
                 forget(key);
                 reprocess = true;

@@ -1,4 +1,5 @@
 #include "voiceplayer.h"
+#include "chat/chatlogging.h"
 
 #include "chat/voice/patience.h"
 #include "chat/voice/voiceparts.h"
@@ -10,8 +11,6 @@
 
 #include <QDir>
 #include <QLoggingCategory>
-
-Q_LOGGING_CATEGORY(lcVoice, "halvenmark.voice", QtWarningMsg)
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -252,7 +251,7 @@ void VoicePlayer::onEnded()
 
 void VoicePlayer::onFailed(const QString &why)
 {
-    qCInfo(lcVoice) << "voice did not play:" << why;
+    qCInfo(lcVoiceNotes) << "voice did not play:" << why;
     if (m_playingWhole || m_phase == Phase::Idle) {
         setPhase(Phase::Failed);
         return;
@@ -313,11 +312,11 @@ QCoro::Task<std::optional<QByteArray>> VoicePlayer::fetchPatiently(QString path,
             const bool later = e.unreachable() || e.status == 408 || e.status == 429
                                || (e.status == 404 && !post);
             if (!later) {
-                qCInfo(lcVoice) << "voice refused:" << path << e.description();
+                qCInfo(lcVoiceNotes) << "voice refused:" << path << e.description();
                 co_return std::nullopt;
             }
         } catch (const std::exception &e) {
-            qCDebug(lcVoice) << "voice not there yet:" << path << e.what();
+            qCDebug(lcVoiceNotes) << "voice not there yet:" << path << e.what();
         }
         const auto wait = patience.next(clock() - start);
         if (!wait)
@@ -345,7 +344,7 @@ QCoro::Task<> VoicePlayer::loadSpeech(int generation)
             try {
                 speech = VoiceSpeech::fromJson(Decode::parse(*body));
             } catch (const DecodeError &e) {
-                qCInfo(lcVoice) << "voice answer not understood:" << e.description();
+                qCInfo(lcVoiceNotes) << "voice answer not understood:" << e.description();
             }
         }
         if (!speech) {
