@@ -45,19 +45,6 @@ Failure classify(const std::exception_ptr &error)
     }
 }
 
-QString reasonOf(const std::exception_ptr &error)
-{
-    try {
-        std::rethrow_exception(error);
-    } catch (const Api::Failed &e) {
-        return e.description();
-    } catch (const DecodeError &e) {
-        return e.description();
-    } catch (const std::exception &e) {
-        return QString::fromLocal8Bit(e.what());
-    }
-}
-
 QJsonObject withScope(QJsonObject body, const ChatScope &scope)
 {
     const QJsonObject fields = scope.fields();
@@ -154,7 +141,7 @@ QCoro::Task<ChatCourier::Result> ChatCourier::deliverWith(Route route, OutboxTur
             const Failure kind = classify(failed);
             if (kind == Failure::Offline || kind == Failure::Blip)
                 co_return offline();
-            co_return refused(reasonOf(failed));
+            co_return refused(Api::reasonOf(failed));
         }
         if (!reply.ok || !reply.fileID) {
             co_return refused(reply.error.value_or(L::t(u"השרת לא קיבל את הקובץ %1."_s,
@@ -213,12 +200,12 @@ QCoro::Task<ChatCourier::Result> ChatCourier::sendText(Route route, OutboxTurn t
         }
         const Failure kind = classify(failed);
         if (kind == Failure::DeadReply) {
-            Result dead = refused(reasonOf(failed));
+            Result dead = refused(Api::reasonOf(failed));
             dead.deadReply = true;
             co_return dead;
         }
         if (kind == Failure::Refused)
-            co_return refused(reasonOf(failed));
+            co_return refused(Api::reasonOf(failed));
         if (kind == Failure::Offline || attempt > 0)
             co_return offline();
         qCDebug(lcChat) << "the chat post hit a blip; one more try in" << blipPause.count() << "s";

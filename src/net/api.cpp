@@ -282,6 +282,19 @@ void setIdentity(Identity *identity)
     currentIdentity = identity;
 }
 
+QString reasonOf(const std::exception_ptr &error)
+{
+    try {
+        std::rethrow_exception(error);
+    } catch (const Failed &e) {
+        return e.description();
+    } catch (const DecodeError &e) {
+        return e.description();
+    } catch (const std::exception &e) {
+        return QString::fromLocal8Bit(e.what());
+    }
+}
+
 QString signedInUser()
 {
     return sessionUser();

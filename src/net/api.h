@@ -52,6 +52,9 @@ void setIdentity(Identity *identity);
 // The signed-in user's name (keys the page cache); empty when nobody is.
 QString signedInUser();
 
+// A caught failure as text: the server's reason, the decoding fault, or what the exception says.
+QString reasonOf(const std::exception_ptr &error);
+
 // Pages the server said it is rebuilding, with the seconds after which to ask again.
 QHash<QString, double> &due();
 

@@ -40,19 +40,6 @@ Failure classify(const std::exception_ptr &error)
     }
 }
 
-QString reasonOf(const std::exception_ptr &error)
-{
-    try {
-        std::rethrow_exception(error);
-    } catch (const Api::Failed &e) {
-        return e.description();
-    } catch (const DecodeError &e) {
-        return e.description();
-    } catch (const std::exception &e) {
-        return QString::fromLocal8Bit(e.what());
-    }
-}
-
 ChatCourier::Result kept(Delivery delivery, TurnFailure failure, QString reason = {})
 {
     ChatCourier::Result r;
@@ -182,7 +169,7 @@ QCoro::Task<ChatCourier::Result> deliver(ChatScope scope, QString storageKey, Sl
             if (kind == Failure::Offline)
                 co_return kept(Delivery::Offline, TurnFailure::Offline);
             ChatCourier::Result refused =
-                kept(Delivery::Stopped, TurnFailure::Refused, reasonOf(failed));
+                kept(Delivery::Stopped, TurnFailure::Refused, Api::reasonOf(failed));
             refused.deadReply = kind == Failure::DeadReply;
             co_return refused;
         }
