@@ -81,16 +81,11 @@ private slots:
         const Run first = cli({"get", "webapi/tasks"});
         QCOMPARE(first.status, 0);
         QVERIFY(QJsonDocument::fromJson(first.out).isArray());
-        const Run second = cli({"get", "webapi/tasks"});
-        QCOMPARE(second.status, 0);
-        QCOMPARE(second.out, first.out);
-        QVERIFY2(second.err.contains(u"304"), qPrintable(second.err));
-
+        // The revalidation itself is apitest's; here, that the saved page is the one shown.
         service.fault({{"match", "*"}, {"drop", true}, {"times", -1}});
         const Run offline = cli({"get", "webapi/tasks"});
         QCOMPARE(offline.status, 0);
         QCOMPARE(offline.out, first.out);
-        QCOMPARE(cli({"get", "webapi/automations?offset=20"}).status, 4);
         const Run me = cli({"whoami", "--json"});
         QCOMPARE(me.status, 0);
         QCOMPARE(me.json().value(u"gate").toString(), QStringLiteral("offline"));
