@@ -160,23 +160,30 @@ private slots:
     void readinessCodes_data()
     {
         QTest::addColumn<QString>("code");
-        QTest::newRow("key") << "apns_key_missing";
-        QTest::newRow("key id") << "apns_key_id_missing";
-        QTest::newRow("team") << "apns_team_missing";
+        QTest::addColumn<QString>("lang");
+        QTest::addColumn<QString>("phrase");
+        QTest::newRow("key, en") << "apns_key_missing" << "en" << ".p8";
+        QTest::newRow("key id, he") << "apns_key_id_missing" << "he" << "Key ID";
+        QTest::newRow("team, ru") << "apns_team_missing" << "ru" << "Team ID";
+        QTest::newRow("team, en") << "apns_team_missing" << "en" << "team ID";
     }
 
     void readinessCodes()
     {
         QFETCH(QString, code);
+        QFETCH(QString, phrase);
         service.fault({{"match", "webapi/push/status"},
                        {"status", 200},
                        {"body", QJsonObject{{"ready", true}, {"errors", QJsonArray{code}}}}});
         PushCenter center;
         PushStatusSheet sheet(&center);
         Sync::run(sheet.load());
+        QFETCH(QString, lang);
+        L::pin(lang); // after loading: the texts follow the language of the moment
         QVERIFY(!sheet.status().ready);
         QCOMPARE(sheet.problems(), QStringList{PushStatus::explain(code)});
         QVERIFY(!PushStatus::explain(code).contains(code)); // its own text, not the fallback
+        QVERIFY2(PushStatus::explain(code).contains(phrase), qPrintable(PushStatus::explain(code)));
         service.fault({{"match", "webapi/push/test"},
                        {"status", 409},
                        {"body", QJsonObject{{"error", code}}}});

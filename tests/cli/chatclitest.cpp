@@ -1,16 +1,21 @@
-// The terminal client's chat commands as scripts drive them, and a real client process
-// killed at each step of a send: after the next start the server holds the turn exactly once.
+// The terminal client's chat and voice commands as scripts drive them, and a real client
+// process killed at each step of a text or voice send: after the next start the server holds
+// the turn exactly once.
 
 #include "support/clirun.h"
 #include "support/service.h"
 #include "support/testhome.h"
 
 #include <QDirIterator>
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
 #include <QTest>
+#include <QtEndian>
+
+#include <cmath>
 
 using Run = CliRun;
 
@@ -20,6 +25,7 @@ class ChatCliTest : public QObject
 
     Service service;
     std::unique_ptr<TestHome> home;
+    QString wav;
 
     QProcessEnvironment environment(const QByteArray &pauseAt = {})
     {
@@ -62,6 +68,27 @@ class ChatCliTest : public QObject
 
     QJsonArray outbox() { return QJsonDocument::fromJson(cli({"chat", "outbox", "--json"}).out).array(); }
 
+    // Half a second of a 16 kHz tone whose loudest sample is `peak` of full scale.
+    static QString writeNote(const QString &folder, double peak)
+    {
+        QByteArray samples;
+        for (int i = 0; i < 8000; ++i) {
+            char bytes[2];
+            qToLittleEndian(qint16(std::lround(peak * 32767 * (i % 2 ? 1 : -1))), bytes);
+            samples.append(bytes, 2);
+        }
+        QByteArray head(
+            "RIFF\0\0\0\0WAVEfmt \x10\0\0\0\x01\0\x01\0\x80\x3e\0\0\0\x7d\0\0\x02\0\x10\0data", 40);
+        char size[4];
+        qToLittleEndian(quint32(samples.size()), size);
+        const QString path = folder + QStringLiteral("/note.wav");
+        QFile file(path);
+        if (!file.open(QIODevice::WriteOnly) ||
+            file.write(head + QByteArray(size, 4) + samples) < 0)
+            return {};
+        return path;
+    }
+
 private slots:
     void initTestCase() { QVERIFY2(service.running(), "the reference service did not start"); }
 
@@ -72,6 +99,10 @@ private slots:
         service.reset();
         service.control("POST", QStringLiteral("agent"), {{"step_delay", 0.01}});
         QCOMPARE(cli({"login", "--user", "demo"}, "demo-password\n").status, 0);
+        service.control("POST", QStringLiteral("voice/transcript"),
+                        {{"user", "demo"}, {"text", "call\x1b[31m mom"}});
+        wav = writeNote(home->path(), 0.25);
+        QVERIFY(!wav.isEmpty());
     }
 
     void sendAndWaitForTheReply()
@@ -188,19 +219,72 @@ private slots:
         QVERIFY2(run.out.contains("␛") || run.err.contains(u"␛"), qPrintable(run.err));
     }
 
+    void voiceCommands_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<int>("stored");
+        QTest::newRow("send --voice") << QStringList{"chat", "send", "--voice", "@"} << 0 << 1;
+        QTest::newRow("record --input")
+            << QStringList{"chat", "record", "--seconds", "0.3", "--input", "@"} << 0 << 1;
+        QTest::newRow("transcribe") << QStringList{"chat", "transcribe", "@"} << 0 << 0;
+        QTest::newRow("not a WAV file")
+            << QStringList{"chat", "send", "--voice", HALVENMARK_CLI} << 1 << 0;
+        QTest::newRow("record --seconds 0")
+            << QStringList{"chat", "record", "--seconds", "0"} << 2 << 0;
+        QTest::newRow("transcribe without a file") << QStringList{"chat", "transcribe"} << 2 << 0;
+    }
+
+    void voiceCommands()
+    {
+        QFETCH(QStringList, args);
+        QFETCH(int, status);
+        QFETCH(int, stored);
+        args.replaceInStrings(QStringLiteral("@"), wav);
+        const Run run = cli(args);
+        QCOMPARE(run.status, status);
+        QCOMPARE(userTurns(), stored);
+        if (status == 0) {
+            // What the server heard, with its control characters made visible.
+            QVERIFY2(run.out.contains("call"), run.out.constData());
+            QVERIFY(!run.out.contains('\x1b'));
+        }
+        if (status == 0 && stored == 1) {
+            const QJsonObject fields =
+                service.control("POST", QStringLiteral("voice/received"), {{"user", "demo"}})
+                    .value(u"received")
+                    .toArray()
+                    .last()
+                    .toObject();
+            QCOMPARE(fields.value(u"peak").toString().toDouble(), 0.25);
+        }
+    }
+
+    // A text turn or a voice upload.
     void killedMidSend_data()
     {
+        QTest::addColumn<bool>("voice");
         QTest::addColumn<QByteArray>("pauseAt");
         QTest::addColumn<QJsonObject>("fault");
         QTest::addColumn<int>("storedBeforeRestart");
-        QTest::newRow("after request.body is written") << QByteArray("body-written") << QJsonObject() << 0;
-        QTest::newRow("after the server stored the message")
-            << QByteArray() << QJsonObject{{"match", "webapi/chat"}, {"after", "hold"}, {"delay", 30}} << 1;
-        QTest::newRow("after receipt.json is written") << QByteArray("receipt-written") << QJsonObject() << 1;
+        for (const bool voice : {false, true}) {
+            const char *kind = voice ? "voice" : "text";
+            QTest::addRow("%s, after request.body is written", kind)
+                << voice << QByteArray("body-written") << QJsonObject() << 0;
+            QTest::addRow("%s, after the server stored the message", kind)
+                << voice << QByteArray()
+                << QJsonObject{{"match", voice ? "webapi/voice" : "webapi/chat"},
+                               {"after", "hold"},
+                               {"delay", 30}}
+                << 1;
+            QTest::addRow("%s, after receipt.json is written", kind)
+                << voice << QByteArray("receipt-written") << QJsonObject() << 1;
+        }
     }
 
     void killedMidSend()
     {
+        QFETCH(bool, voice);
         QFETCH(QByteArray, pauseAt);
         QFETCH(QJsonObject, fault);
         QFETCH(int, storedBeforeRestart);
@@ -210,7 +294,9 @@ private slots:
         QProcess client;
         client.setProcessEnvironment(environment(pauseAt));
         client.setReadChannel(QProcess::StandardError);
-        client.start(QStringLiteral(HALVENMARK_CLI), {"chat", "send", "exactly once, please"});
+        client.start(QStringLiteral(HALVENMARK_CLI),
+                     voice ? QStringList{"chat", "send", "--voice", wav}
+                           : QStringList{"chat", "send", "exactly once, please"});
         QVERIFY(client.waitForStarted());
         if (!pauseAt.isEmpty()) {
             QString err;
@@ -218,7 +304,7 @@ private slots:
                 err += QString::fromUtf8(client.readAllStandardError());
             QVERIFY2(err.contains(u"paused at"), qPrintable(err));
         } else {
-            QTRY_COMPARE_WITH_TIMEOUT(stored().size(), 1, 20'000);
+            QTRY_COMPARE_WITH_TIMEOUT(userTurns(), 1, 20'000);
         }
         client.kill(); // SIGKILL: no clean-up of any kind
         QVERIFY(client.waitForFinished(10'000));

@@ -39,27 +39,6 @@ private slots:
         service.reset();
     }
 
-    void usage_data()
-    {
-        QTest::addColumn<QStringList>("args");
-        QTest::newRow("nothing") << QStringList{};
-        QTest::newRow("unknown command") << QStringList{"fly"};
-        QTest::newRow("unknown option") << QStringList{"whoami", "--wings"};
-        QTest::newRow("login without a name") << QStringList{"login"};
-        QTest::newRow("login with both") << QStringList{"login", "--user", "a", "--token", "b"};
-        QTest::newRow("get without a path") << QStringList{"get"};
-        QTest::newRow("prefs set short") << QStringList{"prefs", "set", "lang"};
-    }
-
-    void usage()
-    {
-        QFETCH(QStringList, args);
-        const Run run = cli(args);
-        QCOMPARE(run.status, 2);
-        QVERIFY(!run.err.isEmpty());
-        QVERIFY(run.out.isEmpty());
-    }
-
     void plainTextServerIsRefused()
     {
         const Run run = cli({"whoami"}, {}, QStringLiteral("http://example.com"));
@@ -74,13 +53,6 @@ private slots:
         QCOMPARE(run.json().value(u"gate").toString(), QStringLiteral("out"));
         QCOMPARE(run.json().value(u"exit").toString(), QStringLiteral("fresh"));
         QCOMPARE(cli({"get", "webapi/tasks"}).status, 3);
-    }
-
-    void wrongPasswordIsRefused()
-    {
-        const Run run = cli({"login", "--user", "demo"}, "guess\n");
-        QCOMPARE(run.status, 1);
-        QVERIFY2(run.err.contains(u"Wrong user name or password."), qPrintable(run.err));
     }
 
     void signedInWhoami()
@@ -109,56 +81,14 @@ private slots:
         const Run first = cli({"get", "webapi/tasks"});
         QCOMPARE(first.status, 0);
         QVERIFY(QJsonDocument::fromJson(first.out).isArray());
-        const Run second = cli({"get", "webapi/tasks"});
-        QCOMPARE(second.status, 0);
-        QCOMPARE(second.out, first.out);
-        QVERIFY2(second.err.contains(u"304"), qPrintable(second.err));
-
+        // The revalidation itself is apitest's; here, that the saved page is the one shown.
         service.fault({{"match", "*"}, {"drop", true}, {"times", -1}});
         const Run offline = cli({"get", "webapi/tasks"});
         QCOMPARE(offline.status, 0);
         QCOMPARE(offline.out, first.out);
-        QCOMPARE(cli({"get", "webapi/automations?offset=20"}).status, 4);
         const Run me = cli({"whoami", "--json"});
         QCOMPARE(me.status, 0);
         QCOMPARE(me.json().value(u"gate").toString(), QStringLiteral("offline"));
-    }
-
-    void serverRefusalIsOne()
-    {
-        login();
-        const Run run = cli({"get", "webapi/nothing-here"});
-        QCOMPARE(run.status, 1);
-        QVERIFY(!run.err.isEmpty());
-    }
-
-    void badAnswerIsNotAnUnreachableServer_data()
-    {
-        QTest::addColumn<QJsonObject>("fault");
-        QTest::addColumn<int>("status");
-        QTest::addColumn<QString>("text");
-        QTest::newRow("not json") << QJsonObject{{"status", 200}, {"body", "<html>"}} << 5
-                                  << "The server's answer cannot be used";
-        QTest::newRow("wrong types") << QJsonObject{{"status", 200}, {"body", R"({"authenticated":"yes"})"}}
-                                     << 5 << "The server's answer cannot be used";
-        QTest::newRow("redirect elsewhere")
-            << QJsonObject{{"status", 302}, {"headers", QJsonObject{{"Location", "http://127.0.0.2:9/webapi/me"}}}}
-            << 5 << "redirected";
-        QTest::newRow("no answer") << QJsonObject{{"drop", true}} << 0
-                                   << "Cannot reach the server: showing the saved profile.";
-    }
-
-    void badAnswerIsNotAnUnreachableServer()
-    {
-        QFETCH(QJsonObject, fault);
-        login();
-        fault.insert("match", "webapi/me");
-        fault.insert("times", -1);
-        service.fault(fault);
-        const Run run = cli({"--lang", "en", "whoami"});
-        QTEST(run.status, "status");
-        QFETCH(QString, text);
-        QVERIFY2(run.err.contains(text), qPrintable(run.err));
     }
 
     void endedSessionIsThree()
@@ -178,16 +108,6 @@ private slots:
         const Run run = cli({"prefs", "--json"});
         QCOMPARE(run.status, 0);
         QCOMPARE(run.json().value(u"theme").toString(), QStringLiteral("dark"));
-    }
-
-    void logoutAndDelete()
-    {
-        login();
-        QCOMPARE(cli({"logout"}).status, 0);
-        QCOMPARE(cli({"whoami"}).status, 3);
-        login();
-        QCOMPARE(cli({"delete-account", "--yes"}).status, 0);
-        QCOMPARE(cli({"login", "--user", "demo"}, "demo-password\n").status, 1);
     }
 
     void everyLineInTheChosenLanguage_data()

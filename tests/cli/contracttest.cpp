@@ -41,7 +41,7 @@ private slots:
     {
         QTest::addColumn<bool>("signedIn");
         QTest::addColumn<QString>("agent");      // the agent's mode
-        QTest::addColumn<QJsonObject>("fault");  // in force from the first command on
+        QTest::addColumn<QJsonObject>("fault");  // in force from the first command on; or expire
         QTest::addColumn<QStringList>("before"); // run first, its status not looked at
         QTest::addColumn<QStringList>("args");
         QTest::addColumn<QByteArray>("input");
@@ -82,7 +82,21 @@ private slots:
             "delete-account --yes");
         row("1 outbox id not unique", true, "normal", unreachable, {"chat", "send", "x"},
             {"chat", "outbox", "discard", ""}, {}, 1, "No turn");
+        row("1 wrong password", false, "normal", none, {}, {"login", "--user", "demo"}, "guess\n",
+            1, "Wrong user name or password.");
+        row("1 page refused", true, "normal", none, {}, {"get", "webapi/nothing-here"}, {}, 1, "");
+        row("1 sign-in after the account is deleted", true, "normal", none,
+            {"delete-account", "--yes"}, {"login", "--user", "demo"}, "demo-password\n", 1, "");
+        row("1 vault refused", true, "normal", {{"match", "webapi/vault"}, {"status", 500}}, {},
+            {"vault", "list"}, {}, 1, "");
         row("2 unknown command", false, "normal", none, {}, {"fly"}, {}, 2, "Unknown command");
+        row("2 nothing", false, "normal", none, {}, {}, {}, 2, "");
+        row("2 unknown option", false, "normal", none, {}, {"whoami", "--wings"}, {}, 2, "");
+        row("2 login without a name", false, "normal", none, {}, {"login"}, {}, 2, "");
+        row("2 login with both", false, "normal", none, {},
+            {"login", "--user", "a", "--token", "b"}, {}, 2, "");
+        row("2 get without a path", false, "normal", none, {}, {"get"}, {}, 2, "");
+        row("2 prefs set short", false, "normal", none, {}, {"prefs", "set", "lang"}, {}, 2, "");
         row("2 option not taken", false, "normal", none, {}, {"chat", "log", "--file", "a"}, {}, 2,
             "does not take --file");
         row("2 text starting with a dash", true, "normal", none, {}, {"chat", "send", "-5"}, {}, 2,
@@ -91,16 +105,32 @@ private slots:
         row("2 bad --limit", true, "normal", none, {}, {"chat", "log", "--limit", "0"}, {}, 2,
             "--limit");
         row("3 not signed in", false, "normal", none, {}, {"chat", "log"}, {}, 3, "not signed in");
+        row("3 after logout", true, "normal", none, {"logout"}, {"whoami"}, {}, 3, "");
+        row("3 vault after the session ended", true, "normal", {{"expire", true}}, {},
+            {"vault", "list"}, {}, 3, "");
         row("4 turn kept", true, "normal", unreachable, {}, {"chat", "send", "x"}, {}, 4,
             "kept in the outbox");
         row("4 page unreachable, nothing saved", true, "normal",
             {{"match", "webapi/projects"}, {"drop", true}, {"times", -1}}, {},
             {"get", "webapi/projects"}, {}, 4, "Cannot reach http://127.0.0.1:");
+        row("4 vault unreachable", true, "normal",
+            {{"match", "webapi/vault"}, {"drop", true}, {"times", 3}}, {}, {"vault", "list"}, {}, 4,
+            "");
         row("4 drain offline", true, "normal", unreachable, {"chat", "send", "x"},
             {"chat", "drain"}, {}, 4, "kept for the network 1");
         row("5 answer not usable", true, "normal",
             {{"match", "webapi/me"}, {"status", 200}, {"body", "<html>"}, {"times", -1}}, {},
             {"whoami"}, {}, 5, "cannot be used");
+        row("5 answer of the wrong types", true, "normal",
+            {{"match", "webapi/me"}, {"status", 200}, {"body", R"({"authenticated":"yes"})"},
+             {"times", -1}}, {}, {"whoami"}, {}, 5, "cannot be used");
+        row("5 redirected elsewhere", true, "normal",
+            {{"match", "webapi/me"}, {"status", 302}, {"times", -1},
+             {"headers", QJsonObject{{"Location", "http://127.0.0.2:9/webapi/me"}}}}, {},
+            {"whoami"}, {}, 5, "redirected");
+        row("0 no answer: the saved profile", true, "normal",
+            {{"match", "webapi/me"}, {"drop", true}, {"times", -1}}, {}, {"whoami"}, {}, 0,
+            "Cannot reach the server: showing the saved profile.");
     }
 
     void exitStatus()
@@ -116,7 +146,9 @@ private slots:
         if (signedIn)
             QCOMPARE(cli({"login", "--user", "demo"}, "demo-password\n").status, 0);
         service.control("POST", QStringLiteral("agent"), {{"mode", agent}});
-        if (!fault.isEmpty())
+        if (fault.value(u"expire").toBool())
+            service.expire(QStringLiteral("demo"));
+        else if (!fault.isEmpty())
             service.fault(fault);
         if (!before.isEmpty())
             cli(before);

@@ -65,7 +65,6 @@ class CallControllerTest : public QObject
 private slots:
     void phase_data();
     void phase();
-    void mute_data();
     void mute();
     void volume_data();
     void volume();
@@ -128,31 +127,19 @@ void CallControllerTest::phase()
     QVERIFY(!changes.isEmpty());
 }
 
-void CallControllerTest::mute_data()
-{
-    QTest::addColumn<bool>("muted");
-    QTest::newRow("speaking") << false;
-    QTest::newRow("muted") << true;
-}
-
+// What a muted call sends is tst_call's; here, the button and the meter.
 void CallControllerTest::mute()
 {
-    QFETCH(bool, muted);
     Rig rig;
     rig.controller.start();
     rig.serve(uR"({"type":"ready"})"_s);
-    if (muted) {
-        rig.controller.toggleMute();
-    }
-    QCOMPARE(rig.call.muted(), muted);
-    const QByteArray voice(960, '\x30');
-    rig.call.push(voice);
-    QCoreApplication::processEvents();
-    // Muted, silence of the same length keeps flowing; the meter drops to its floor.
-    QCOMPARE(rig.sentAudio(), QList<QByteArray>{muted ? QByteArray(960, '\0') : voice});
-    QCOMPARE(rig.controller.meterLevel() == 0, muted);
     rig.controller.toggleMute();
-    QCOMPARE(rig.call.muted(), !muted);
+    QVERIFY(rig.call.muted());
+    rig.call.push(QByteArray(960, '\x30'));
+    QCoreApplication::processEvents();
+    QCOMPARE(rig.controller.meterLevel(), 0.0); // the meter drops to its floor
+    rig.controller.toggleMute();
+    QVERIFY(!rig.call.muted());
 }
 
 void CallControllerTest::volume_data()

@@ -7,7 +7,6 @@
 #include "vaultcontroller.h"
 
 #include "app/fakenotifier.h"
-#include "app/pushstatus.h"
 #include "chat/chatstore.h"
 #include "features/health/healthsync.h"
 #include "features/vault/vaultstore.h"
@@ -173,39 +172,6 @@ private slots:
         QCOMPARE(route.value(u"page"_s).toString(), page);
         QCOMPARE(route.value(u"item"_s).toString(), item);
         QVERIFY(notify.takeRoute().isEmpty()); // taken once
-    }
-
-    void readinessCodesAreExplainedInTheLanguage_data()
-    {
-        QTest::addColumn<QString>("code");
-        QTest::addColumn<QString>("lang");
-        QTest::addColumn<QString>("phrase");
-        QTest::newRow("key, en") << u"apns_key_missing"_s << u"en"_s << u".p8"_s;
-        QTest::newRow("key id, he") << u"apns_key_id_missing"_s << u"he"_s << u"Key ID"_s;
-        QTest::newRow("team, ru") << u"apns_team_missing"_s << u"ru"_s << u"Team ID"_s;
-        QTest::newRow("team, en") << u"apns_team_missing"_s << u"en"_s << u"team ID"_s;
-    }
-
-    void readinessCodesAreExplainedInTheLanguage()
-    {
-        QFETCH(QString, code);
-        QFETCH(QString, lang);
-        QFETCH(QString, phrase);
-        service.fault({{"match", "webapi/push/status"},
-                       {"status", 200},
-                       {"body", QJsonObject{{"ready", false}, {"errors", QJsonArray{code}}}}});
-        FakeNotifier notifier;
-        NotifyController notify(&notifier);
-        notify.arm();
-        notify.checkStatus();
-        QTRY_VERIFY(notify.loaded() && !notify.loading());
-        L::pin(lang);
-        QCOMPARE(notify.problems().size(), 1);
-        const QString explained = notify.problems().first();
-        QVERIFY2(explained.contains(phrase), qPrintable(explained));
-        QVERIFY(!explained.contains(code));
-        QCOMPARE(explained, PushStatus::explain(code));
-        QVERIFY(!notify.serverText().isEmpty());
     }
 
     void leavingTheWindowLocksTheVault()

@@ -135,23 +135,19 @@ void DesktopModelsTest::memoMeasuresOnce()
     QCOMPARE(memo.measure(QString(), 100, u"DejaVu Sans"_s, 15), QSizeF());
 }
 
+// What SharedItems makes of the clipboard is its own test's; here, that it lands in the outbox.
 void DesktopModelsTest::pasteAttaches_data()
 {
-    QTest::addColumn<QString>("kind");
-    QTest::addColumn<bool>("taken");
+    QTest::addColumn<bool>("image");
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("mime");
-
-    QTest::newRow("image with alpha") << u"image"_s << true << u"photo.jpg"_s << u"image/jpeg"_s;
-    QTest::newRow("local file") << u"file"_s << true << u"notes.txt"_s << u"text/plain"_s;
-    QTest::newRow("text only") << u"text"_s << false << QString() << QString();
-    QTest::newRow("remote url") << u"remote"_s << false << QString() << QString();
+    QTest::newRow("image with alpha") << true << u"photo.jpg"_s << u"image/jpeg"_s;
+    QTest::newRow("local file") << false << u"notes.txt"_s << u"text/plain"_s;
 }
 
 void DesktopModelsTest::pasteAttaches()
 {
-    QFETCH(QString, kind);
-    QFETCH(bool, taken);
+    QFETCH(bool, image);
     QFETCH(QString, name);
     QFETCH(QString, mime);
 
@@ -159,37 +155,29 @@ void DesktopModelsTest::pasteAttaches()
     QTemporaryDir scratch;
     ChatController chat(ChatScope::main(), u"tester"_s, u"user"_s);
     QMimeData data;
-    if (kind == u"image") {
-        QImage image(40, 30, QImage::Format_ARGB32);
-        image.fill(QColor(200, 10, 10, 120));
-        data.setImageData(image);
-    } else if (kind == u"file") {
+    if (image) {
+        QImage picture(40, 30, QImage::Format_ARGB32);
+        picture.fill(QColor(200, 10, 10, 120));
+        data.setImageData(picture);
+    } else {
         QFile file(scratch.filePath(u"notes.txt"_s));
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write("hello");
         file.close();
         data.setUrls({QUrl::fromLocalFile(file.fileName())});
         data.setText(u"notes.txt"_s);
-    } else if (kind == u"text") {
-        data.setText(u"just words"_s);
-    } else {
-        data.setUrls({QUrl(u"https://example.com/a.png"_s)});
     }
 
-    QCOMPARE(chat.attachMime(&data), taken);
+    QVERIFY(chat.attachMime(&data));
     const QList<ComposerAttachment> &attached = chat.store()->composerAttachments();
-    QCOMPARE(attached.size(), taken ? 1 : 0);
-    if (!taken)
-        return;
+    QCOMPARE(attached.size(), 1);
     QCOMPARE(attached.first().name, name);
     QCOMPARE(attached.first().mime, mime);
     const std::optional<QByteArray> bytes =
         chat.store()->outbox().readData(attached.first().fileID);
     QVERIFY(bytes.has_value());
-    if (kind == u"image") {
-        QVERIFY(bytes->startsWith("\xFF\xD8"));
-        const QImage back = QImage::fromData(*bytes);
-        QCOMPARE(back.size(), QSize(40, 30));
+    if (image) {
+        QCOMPARE(QImage::fromData(*bytes).size(), QSize(40, 30));
         QVERIFY(!chat.preview(attached.first().id).isEmpty());
     } else {
         QCOMPARE(*bytes, QByteArray("hello"));

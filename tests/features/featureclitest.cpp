@@ -94,29 +94,6 @@ private slots:
         QCOMPARE(cli({"vault", "rm", items[0][u"id"].toString()}).status, 1);
     }
 
-    void vaultListExitStatus_data()
-    {
-        QTest::addColumn<QString>("trouble");
-        QTest::addColumn<int>("status");
-        QTest::newRow("server error") << u"status"_qs << 1;
-        QTest::newRow("server unreachable") << u"drop"_qs << 4;
-        QTest::newRow("session ended") << u"expire"_qs << 3;
-    }
-
-    void vaultListExitStatus()
-    {
-        QFETCH(QString, trouble);
-        QFETCH(int, status);
-        if (trouble == u"expire")
-            service.expire(u"demo"_qs);
-        else if (trouble == u"drop")
-            service.fault(
-                {{u"match"_qs, u"webapi/vault"_qs}, {u"drop"_qs, true}, {u"times"_qs, 3}});
-        else
-            service.fault({{u"match"_qs, u"webapi/vault"_qs}, {u"status"_qs, 500}});
-        QCOMPARE(cli({"vault", "list"}).status, status);
-    }
-
     void healthImportThenALaterExport()
     {
         QTemporaryDir dir;

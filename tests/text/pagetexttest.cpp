@@ -1,7 +1,6 @@
 #include "platform/appdata.h"
 #include "support/testhome.h"
 #include "text/l.h"
-#include "text/plugintext.h"
 #include "text/since.h"
 #include "text/word.h"
 
@@ -10,12 +9,6 @@
 
 #include <ctime>
 #include <functional>
-#include <limits>
-
-using OptInt = std::optional<qint64>;
-using OptReal = std::optional<double>;
-Q_DECLARE_METATYPE(OptInt)
-Q_DECLARE_METATYPE(OptReal)
 
 using Texts = QStringList; // English, Russian, Hebrew
 
@@ -125,56 +118,6 @@ private slots:
         QFETCH(QDateTime, moment);
         const auto text = seen ? &Since::seen : &Since::read;
         compareInEach([&] { return text(moment, now()); });
-    }
-
-    // Counts and costs read the same in every language.
-    void numbers_data()
-    {
-        QTest::addColumn<bool>("cost"); // PluginText::usd, else PluginText::tokens
-        QTest::addColumn<OptReal>("x");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("no count") << false << OptReal() << "0";
-        QTest::newRow("1000") << false << OptReal(1000) << "1K";
-        QTest::newRow("999999 rounds up within K") << false << OptReal(999999) << "1000K";
-        QTest::newRow("1000000") << false << OptReal(1000000) << "1.0M";
-        QTest::newRow("12345678901") << false << OptReal(12345678901) << "12.35B";
-        QTest::newRow("negative count stays as is") << false << OptReal(-5000) << "-5000";
-        QTest::newRow("no cost") << true << OptReal() << "—";
-        QTest::newRow("0.004") << true << OptReal(0.004) << "$0.00400";
-        QTest::newRow("1") << true << OptReal(1) << "$1.00";
-        QTest::newRow("100") << true << OptReal(100) << "$100";
-        QTest::newRow("12345.6") << true << OptReal(12345.6) << "$12346";
-    }
-    void numbers()
-    {
-        QFETCH(bool, cost);
-        QFETCH(OptReal, x);
-        QFETCH(QString, expected);
-        const OptInt n = x ? OptInt(qint64(*x)) : std::nullopt;
-        for (const char *lang : {"en", "ru", "he"}) {
-            L::set(lang);
-            QCOMPARE(cost ? PluginText::usd(x) : PluginText::tokens(n), expected);
-        }
-    }
-
-    void seconds_data()
-    {
-        QTest::addColumn<QString>("lang");
-        QTest::addColumn<OptReal>("x");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("absent") << "he" << OptReal() << "–";
-        QTest::newRow("infinite")
-            << "en" << OptReal(std::numeric_limits<double>::infinity()) << "–";
-        QTest::newRow("Russian") << "ru" << OptReal(12.6) << "13 с";
-        QTest::newRow("half rounds away") << "en" << OptReal(2.5) << "3s";
-    }
-    void seconds()
-    {
-        QFETCH(QString, lang);
-        QFETCH(OptReal, x);
-        QFETCH(QString, expected);
-        L::set(lang);
-        QCOMPARE(PluginText::seconds(x), expected);
     }
 
     void of_data()

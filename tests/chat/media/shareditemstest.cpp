@@ -135,9 +135,10 @@ private slots:
         file.write("%PDF-1.4\n");
         file.close();
         QMimeData data;
-        data.setUrls({QUrl::fromLocalFile(pdf), QUrl::fromLocalFile(dir.filePath(u"gone.txt"_s))});
+        data.setUrls({QUrl::fromLocalFile(pdf), QUrl::fromLocalFile(dir.filePath(u"gone.txt"_s)),
+                      QUrl(u"https://example.com/a.png"_s)});
         const QList<SharedItem> items = SharedItems::fromMime(&data);
-        QCOMPARE(items.size(), 1); // a file that is not there is not attached
+        QCOMPARE(items.size(), 1); // neither a file that is not there nor a remote one
         QCOMPARE(items[0].path, pdf);
         QCOMPARE(items[0].name, u"report.pdf"_s);
         QCOMPARE(items[0].mime, u"application/pdf"_s);

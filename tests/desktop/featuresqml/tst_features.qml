@@ -153,6 +153,7 @@ Surface {
             const sheet = findChild(page, "notificationsSheet")
             tryVerify(() => sheet.opened)
             tryVerify(() => Notify.loaded && !Notify.loading && Notify.problems.length === 2)
+            verify(Notify.serverText !== "")
             const problems = findChild(sheet.contentItem, "pushProblems")
             compare(problems.count, 2)
             waitForRendering(page)
