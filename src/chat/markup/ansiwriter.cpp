@@ -1,5 +1,6 @@
 #include "ansiwriter.h"
 
+#include "chars.h"
 #include "markup.h"
 #include "plainwriter.h"
 
@@ -7,6 +8,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -395,6 +397,70 @@ QStringList textLines(const Line &line, const Options &options)
     return out;
 }
 
+// Whether the markup would read anything in text: a table, a tag, bold, a link, an escape or
+// an entity. The tests are the ones the parser itself starts from.
+bool marked(QStringView text)
+{
+    for (const QChar c : text) {
+        const char16_t u = c.unicode();
+        if (u == u'|' || u == u'<' || u == u'\\' || u == u'&')
+            return true;
+    }
+    return Chars::contains(text, u"**") || Chars::contains(text, u"](")
+           || Chars::contains(text, u"http");
+}
+
+// Text without markup: its lines, directed and isolated as blocks() would, painted without
+// building runs. Only lines too wide for the terminal go through the general layout.
+std::optional<QString> renderPlain(const QString &input, const Options &options)
+{
+    if (marked(input))
+        return std::nullopt;
+    const QString text = Chars::valid(input);
+    QList<QStringView> lines;
+    for (qsizetype pos = 0;;) {
+        const qsizetype nl = text.indexOf(u'\n', pos);
+        QStringView line = QStringView(text).sliced(pos, (nl < 0 ? text.size() : nl) - pos);
+        // A "\r\n" line end leaves its "\r" behind.
+        if (line.endsWith(u'\r'))
+            line.chop(1);
+        lines.append(line);
+        if (nl < 0)
+            break;
+        pos = nl + 1;
+    }
+    while (!lines.isEmpty() && lines.last().trimmed().isEmpty())
+        lines.removeLast();
+    std::optional<bool> whole;
+    for (const QStringView line : lines) {
+        if ((whole = lean(line)))
+            break;
+    }
+    QString out;
+    out.reserve(text.size() + 2 * lines.size() + 8);
+    for (qsizetype i = 0; i < lines.size(); ++i) {
+        if (i > 0)
+            out += u'\n';
+        const bool rtl = rightToLeft(lines[i], whole);
+        const QString settled = isolate(lines[i], rtl);
+        if (displayWidth(settled) > options.width) {
+            Line line;
+            line.rtl = rtl;
+            if (!settled.isEmpty())
+                line.runs.append({settled, Style()});
+            out += textLines(line, options).join(u'\n');
+            continue;
+        }
+        if (options.marks) {
+            out += markOf(rtl);
+            out += PlainWriter::printable(settled);
+        } else {
+            out += unmarked(PlainWriter::printable(settled));
+        }
+    }
+    return out;
+}
+
 } // namespace
 
 int displayWidth(QStringView text)
@@ -425,6 +491,8 @@ QString write(const QList<Block> &blocks, const Options &options)
 
 QString render(const QString &text, const Options &options)
 {
+    if (const std::optional<QString> out = renderPlain(text, options))
+        return *out;
     return write(blocks(text), options);
 }
 
