@@ -26,6 +26,11 @@ int widthOf(char32_t u)
     // Printable Latin before the combining marks: the common case, one column each.
     if (u >= 0x20 && u < 0x300)
         return 1;
+    // Hebrew letters and punctuation, Cyrillic, general punctuation: one column, no category
+    // lookup.
+    if ((u >= 0x05D0 && u < 0x0600) || (u >= 0x0400 && u < 0x0483) || (u >= 0x048A && u < 0x0530)
+        || (u >= 0x2010 && u < 0x202A))
+        return 1;
     switch (QChar::category(u)) {
     case QChar::Mark_NonSpacing:
     case QChar::Mark_Enclosing:
@@ -468,6 +473,10 @@ int displayWidth(QStringView text)
     int total = 0;
     for (qsizetype i = 0; i < text.size(); ++i) {
         char32_t u = text[i].unicode();
+        if (u >= 0x20 && u < 0x300) {
+            ++total;
+            continue;
+        }
         if (text[i].isHighSurrogate() && i + 1 < text.size() && text[i + 1].isLowSurrogate()) {
             u = QChar::surrogateToUcs4(text[i], text[i + 1]);
             ++i;

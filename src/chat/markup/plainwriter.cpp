@@ -15,9 +15,19 @@ QChar markOf(bool rtl)
 
 QString printable(QStringView text)
 {
+    // Most text has nothing to show differently: copied whole.
+    qsizetype first = 0;
+    for (; first < text.size(); ++first) {
+        const char16_t u = text[first].unicode();
+        if ((u < 0x20 && u != u'\t') || (u >= 0x7F && u <= 0x9F))
+            break;
+    }
+    if (first == text.size())
+        return text.toString();
     QString out;
     out.reserve(text.size());
-    for (const QChar c : text) {
+    out += text.first(first);
+    for (const QChar c : text.sliced(first)) {
         const char16_t u = c.unicode();
         if (u < 0x20 && u != u'\t')
             out += QChar(0x2400 + u); // the Control Pictures block: ␛ for ESC
