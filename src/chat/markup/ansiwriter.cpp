@@ -107,18 +107,18 @@ QList<Run> spelledOut(const QList<Run> &runs, bool hyperlinks)
 
 QString sgr(const Style &s)
 {
-    QStringList codes;
-    if (s.bold)
-        codes << QStringLiteral("1");
-    if (s.code || s.pre)
-        codes << QStringLiteral("2");
-    if (s.italic || s.quote)
-        codes << QStringLiteral("3");
-    if (s.underline)
-        codes << QStringLiteral("4");
-    if (s.strike)
-        codes << QStringLiteral("9");
-    return codes.isEmpty() ? QString() : u"\x1b["_s + codes.join(u';') + u'm';
+    const bool on[] = {s.bold, s.code || s.pre, s.italic || s.quote, s.underline, s.strike};
+    static constexpr char16_t codes[] = {u'1', u'2', u'3', u'4', u'9'};
+    QString out;
+    for (int i = 0; i < 5; ++i) {
+        if (!on[i])
+            continue;
+        out += out.isEmpty() ? u"\x1b["_s : u";"_s;
+        out += QChar(codes[i]);
+    }
+    if (!out.isEmpty())
+        out += u'm';
+    return out;
 }
 
 // Writes styled pieces, switching SGR and hyperlinks only where they change.
@@ -148,6 +148,11 @@ public:
 private:
     void switchTo(const Style &style)
     {
+        // Most pieces keep the style of the one before.
+        if (m_switched && style == m_style)
+            return;
+        m_style = style;
+        m_switched = true;
         const QString target = m_hyperlinks ? linkTarget(style.link) : QString();
         if (target != m_link) {
             if (!m_link.isEmpty())
@@ -174,6 +179,8 @@ private:
     QString m_out;
     QString m_link;
     QString m_sgr;
+    Style m_style;
+    bool m_switched = false;
 };
 
 Cell cellOf(const Line &line, bool hyperlinks)
