@@ -50,6 +50,13 @@ QString wrapped(const QString &text, int width)
 
 QString Clock::stamp(qint64 millis)
 {
+    QString out;
+    stampInto(out, millis);
+    return out;
+}
+
+void Clock::stampInto(QString &out, qint64 millis)
+{
     const qint64 hour = millis >= 0 ? millis / 3'600'000 : (millis - 3'599'999) / 3'600'000;
     auto found = m_offsets.constFind(hour);
     if (found == m_offsets.constEnd())
@@ -71,7 +78,13 @@ QString Clock::stamp(qint64 millis)
     const int day = int(doy - (153 * mp + 2) / 5 + 1);
     const int month = int(mp < 10 ? mp + 3 : mp - 9);
     const qint64 year = yoe + era * 400 + (month <= 2 ? 1 : 0);
-    QString out = QString::number(year);
+    if (year >= 1000 && year <= 9999) {
+        const int y = int(year);
+        twoDigits(out, y / 100);
+        twoDigits(out, y % 100);
+    } else {
+        out += QString::number(year);
+    }
     out += u'-';
     twoDigits(out, month);
     out += u'-';
@@ -80,7 +93,6 @@ QString Clock::stamp(qint64 millis)
     twoDigits(out, int(secs / 3600));
     out += u':';
     twoDigits(out, int(secs / 60 % 60));
-    return out;
 }
 
 QList<const ChatMessage *> chosen(const MessageList &messages, std::optional<qint64> since,
@@ -97,15 +109,22 @@ QList<const ChatMessage *> chosen(const MessageList &messages, std::optional<qin
     return out;
 }
 
-QString entry(const ChatMessage &m, const Facts &facts, Clock &clock)
+void append(QString &out, const ChatMessage &m, const Facts &facts, Clock &clock)
 {
     const bool agent = m.role == u"assistant";
-    QString out = u"#"_s + QString::number(m.seq) + u" ["_s +
-                  clock.stamp(ChatJson::millisOf(m.createdAt)) + u"] "_s;
+    const qsizetype start = out.size();
+    out += u'#';
+    out += QString::number(m.seq);
+    out += u" ["_s;
+    clock.stampInto(out, ChatJson::millisOf(m.createdAt));
+    out += u"] "_s;
     out += agent ? facts.agent : m.source == u"telegram" ? facts.youTelegram : facts.you;
-    if (const auto task = m.taskNumber())
-        out += u" · "_s + facts.task.arg(*task);
+    if (const auto task = m.taskNumber()) {
+        out += u" · "_s;
+        out += facts.task.arg(*task);
+    }
     out += u':';
+    const qsizetype heading = out.size() - start;
     QString body;
     if (agent)
         body = Markup::AnsiWriter::render(m.text, facts.render);
@@ -118,9 +137,15 @@ QString entry(const ChatMessage &m, const Facts &facts, Clock &clock)
     // wrapping and tables keep the width they were laid out for.
     const bool inline_ =
         !body.contains(u'\n') &&
-        out.size() + 1 + Markup::AnsiWriter::displayWidth(body) <= facts.render.width;
+        heading + 1 + Markup::AnsiWriter::displayWidth(body) <= facts.render.width;
     out += inline_ ? u' ' : u'\n';
     out += body;
+}
+
+QString entry(const ChatMessage &m, const Facts &facts, Clock &clock)
+{
+    QString out;
+    append(out, m, facts, clock);
     return out;
 }
 
@@ -128,8 +153,9 @@ QByteArray text(const QList<const ChatMessage *> &messages, const Facts &facts)
 {
     Clock clock;
     QString all;
+    all.reserve(messages.size() * 120);
     for (const ChatMessage *m : messages) {
-        all += entry(*m, facts, clock);
+        append(all, *m, facts, clock);
         all += u'\n';
     }
     return all.toUtf8();

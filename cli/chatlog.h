@@ -31,6 +31,7 @@ class Clock
 {
 public:
     QString stamp(qint64 millis);
+    void stampInto(QString &out, qint64 millis);
 
 private:
     QHash<qint64, int> m_offsets; // UTC hour → seconds east of UTC
@@ -41,6 +42,8 @@ QList<const ChatMessage *> chosen(const MessageList &messages, std::optional<qin
                                   std::optional<int> limit);
 
 QString entry(const ChatMessage &m, const Facts &facts, Clock &clock);
+// The same entry added to the end of out.
+void append(QString &out, const ChatMessage &m, const Facts &facts, Clock &clock);
 
 // The whole log, each entry ended by a line break, as UTF-8.
 QByteArray text(const QList<const ChatMessage *> &messages, const Facts &facts);

@@ -8,15 +8,19 @@ QString safe(QStringView text, Lines lines)
 {
     if (lines == Lines::Join)
         return Markup::PlainWriter::printable(text);
+    // One pass: every character as printable() shows it, line breaks kept.
     QString out;
     out.reserve(text.size());
-    qsizetype start = 0;
-    for (qsizetype end = text.indexOf(u'\n'); end >= 0; end = text.indexOf(u'\n', start)) {
-        out += Markup::PlainWriter::printable(text.mid(start, end - start));
-        out += u'\n';
-        start = end + 1;
+    qsizetype clean = 0;
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const char16_t u = text[i].unicode();
+        if (u == u'\n' || (u >= 0x20 && u != 0x7F && (u < 0x80 || u > 0x9F)))
+            continue;
+        out += text.sliced(clean, i - clean);
+        out += Markup::PlainWriter::printable(text.sliced(i, 1));
+        clean = i + 1;
     }
-    out += Markup::PlainWriter::printable(text.mid(start));
+    out += text.sliced(clean);
     return out;
 }
 

@@ -6,6 +6,7 @@
 #include "render.h"
 
 #include "chat/markup/ansiwriter.h"
+#include "chat/markup/markup.h"
 #include "text/l.h"
 
 #include <QTest>
@@ -172,6 +173,44 @@ private slots:
             QVERIFY2(form.usage.startsWith(form.command), qPrintable(form.usage));
             for (const QString &name : form.options)
                 QVERIFY2(CommandTable::option(name), qPrintable(form.usage + u" --"_s + name));
+        }
+    }
+
+    // Text without markup takes a shorter way than blocks(); the terminal must not tell.
+    void plainTextAsTheFullRenderer_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::newRow("empty") << QString();
+        QTest::newRow("blank lines only") << u"  \n\t\n"_s;
+        QTest::newRow("english") << u"The next bus leaves at 07:35 from the main stop."_s;
+        QTest::newRow("hebrew with latin") << u"שלום! קו 12 ב־07:05 to Tel Aviv, בסדר"_s;
+        QTest::newRow("a tie between scripts") << u"word מילה\nשלום hello"_s;
+        QTest::newRow("russian") << u"Привет, как дела?"_s;
+        QTest::newRow("crlf and trailing lines") << u"one\r\ntwo\r\n\r\n  \n"_s;
+        QTest::newRow("control characters") << u"a\x1b[31mred\x07 \u0085\x7f\tend\rx"_s;
+        QTest::newRow("direction marks in the text") << u"\u200fabc \u2067def\u2069 \u202e"_s;
+        QTest::newRow("long word") << u"%1 and more"_s.arg(QString(70, u'w'));
+        QTest::newRow("long hebrew line")
+            << u"מתי האוטובוס הבא לתל אביב? מצאתי את זמני האוטובוס בתחנה המרכזית של העיר"_s;
+        QTest::newRow("wide and combining") << u"漢字 \U0001F600 e\u0301 \u05b0"_s;
+        QTest::newRow("unpaired surrogates") << u"a"_s + QChar(0xD800) + u"b"_s + QChar(0xDC00);
+        QTest::newRow("bold") << u"the **07:35** bus"_s;
+        QTest::newRow("link") << u"see the [report](https://example.com/r)"_s;
+        QTest::newRow("bare link") << u"at https://example.com/p?q=1 now"_s;
+        QTest::newRow("code") << u"run <code>ls -l</code> &amp; see"_s;
+        QTest::newRow("table") << u"| a | b |\n|---|---|\n| 1 | 2 |"_s;
+        QTest::newRow("escape") << u"\\[not a link\\]"_s;
+    }
+
+    void plainTextAsTheFullRenderer()
+    {
+        QFETCH(QString, text);
+        for (const int width : {1, 12, 40, 100}) {
+            for (int flags = 0; flags < 8; ++flags) {
+                const Options o{width, bool(flags & 1), bool(flags & 2), bool(flags & 4)};
+                QCOMPARE(Markup::AnsiWriter::render(text, o),
+                         Markup::AnsiWriter::write(Markup::blocks(text), o));
+            }
         }
     }
 

@@ -1,5 +1,6 @@
 #include "ansiwriter.h"
 
+#include "chars.h"
 #include "markup.h"
 #include "plainwriter.h"
 
@@ -7,6 +8,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -23,6 +25,11 @@ int widthOf(char32_t u)
         return 0;
     // Printable Latin before the combining marks: the common case, one column each.
     if (u >= 0x20 && u < 0x300)
+        return 1;
+    // Hebrew letters and punctuation, Cyrillic, general punctuation: one column, no category
+    // lookup.
+    if ((u >= 0x05D0 && u < 0x0600) || (u >= 0x0400 && u < 0x0483) || (u >= 0x048A && u < 0x0530)
+        || (u >= 0x2010 && u < 0x202A))
         return 1;
     switch (QChar::category(u)) {
     case QChar::Mark_NonSpacing:
@@ -100,18 +107,18 @@ QList<Run> spelledOut(const QList<Run> &runs, bool hyperlinks)
 
 QString sgr(const Style &s)
 {
-    QStringList codes;
-    if (s.bold)
-        codes << QStringLiteral("1");
-    if (s.code || s.pre)
-        codes << QStringLiteral("2");
-    if (s.italic || s.quote)
-        codes << QStringLiteral("3");
-    if (s.underline)
-        codes << QStringLiteral("4");
-    if (s.strike)
-        codes << QStringLiteral("9");
-    return codes.isEmpty() ? QString() : u"\x1b["_s + codes.join(u';') + u'm';
+    const bool on[] = {s.bold, s.code || s.pre, s.italic || s.quote, s.underline, s.strike};
+    static constexpr char16_t codes[] = {u'1', u'2', u'3', u'4', u'9'};
+    QString out;
+    for (int i = 0; i < 5; ++i) {
+        if (!on[i])
+            continue;
+        out += out.isEmpty() ? u"\x1b["_s : u";"_s;
+        out += QChar(codes[i]);
+    }
+    if (!out.isEmpty())
+        out += u'm';
+    return out;
 }
 
 // Writes styled pieces, switching SGR and hyperlinks only where they change.
@@ -141,6 +148,11 @@ public:
 private:
     void switchTo(const Style &style)
     {
+        // Most pieces keep the style of the one before.
+        if (m_switched && style == m_style)
+            return;
+        m_style = style;
+        m_switched = true;
         const QString target = m_hyperlinks ? linkTarget(style.link) : QString();
         if (target != m_link) {
             if (!m_link.isEmpty())
@@ -167,6 +179,8 @@ private:
     QString m_out;
     QString m_link;
     QString m_sgr;
+    Style m_style;
+    bool m_switched = false;
 };
 
 Cell cellOf(const Line &line, bool hyperlinks)
@@ -395,6 +409,70 @@ QStringList textLines(const Line &line, const Options &options)
     return out;
 }
 
+// Whether the markup would read anything in text: a table, a tag, bold, a link, an escape or
+// an entity. The tests are the ones the parser itself starts from.
+bool marked(QStringView text)
+{
+    for (const QChar c : text) {
+        const char16_t u = c.unicode();
+        if (u == u'|' || u == u'<' || u == u'\\' || u == u'&')
+            return true;
+    }
+    return Chars::contains(text, u"**") || Chars::contains(text, u"](")
+           || Chars::contains(text, u"http");
+}
+
+// Text without markup: its lines, directed and isolated as blocks() would, painted without
+// building runs. Only lines too wide for the terminal go through the general layout.
+std::optional<QString> renderPlain(const QString &input, const Options &options)
+{
+    if (marked(input))
+        return std::nullopt;
+    const QString text = Chars::valid(input);
+    QList<QStringView> lines;
+    for (qsizetype pos = 0;;) {
+        const qsizetype nl = text.indexOf(u'\n', pos);
+        QStringView line = QStringView(text).sliced(pos, (nl < 0 ? text.size() : nl) - pos);
+        // A "\r\n" line end leaves its "\r" behind.
+        if (line.endsWith(u'\r'))
+            line.chop(1);
+        lines.append(line);
+        if (nl < 0)
+            break;
+        pos = nl + 1;
+    }
+    while (!lines.isEmpty() && lines.last().trimmed().isEmpty())
+        lines.removeLast();
+    std::optional<bool> whole;
+    for (const QStringView line : lines) {
+        if ((whole = lean(line)))
+            break;
+    }
+    QString out;
+    out.reserve(text.size() + 2 * lines.size() + 8);
+    for (qsizetype i = 0; i < lines.size(); ++i) {
+        if (i > 0)
+            out += u'\n';
+        const bool rtl = rightToLeft(lines[i], whole);
+        const QString settled = isolate(lines[i], rtl);
+        if (displayWidth(settled) > options.width) {
+            Line line;
+            line.rtl = rtl;
+            if (!settled.isEmpty())
+                line.runs.append({settled, Style()});
+            out += textLines(line, options).join(u'\n');
+            continue;
+        }
+        if (options.marks) {
+            out += markOf(rtl);
+            out += PlainWriter::printable(settled);
+        } else {
+            out += unmarked(PlainWriter::printable(settled));
+        }
+    }
+    return out;
+}
+
 } // namespace
 
 int displayWidth(QStringView text)
@@ -402,6 +480,10 @@ int displayWidth(QStringView text)
     int total = 0;
     for (qsizetype i = 0; i < text.size(); ++i) {
         char32_t u = text[i].unicode();
+        if (u >= 0x20 && u < 0x300) {
+            ++total;
+            continue;
+        }
         if (text[i].isHighSurrogate() && i + 1 < text.size() && text[i + 1].isLowSurrogate()) {
             u = QChar::surrogateToUcs4(text[i], text[i + 1]);
             ++i;
@@ -425,6 +507,8 @@ QString write(const QList<Block> &blocks, const Options &options)
 
 QString render(const QString &text, const Options &options)
 {
+    if (const std::optional<QString> out = renderPlain(text, options))
+        return *out;
     return write(blocks(text), options);
 }
 

@@ -13,11 +13,37 @@ QChar markOf(bool rtl)
 
 } // namespace
 
+namespace {
+
+// Where the first character that printable() shows differently is; the size when none is.
+qsizetype firstUnprintable(QStringView text)
+{
+    qsizetype first = 0;
+    for (; first < text.size(); ++first) {
+        const char16_t u = text[first].unicode();
+        if ((u < 0x20 && u != u'\t') || (u >= 0x7F && u <= 0x9F))
+            break;
+    }
+    return first;
+}
+
+} // namespace
+
+QString printable(const QString &text)
+{
+    // Most text has nothing to show differently: shared, not copied.
+    return firstUnprintable(text) == text.size() ? text : printable(QStringView(text));
+}
+
 QString printable(QStringView text)
 {
+    const qsizetype first = firstUnprintable(text);
+    if (first == text.size())
+        return text.toString();
     QString out;
     out.reserve(text.size());
-    for (const QChar c : text) {
+    out += text.first(first);
+    for (const QChar c : text.sliced(first)) {
         const char16_t u = c.unicode();
         if (u < 0x20 && u != u'\t')
             out += QChar(0x2400 + u); // the Control Pictures block: ␛ for ESC

@@ -14,5 +14,6 @@ QString write(const QList<Block> &blocks);
 // text safe to print on a terminal: control characters (escape sequences above all) become
 // visible symbols instead of acting on the terminal.
 QString printable(QStringView text);
+QString printable(const QString &text);
 
 } // namespace Markup::PlainWriter
