@@ -185,6 +185,16 @@ Rectangle {
                 }
             }
             ToolButton {
+                objectName: "recordToText"
+                visible: composer.chat !== null && composer.chat.recording
+                text: "Aa"
+                onClicked: composer.chat.finishRecordingAsText()
+                ToolTip.visible: hovered
+                ToolTip.text: Lang.t("סיום והוספת המילים לתיבה, בלי לשלוח",
+                                     "Stop and put the words in the message box, without sending",
+                                     "Остановить и вставить слова в поле, не отправляя")
+            }
+            ToolButton {
                 objectName: "recordCancel"
                 visible: composer.chat !== null && composer.chat.recording
                 text: "✕"

@@ -12,6 +12,8 @@
 #include "text/l.h"
 
 #include <QClipboard>
+#include <QCoroTask>
+#include <QPointer>
 #include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
@@ -175,6 +177,8 @@ double ChatController::recordLevel() const
 
 QString ChatController::recordError() const
 {
+    if (!m_transcribeError.isEmpty())
+        return m_transcribeError;
     return m_recorder ? m_recorder->error() : QString();
 }
 
@@ -204,6 +208,43 @@ void ChatController::finishRecording()
     // The outbox keeps its own copy; without a turn the recording stays where it is.
     if (!m_store->submitVoice(take->peak, wav).isEmpty())
         QFile::remove(take->path);
+}
+
+void ChatController::finishRecordingAsText()
+{
+    const std::optional<Recorder::Take> take = m_recorder ? m_recorder->stop() : std::nullopt;
+    if (!take || m_transcribing)
+        return;
+    QFile file(take->path);
+    const QByteArray wav = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    file.close();
+    m_transcribing = true;
+    m_transcribeError.clear();
+    emit recordingChanged();
+    [](QPointer<ChatController> self, QString path, float peak, QByteArray wav) -> QCoro::Task<> {
+        QString heard;
+        QString failure;
+        try {
+            const QString got = co_await self->m_store->transcribe(peak, std::move(wav));
+            heard = got;
+        } catch (...) {
+            failure = L::t(u"לא ניתן להפוך את ההקלטה לטקסט; היא נשמרה ב־%1"_s,
+                           u"Could not turn the recording into text; it is kept at %1"_s,
+                           u"Не удалось превратить запись в текст; она сохранена в %1"_s)
+                          .arg(path);
+        }
+        if (!self)
+            co_return;
+        self->m_transcribing = false;
+        self->m_transcribeError = failure;
+        if (failure.isEmpty()) {
+            QFile::remove(path);
+            const QString before = self->m_store->composerText();
+            self->m_store->setComposerText(
+                before.trimmed().isEmpty() ? heard : before.trimmed() + u' ' + heard);
+        }
+        emit self->recordingChanged();
+    }(QPointer<ChatController>(this), take->path, take->peak, wav);
 }
 
 void ChatController::cancelRecording()

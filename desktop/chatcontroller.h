@@ -35,6 +35,8 @@ class ChatController : public QObject
     Q_PROPERTY(double recordLevel READ recordLevel NOTIFY recordLevelChanged)
     // Why the microphone could not be had; "" when it could.
     Q_PROPERTY(QString recordError READ recordError NOTIFY recordingChanged)
+    // The server is turning a recording into words for the composer.
+    Q_PROPERTY(bool transcribing READ transcribing NOTIFY recordingChanged)
     // Files on their way into the composer (videos being shrunk).
     Q_PROPERTY(ComposerFiles *files READ files CONSTANT)
 
@@ -51,6 +53,7 @@ public:
     bool recording() const;
     double recordLevel() const;
     QString recordError() const;
+    bool transcribing() const { return m_transcribing; }
 
     void open();
     void refresh();
@@ -79,6 +82,9 @@ public:
     Q_INVOKABLE void startRecording();
     Q_INVOKABLE void finishRecording();
     Q_INVOKABLE void cancelRecording();
+    // Stops the recording and puts the words the server heard after what the composer holds;
+    // nothing is sent.
+    Q_INVOKABLE void finishRecordingAsText();
 
     // What paste() does with given data: files, an image as "photo.jpg", a copied file's bytes.
     bool attachMime(const QMimeData *data);
@@ -95,6 +101,8 @@ private:
     // Made at the first recording, so that opening the chat never touches the sound devices.
     AudioPort *m_microphone = nullptr;
     Recorder *m_recorder = nullptr;
+    bool m_transcribing = false;
+    QString m_transcribeError;
     VoiceController *m_voice = nullptr; // the app's, living as long as the app
     ComposerFiles *m_files;
 };
