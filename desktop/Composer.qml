@@ -160,7 +160,9 @@ Rectangle {
             ToolButton {
                 objectName: "recordButton"
                 readonly property bool on: composer.chat !== null && composer.chat.recording
-                text: on ? "■" : "🎤"
+                // Drawn from the text font: its emoji are missing on a stock Debian desktop.
+                text: on ? "■" : "●"
+                palette.buttonText: Theme.danger
                 checkable: true
                 checked: on
                 onClicked: on ? composer.chat.finishRecording() : composer.chat.startRecording()
