@@ -185,7 +185,8 @@ QString ChatController::recordError() const
 void ChatController::startRecording()
 {
     if (!m_recorder) {
-        m_microphone = new QtAudioPort(this);
+        if (!m_microphone)
+            m_microphone = new QtAudioPort(this);
         Recorder::Dependencies deps;
         deps.port = m_microphone;
         m_recorder = new Recorder(deps, this);

@@ -76,6 +76,9 @@ public:
     // Asks the server to stop task `number` (what "/stop N" in the composer does).
     Q_INVOKABLE void stop(int number);
     Q_INVOKABLE void markRead();
+    // Where recordings come from (tests); by default the sound server's microphone, made at
+    // the first recording.
+    void useMicrophone(AudioPort *port) { m_microphone = port; }
     // The app's voice player, held while a note is recorded.
     void setVoice(VoiceController *voice) { m_voice = voice; }
     // A voice note: recorded from the default microphone, sent when finished, gone when cancelled.

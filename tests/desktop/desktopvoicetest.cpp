@@ -11,6 +11,7 @@
 
 #include "chat/messagesfeed.h"
 #include "chat/voice/voiceplayer.h"
+#include "platform/fileaudioport.h"
 #include "platform/filesecretstore.h"
 #include "platform/voiceoutput.h"
 #include "support/fakesleeper.h"
@@ -20,6 +21,7 @@
 #include "text/l.h"
 
 #include <QCoroSignal>
+#include <cmath>
 #include <QDir>
 #include <QFont>
 #include <QGuiApplication>
@@ -367,6 +369,27 @@ private slots:
         emit shrink.finish(cancelled);
         QTRY_VERIFY(!QFileInfo::exists(folder));
         QVERIFY(files()->preparing().isEmpty());
+    }
+
+    // "Aa" while recording: the heard words join what the composer holds, and nothing is sent.
+    void recordingBecomesText()
+    {
+        service.control("POST", u"voice/transcript"_s, {{"user", "demo"}, {"text", "and buy milk"}});
+        WavFile tone{16000, 1, {}};
+        for (int i = 0; i < 16000; ++i) {
+            const auto v = qint16(8000 * std::sin(i * 0.2));
+            tone.samples.append(char(v & 0xff)).append(char((v >> 8) & 0xff));
+        }
+        chat->useMicrophone(new FileAudioPort(tone, chat.get()));
+        chat->store()->setComposerText(u"Call the plumber"_s);
+        chat->startRecording();
+        QTRY_VERIFY(chat->recording());
+        QTest::qWait(300);
+        chat->finishRecordingAsText();
+        QTRY_VERIFY(!chat->transcribing());
+        QCOMPARE(chat->recordError(), QString());
+        QCOMPARE(chat->store()->composerText(), u"Call the plumber and buy milk"_s);
+        QVERIFY(chat->pending().isEmpty());
     }
 
     // The composer's own shrink: FFmpeg on a worker thread, its progress back on this one.
