@@ -104,11 +104,29 @@ double Recorder::seconds() const
     return m_format.sampleRate > 0 ? double(m_frames) / m_format.sampleRate : 0.0;
 }
 
-void Recorder::setError(const QString &error)
+QString Recorder::error() const
 {
-    if (m_error == error)
+    switch (m_failure) {
+    case Failure::None:
+        return {};
+    case Failure::Start:
+        return L::t(u"לא ניתן להתחיל הקלטה: "_s, u"Could not start recording: "_s,
+                    u"Не удалось начать запись: "_s)
+               + m_detail;
+    case Failure::Save:
+        return L::t(u"לא ניתן לשמור את ההקלטה במכשיר הזה."_s,
+                    u"Could not save the recording on this device."_s,
+                    u"Не удалось сохранить запись на этом устройстве."_s);
+    }
+    return {};
+}
+
+void Recorder::setError(Failure failure, const QString &detail)
+{
+    if (m_failure == failure && m_detail == detail)
         return;
-    m_error = error;
+    m_failure = failure;
+    m_detail = detail;
     emit errorChanged();
 }
 
@@ -116,10 +134,8 @@ QCoro::Task<bool> Recorder::start()
 {
     if (recording())
         co_return true;
-    const QString cannot = L::t(u"לא ניתן להתחיל הקלטה: "_s, u"Could not start recording: "_s,
-                                u"Не удалось начать запись: "_s);
     if (!m_deps.port || !m_deps.port->open({}, {})) {
-        setError(cannot + (m_deps.port ? m_deps.port->error() : QString()));
+        setError(Failure::Start, m_deps.port ? m_deps.port->error() : QString());
         co_return false;
     }
     m_format = m_deps.port->captureFormat();
@@ -128,10 +144,10 @@ QCoro::Task<bool> Recorder::start()
         !file->open(QIODevice::WriteOnly | QIODevice::NewOnly) ||
         file->write(header(m_format.sampleRate, 0)) != 44) {
         m_deps.port->close();
-        setError(cannot + file->errorString());
+        setError(Failure::Start, file->errorString());
         co_return false;
     }
-    setError(QString());
+    setError(Failure::None);
     m_file = std::move(file);
     m_frames = 0;
     m_peak = 0;
@@ -186,9 +202,7 @@ std::optional<Recorder::Take> Recorder::stop()
     emit levelChanged();
     if (!written) {
         file->remove();
-        setError(L::t(u"לא ניתן לשמור את ההקלטה במכשיר הזה."_s,
-                      u"Could not save the recording on this device."_s,
-                      u"Не удалось сохранить запись на этом устройстве."_s));
+        setError(Failure::Save);
         return std::nullopt;
     }
     return Take{file->fileName(), m_peak, seconds()};

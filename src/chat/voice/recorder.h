@@ -47,7 +47,8 @@ public:
     bool recording() const { return m_file != nullptr; }
     double level() const { return m_level; }
     double seconds() const;
-    QString error() const { return m_error; }
+    // Why the last start or stop failed, in today's language; "" when it did not.
+    QString error() const;
 
     // Opens the microphone and a fresh file, then pauses 0.08 s so the first words are not
     // clipped by a device still waking. False (and error) when either cannot be had.
@@ -67,7 +68,10 @@ signals:
 private:
     void onCaptured(const QByteArray &data);
     void finish();
-    void setError(const QString &error);
+    // What went wrong is kept as a kind (plus the device's own words), so the text follows
+    // the language at the time it is shown.
+    enum class Failure { None, Start, Save };
+    void setError(Failure failure, const QString &detail = {});
 
     Dependencies m_deps;
     std::unique_ptr<QFile> m_file;
@@ -76,6 +80,7 @@ private:
     float m_peak = 0;
     double m_level = 0;
     bool m_writeFailed = false;
-    QString m_error;
+    Failure m_failure = Failure::None;
+    QString m_detail;
     QMetaObject::Connection m_capture;
 };
