@@ -4,7 +4,7 @@
 #include "render.h"
 #include "terminaltext.h"
 
-#include "chat/chatstore.h"
+#include "chat/store/chatstore.h"
 #include "text/l.h"
 
 #include <QJsonArray>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "chat/chatmessage.h"
-#include "chat/lane.h"
+#include "chat/model/chatmessage.h"
+#include "chat/model/lane.h"
 
 #include <QHash>
 #include <QString>

@@ -2,7 +2,7 @@
 
 #include "terminaltext.h"
 
-#include "chat/chatjson.h"
+#include "chat/model/chatjson.h"
 #include "chat/markup/ansiwriter.h"
 #include "text/l.h"
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "chat/chatmessage.h"
-#include "chat/lane.h"
-#include "chat/pendingturn.h"
+#include "chat/model/chatmessage.h"
+#include "chat/model/lane.h"
+#include "chat/model/pendingturn.h"
 
 #include <QString>
 #include <QStringList>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "chat/chatmessage.h"
-#include "chat/messagelist.h"
+#include "chat/model/chatmessage.h"
+#include "chat/model/messagelist.h"
 #include "chat/markup/ansiwriter.h"
 
 #include <QByteArray>

@@ -4,7 +4,7 @@
 #include "interactivechat.h"
 #include "pipedchat.h"
 
-#include "chat/chatstore.h"
+#include "chat/store/chatstore.h"
 #include "session/session.h"
 
 #include <unistd.h>

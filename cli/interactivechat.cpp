@@ -5,7 +5,7 @@
 #include "render.h"
 #include "terminaltext.h"
 
-#include "chat/chatstore.h"
+#include "chat/store/chatstore.h"
 #include "chat/markup/ansiwriter.h"
 #include "session/session.h"
 #include "text/l.h"

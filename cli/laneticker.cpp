@@ -2,7 +2,7 @@
 
 #include "terminaltext.h"
 
-#include "chat/chatstore.h"
+#include "chat/store/chatstore.h"
 #include "chat/markup/ansiwriter.h"
 
 #include <cstdio>

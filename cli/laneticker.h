@@ -1,6 +1,6 @@
 #pragma once
 
-#include "chat/lane.h"
+#include "chat/model/lane.h"
 
 #include <QMetaObject>
 #include <QString>

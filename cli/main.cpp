@@ -20,8 +20,8 @@ using namespace Qt::StringLiterals;
 #include "app/crash.h"
 #include "net/api.h"
 #include "platform/secretstore.h"
-#include "chat/chatbackgroundtransfer.h"
-#include "chat/chatstore.h"
+#include "chat/transfer/chatbackgroundtransfer.h"
+#include "chat/store/chatstore.h"
 #include "session/session.h"
 #include "text/l.h"
 

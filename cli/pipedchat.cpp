@@ -6,8 +6,8 @@
 #include "slashcommand.h"
 #include "terminaltext.h"
 
-#include "chat/chatoutbox.h"
-#include "chat/chatstore.h"
+#include "chat/outbox/chatoutbox.h"
+#include "chat/store/chatstore.h"
 #include "session/session.h"
 #include "text/l.h"
 

@@ -3,7 +3,7 @@
 #include "console.h"
 #include "outcome.h"
 #include "terminaltext.h"
-#include "chat/chatstore.h"
+#include "chat/store/chatstore.h"
 #include "session/session.h"
 #include "text/l.h"
 #include "text/word.h"

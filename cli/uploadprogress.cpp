@@ -1,9 +1,9 @@
 #include "uploadprogress.h"
 
 #include "terminaltext.h"
-#include "chat/uploadmeter.h"
+#include "chat/transfer/uploadmeter.h"
 
-#include "chat/chatbackgroundtransfer.h"
+#include "chat/transfer/chatbackgroundtransfer.h"
 #include "text/l.h"
 
 #include <cstdio>

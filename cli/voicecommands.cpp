@@ -6,8 +6,8 @@
 
 #include "terminaltext.h"
 
-#include "chat/chatoutbox.h"
-#include "chat/chatstore.h"
+#include "chat/outbox/chatoutbox.h"
+#include "chat/store/chatstore.h"
 #include "chat/media/audiodecode.h"
 #include "chat/voice/recorder.h"
 #include "chat/voice/voiceplayer.h"

@@ -1,6 +1,6 @@
 #include "app.h"
 
-#include "chat/chatrowsmodel.h"
+#include "chat/store/chatrowsmodel.h"
 #include "chatcontroller.h"
 #include "net/failuretext.h"
 #include "platform/appdata.h"

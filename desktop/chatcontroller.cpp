@@ -1,8 +1,8 @@
 #include "chatcontroller.h"
 
-#include "chat/chatoutbox.h"
-#include "chat/chatrowsmodel.h"
-#include "chat/delivery.h"
+#include "chat/outbox/chatoutbox.h"
+#include "chat/store/chatrowsmodel.h"
+#include "chat/model/delivery.h"
 #include "chat/voice/recorder.h"
 #include "platform/qtaudioport.h"
 #include "chat/media/shareditems.h"

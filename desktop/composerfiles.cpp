@@ -1,6 +1,6 @@
 #include "composerfiles.h"
 
-#include "chat/chatstore.h"
+#include "chat/store/chatstore.h"
 #include "text/l.h"
 
 #include <QDir>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "chat/chatstore.h"
+#include "chat/store/chatstore.h"
 #include "net/feedcore.h"
 #include "session/session.h"
 #include "text/language.h"

@@ -8,8 +8,8 @@
 #include "vaultcontroller.h"
 
 #include "app/crash.h"
-#include "chat/chatbackgroundtransfer.h"
-#include "chat/chatstore.h"
+#include "chat/transfer/chatbackgroundtransfer.h"
+#include "chat/store/chatstore.h"
 #include "net/api.h"
 #include "platform/appactivity.h"
 #include "platform/guiclipboard.h"

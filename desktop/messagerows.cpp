@@ -1,6 +1,6 @@
 #include "messagerows.h"
 
-#include "chat/chatrowsmodel.h"
+#include "chat/store/chatrowsmodel.h"
 #include "chat/markup/htmlwriter.h"
 #include "voicesource.h"
 

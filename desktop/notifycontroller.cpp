@@ -3,7 +3,7 @@
 #include "app/pushcenter.h"
 #include "app/pushstatussheet.h"
 #include "app/tasknotifier.h"
-#include "chat/chatstore.h"
+#include "chat/store/chatstore.h"
 
 #include <QQmlEngine>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "chat/chatmessage.h"
+#include "chat/model/chatmessage.h"
 
 #include <QList>
 #include <QString>

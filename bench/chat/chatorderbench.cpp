@@ -1,7 +1,7 @@
 // The store orders the transcript and rebuilds the rows on every absorb; long
 // conversations reach tens of thousands of messages.
 
-#include "chat/chatorder.h"
+#include "chat/model/chatorder.h"
 
 #include <benchmark/benchmark.h>
 

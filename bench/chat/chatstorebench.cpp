@@ -1,8 +1,8 @@
 // The chat store with a long conversation: opening it from disk, absorbing a large feed,
 // and a burst of streamed "delta" frames on the main thread.
 
-#include "chat/chatstore.h"
-#include "chat/transcript.h"
+#include "chat/store/chatstore.h"
+#include "chat/store/transcript.h"
 #include "net/jsonrecord.h"
 #include "platform/appdata.h"
 #include "platform/atomicfile.h"

@@ -3,7 +3,7 @@
 // is timed beside it for comparison. Files go under OUTBOX_BENCH_DIR when set (a real disk:
 // on a RAM disk fsync costs nothing), else the temporary folder.
 
-#include "chat/chatoutbox.h"
+#include "chat/outbox/chatoutbox.h"
 #include "platform/atomicfile.h"
 
 #include <benchmark/benchmark.h>

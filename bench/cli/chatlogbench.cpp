@@ -5,7 +5,7 @@
 
 #include "chatlog.h"
 
-#include "chat/chatjson.h"
+#include "chat/model/chatjson.h"
 #include "chat/markup/ansiwriter.h"
 #include "text/l.h"
 

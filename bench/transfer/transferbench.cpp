@@ -2,7 +2,7 @@
 // and an upload that goes to disk first and out from the file, against the same upload sent
 // from memory (direct), over loopback to the reference service.
 
-#include "chat/chatbackgroundtransfer.h"
+#include "chat/transfer/chatbackgroundtransfer.h"
 #include "net/api.h"
 #include "net/identity.h"
 #include "support/service.h"

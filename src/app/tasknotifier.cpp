@@ -1,6 +1,6 @@
 #include "tasknotifier.h"
 
-#include "chat/tasknumber.h"
+#include "chat/model/tasknumber.h"
 #include "pushroute.h"
 #include "text/l.h"
 

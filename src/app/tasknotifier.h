@@ -1,6 +1,6 @@
 #pragma once
 
-#include "chat/chatframe.h"
+#include "chat/model/chatframe.h"
 #include "platform/notifier.h"
 
 #include <QHash>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "chat/chatscope.h"
+#include "chat/model/chatscope.h"
 #include "voice/callbargegate.h"
 #include "voice/calltypes.h"
 

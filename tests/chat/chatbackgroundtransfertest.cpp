@@ -1,7 +1,7 @@
 // Background transfers against the reference service: receipts kept and reused, one request
 // per key, replies lost on the way, an earlier run's answers found. Kills are in the CLI test.
 
-#include "chat/chatbackgroundtransfer.h"
+#include "chat/transfer/chatbackgroundtransfer.h"
 #include "net/api.h"
 #include "support/fakesleeper.h"
 #include "support/service.h"

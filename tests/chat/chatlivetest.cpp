@@ -1,7 +1,7 @@
 // The chat store against the reference service: loading, the live socket, polling when the
 // socket loses frames, and reconnecting.
 
-#include "chat/chatstore.h"
+#include "chat/store/chatstore.h"
 #include "net/api.h"
 #include "net/identity.h"
 #include "support/fakereachability.h"

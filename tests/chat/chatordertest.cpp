@@ -1,6 +1,6 @@
 // The transcript's order and the rows drawn from it.
 
-#include "chat/chatorder.h"
+#include "chat/model/chatorder.h"
 
 #include <QTest>
 

@@ -1,6 +1,6 @@
 // The outbox on disk: a kill loses nothing confirmed, and damaged files keep what they can.
 
-#include "chat/chatoutbox.h"
+#include "chat/outbox/chatoutbox.h"
 #include "net/jsonrecord.h"
 #include "support/testhome.h"
 #include "text/l.h"

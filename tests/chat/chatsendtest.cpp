@@ -1,9 +1,9 @@
 // Sending against the reference service: nothing the user sends is lost, and each turn
 // reaches the server exactly once, whatever fails on the way.
 
-#include "chat/chatbackgroundtransfer.h"
-#include "chat/chatoutbox.h"
-#include "chat/chatstore.h"
+#include "chat/transfer/chatbackgroundtransfer.h"
+#include "chat/outbox/chatoutbox.h"
+#include "chat/store/chatstore.h"
 #include "net/api.h"
 #include "net/identity.h"
 #include "support/fakereachability.h"

@@ -1,11 +1,11 @@
 // The chat store on its own: frames, absorbing, ordering, rows and the files it keeps.
 // No server: frames and feeds are handed to it as the socket and fetches would.
 
-#include "chat/chatbackoff.h"
-#include "chat/chatorder.h"
-#include "chat/chatrowsmodel.h"
-#include "chat/chatstore.h"
-#include "chat/transcript.h"
+#include "chat/store/chatbackoff.h"
+#include "chat/model/chatorder.h"
+#include "chat/store/chatrowsmodel.h"
+#include "chat/store/chatstore.h"
+#include "chat/store/transcript.h"
 #include "platform/appdata.h"
 #include "support/fakereachability.h"
 #include "support/fakesleeper.h"

@@ -1,12 +1,12 @@
 // What the server sends and which conversation it belongs to: messages, the feed, socket
 // frames, run records, and the integer rule they share.
 
-#include "chat/chatframe.h"
-#include "chat/chatjson.h"
-#include "chat/chatscope.h"
-#include "chat/messagesfeed.h"
-#include "chat/runrecord.h"
-#include "chat/tasknumber.h"
+#include "chat/model/chatframe.h"
+#include "chat/model/chatjson.h"
+#include "chat/model/chatscope.h"
+#include "chat/model/messagesfeed.h"
+#include "chat/model/runrecord.h"
+#include "chat/model/tasknumber.h"
 
 #include <QJsonArray>
 #include <QTest>

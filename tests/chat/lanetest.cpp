@@ -1,7 +1,7 @@
 // Lanes: tool steps, status events, replay and merging.
 
-#include "chat/lane.h"
-#include "chat/activityupdate.h"
+#include "chat/model/lane.h"
+#include "chat/model/activityupdate.h"
 
 #include <QTest>
 

@@ -1,7 +1,7 @@
 // The upload meter on a clock the test moves: what is metered, when texts reach the screen,
 // and what clearing takes back.
 
-#include "chat/uploadmeter.h"
+#include "chat/transfer/uploadmeter.h"
 #include "platform/sleeper.h"
 
 #include <QCoroSignal>

@@ -2,9 +2,9 @@
 // work, goes to "webapi/voice" with the fields the server expects, and leaves the outbox only
 // once the server has the turn, also when it answers before it has transcribed.
 
-#include "chat/chatbackgroundtransfer.h"
-#include "chat/chatoutbox.h"
-#include "chat/chatstore.h"
+#include "chat/transfer/chatbackgroundtransfer.h"
+#include "chat/outbox/chatoutbox.h"
+#include "chat/store/chatstore.h"
 #include "support/fakereachability.h"
 #include "support/fakesleeper.h"
 #include "support/service.h"

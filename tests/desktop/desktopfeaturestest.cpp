@@ -7,7 +7,7 @@
 #include "vaultcontroller.h"
 
 #include "app/fakenotifier.h"
-#include "chat/chatstore.h"
+#include "chat/store/chatstore.h"
 #include "features/health/healthsync.h"
 #include "features/vault/vaultstore.h"
 #include "features/vault/vaulttext.h"

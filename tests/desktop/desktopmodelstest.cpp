@@ -3,8 +3,8 @@
 #include "messagerows.h"
 #include "textsizememo.h"
 
-#include "chat/chatoutbox.h"
-#include "chat/chatrowsmodel.h"
+#include "chat/outbox/chatoutbox.h"
+#include "chat/store/chatrowsmodel.h"
 #include "support/testhome.h"
 
 #include <QAbstractItemModelTester>

@@ -5,7 +5,7 @@
 #include "chatcontroller.h"
 #include "desktopapp.h"
 
-#include "chat/messagesfeed.h"
+#include "chat/model/messagesfeed.h"
 #include "platform/filesecretstore.h"
 #include "support/testhome.h"
 #include "text/l.h"

@@ -9,7 +9,7 @@
 #include "voicecontroller.h"
 #include "voicesource.h"
 
-#include "chat/messagesfeed.h"
+#include "chat/model/messagesfeed.h"
 #include "chat/voice/voiceplayer.h"
 #include "platform/fileaudioport.h"
 #include "platform/filesecretstore.h"

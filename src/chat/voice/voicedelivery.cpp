@@ -1,8 +1,8 @@
 #include "voicedelivery.h"
 #include "chat/chatlogging.h"
 
-#include "chat/chatbackgroundtransfer.h"
-#include "chat/chatjson.h"
+#include "chat/transfer/chatbackgroundtransfer.h"
+#include "chat/model/chatjson.h"
 #include "chat/voice/voicereply.h"
 #include "net/api.h"
 #include "platform/atomicfile.h"

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "chat/chatcourier.h"
-#include "chat/chatscope.h"
-#include "chat/outboxturn.h"
+#include "chat/outbox/chatcourier.h"
+#include "chat/model/chatscope.h"
+#include "chat/outbox/outboxturn.h"
 #include "net/multipart.h"
 
 #include <QCoroTask>

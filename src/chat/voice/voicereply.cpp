@@ -1,6 +1,6 @@
 #include "voicereply.h"
 
-#include "chat/chatjson.h"
+#include "chat/model/chatjson.h"
 
 using namespace Qt::StringLiterals;
 

@@ -1,6 +1,6 @@
 #include "voicespeech.h"
 
-#include "chat/chatjson.h"
+#include "chat/model/chatjson.h"
 
 #include <QJsonArray>
 
