@@ -1,28 +1,224 @@
-// The chat store's timeline: lanes of agent work and the rows the screen draws, kept by
-// small edits (a page appended, one lane in or changed) and rebuilt only when order changes.
+// The timeline's edits: lanes of agent work and the rows the screen draws, kept by small
+// edits (a page appended, one lane in or changed) and rebuilt only when order changes.
 
-#include "chat/store/chatstore.h"
+#include "chat/store/chattimeline.h"
 
 #include "chat/model/chatorder.h"
 #include "chat/store/chatrowsmodel.h"
-#include "platform/appdata.h"
-
-#include <QDateTime>
+#include "platform/clock.h"
 
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
-double now()
+ChatTimeline::ChatTimeline(QString conversationID, Clock &clock, QObject *parent)
+    : QObject(parent)
+    , m_conversationID(std::move(conversationID))
+    , m_clock(clock)
+    , m_model(new ChatRowsModel(this))
 {
-    return double(QDateTime::currentMSecsSinceEpoch()) / 1000.0;
 }
 
-} // namespace
+qint64 ChatTimeline::lastSeq() const
+{
+    for (auto it = m_messages.rbegin(); it != m_messages.rend(); ++it) {
+        if (it->seq >= 1)
+            return it->seq;
+    }
+    return 0;
+}
 
-Lane &ChatStore::laneFor(const QString &runID)
+QStringList ChatTimeline::laneTasks() const
+{
+    QStringList tasks;
+    for (const Lane &lane : m_lanes) {
+        if (const auto n = lane.taskNumber())
+            tasks.append(QString::number(*n));
+    }
+    return tasks;
+}
+
+void ChatTimeline::clear(const QHash<QString, qint64> &anchors)
+{
+    m_messages.clear();
+    m_lanes.clear();
+    m_history.clear();
+    m_seen.clear();
+    m_answered.clear();
+    m_turnOf.clear();
+    m_locals = 0;
+    m_cursor = 0;
+    m_activityCursor = 0;
+    m_unread = 0;
+    m_anchors = anchors;
+    rebuild();
+    emit unreadChanged();
+}
+
+void ChatTimeline::restore(MessageList messages, QList<Lane> lanes)
+{
+    if (!messages.isEmpty()) {
+        m_messages = std::move(messages);
+        m_messages.order();
+        m_seen.clear();
+        m_answered.clear();
+        m_turnOf.clear();
+        m_locals = 0;
+        m_seen.reserve(m_messages.size());
+        for (const ChatMessage &m : m_messages) {
+            index(m);
+            m_cursor = std::max(m_cursor, m.seq);
+        }
+    }
+    for (Lane &lane : lanes)
+        (lane.finished ? m_history : m_lanes).append(std::move(lane));
+    if (m_history.size() > maxHistory)
+        m_history.remove(0, m_history.size() - maxHistory);
+    placeLanes();
+    rebuild();
+}
+
+void ChatTimeline::index(const ChatMessage &m)
+{
+    if (m.seq >= 1)
+        m_seen.insert(m.seq);
+    else
+        ++m_locals;
+    if (!m.runID)
+        return;
+    if (m.role == u"assistant")
+        m_answered.insert(*m.runID);
+    else if (m.role == u"user" && m.seq >= 1)
+        m_turnOf.insert(*m.runID, m.seq);
+}
+
+std::optional<TimelineMerge> ChatTimeline::merge(const MessagesFeed &feed, bool replacing)
+{
+    if (feed.conversationID != m_conversationID || feed.messages.isEmpty())
+        return std::nullopt;
+    TimelineMerge merged =
+        TimelineMerge::plan(m_messages, m_seen, m_locals > 0, m_cursor, feed, replacing);
+    m_cursor = merged.cursor;
+    for (const TimelineMerge::Replacement &r : std::as_const(merged.replaced)) {
+        m_messages.replace(r.at, r.message);
+        --m_locals;
+        index(*r.message);
+    }
+    for (const MessageList::Ptr &m : std::as_const(merged.added)) {
+        m_messages.append(m);
+        index(*m);
+    }
+    return merged;
+}
+
+void ChatTimeline::show(const TimelineMerge &merged)
+{
+    // A page of newer messages appends rows; anything else rebuilds them.
+    const bool moved = placeLanes();
+    if (!merged.replaced.isEmpty() || moved || !appendRows(merged.added)) {
+        m_messages.order();
+        rebuild();
+    }
+    emit messagesChanged();
+    addUnread(merged.newReplies);
+    for (const MessageList::Ptr &m : merged.added)
+        emit messageAdded(*m);
+}
+
+void ChatTimeline::absorbActivity(const MessagesFeed &feed)
+{
+    if (feed.activity.isEmpty())
+        return;
+    QSet<QString> touched;
+    for (const ActivityUpdate &update : feed.activity) {
+        if (update.seq >= 1 && update.seq <= m_activityCursor)
+            continue;
+        laneFor(update.id).replay(update);
+        m_activityCursor = std::max(m_activityCursor, update.seq);
+        touched.insert(update.id);
+    }
+    if (feed.activityCursor)
+        m_activityCursor = std::max(m_activityCursor, *feed.activityCursor);
+    m_lanes = Lane::coalesced(m_lanes);
+    for (const QString &id : std::as_const(touched)) {
+        if (std::any_of(m_lanes.begin(), m_lanes.end(),
+                        [&](const Lane &l) { return l.id == id && l.finished; }))
+            archive(id);
+    }
+    placeLanes();
+    rebuild();
+    emit lanesChanged();
+    for (const QString &id : std::as_const(touched))
+        emit laneChanged(laneFor(id));
+}
+
+void ChatTimeline::startLane(const QString &runID, qint64 userSeq)
+{
+    Lane &lane = laneFor(runID);
+    if (userSeq >= 1)
+        lane.after = userSeq;
+    placeLanes();
+    const Lane copy = laneFor(runID);
+    showLane(copy);
+    emit lanesChanged();
+    emit laneChanged(copy);
+}
+
+void ChatTimeline::recordTool(const QString &runID, const QString &name, const QString &summary,
+                              const QString &status)
+{
+    Lane &lane = laneFor(runID);
+    lane.recordTool(name, summary, status);
+    if (lane.after < 1)
+        placeLanes();
+    const Lane copy = laneFor(runID);
+    showLane(copy);
+    emit lanesChanged();
+    emit laneChanged(copy);
+}
+
+void ChatTimeline::anchorRun(const QString &runID, qint64 userSeq)
+{
+    Lane &lane = laneFor(runID);
+    if (lane.after < 1)
+        lane.after = userSeq;
+    placeLanes();
+    showLane(laneFor(runID));
+    emit lanesChanged();
+}
+
+void ChatTimeline::attachVoice(qint64 seq, const QString &file)
+{
+    for (qsizetype i = 0; i < m_messages.size(); ++i) {
+        const ChatMessage &m = m_messages.at(i);
+        if (m.seq != seq || m.voiceFile == file)
+            continue;
+        auto changed = std::make_shared<ChatMessage>(m);
+        changed->voiceFile = file;
+        m_messages.replace(i, std::move(changed));
+        rebuild();
+        emit messagesChanged();
+        return;
+    }
+}
+
+void ChatTimeline::addUnread(int n)
+{
+    if (n == 0)
+        return;
+    m_unread += n;
+    emit unreadChanged();
+}
+
+void ChatTimeline::markRead()
+{
+    if (m_unread == 0)
+        return;
+    m_unread = 0;
+    emit unreadChanged();
+}
+
+Lane &ChatTimeline::laneFor(const QString &runID)
 {
     for (Lane &lane : m_lanes) {
         if (lane.id == runID)
@@ -40,14 +236,14 @@ Lane &ChatStore::laneFor(const QString &runID)
     return m_lanes.last();
 }
 
-bool ChatStore::laneFinished(const QString &runID) const
+bool ChatTimeline::laneFinished(const QString &runID) const
 {
     const auto same = [&](const Lane &l) { return l.id == runID && l.finished; };
     return std::any_of(m_history.begin(), m_history.end(), same) ||
            std::any_of(m_lanes.begin(), m_lanes.end(), same);
 }
 
-void ChatStore::upsert(const QString &runID, const QString &label, const QString &text,
+void ChatTimeline::upsert(const QString &runID, const QString &label, const QString &text,
                        std::optional<int> attempt)
 {
     if (laneFinished(runID))
@@ -61,11 +257,11 @@ void ChatStore::upsert(const QString &runID, const QString &label, const QString
         lane.attempt = attempt;
     const Lane copy = lane;
     showLane(copy);
-    saveActivity();
+    emit lanesChanged();
     emit laneChanged(copy);
 }
 
-void ChatStore::showLane(const Lane &lane)
+void ChatTimeline::showLane(const Lane &lane)
 {
     // A streamed lane changes one row and a new lane adds one; only a lane that moved, or
     // one that is not the newest, needs the whole list.
@@ -107,7 +303,7 @@ void ChatStore::showLane(const Lane &lane)
     m_model->insert(int(pos), m_rows.at(pos));
 }
 
-void ChatStore::rebuild()
+void ChatTimeline::rebuild()
 {
     QList<Lane> all = m_history;
     all.append(m_lanes);
@@ -120,7 +316,7 @@ void ChatStore::rebuild()
     m_model->update(m_rows);
 }
 
-bool ChatStore::placeLanes()
+bool ChatTimeline::placeLanes()
 {
     bool moved = false;
     auto place = [&](Lane &lane) {
@@ -145,11 +341,11 @@ bool ChatStore::placeLanes()
         m_anchors.removeIf([&](const auto &it) { return !held.contains(it.key()); });
     }
     // Kept with the lanes: a settings write per frame would cost more than the frame.
-    saveActivity();
+    emit lanesChanged();
     return true;
 }
 
-bool ChatStore::appendRows(const QList<MessageList::Ptr> &added)
+bool ChatTimeline::appendRows(const QList<MessageList::Ptr> &added)
 {
     // Only when the new messages simply follow the rows there are (the usual page of newer
     // messages): the rows end in a message, the new ones sort after it and in their order,
@@ -187,7 +383,7 @@ bool ChatStore::appendRows(const QList<MessageList::Ptr> &added)
     return true;
 }
 
-void ChatStore::finishActivity(const QString &runID, const QString &outcome)
+void ChatTimeline::finishActivity(const QString &runID, const QString &outcome)
 {
     Lane &lane = laneFor(runID);
     lane.finished = true;
@@ -212,11 +408,11 @@ void ChatStore::finishActivity(const QString &runID, const QString &outcome)
     } else {
         rebuild();
     }
-    saveActivity();
+    emit lanesChanged();
     emit laneChanged(copy);
 }
 
-void ChatStore::archive(const QString &runID)
+void ChatTimeline::archive(const QString &runID)
 {
     for (qsizetype i = 0; i < m_lanes.size(); ++i) {
         if (m_lanes.at(i).id == runID && m_lanes.at(i).finished) {
@@ -229,22 +425,21 @@ void ChatStore::archive(const QString &runID)
     }
 }
 
-void ChatStore::appendReply(const QString &runID, const QString &text,
+void ChatTimeline::appendReply(const QString &runID, const QString &text,
                             std::optional<double> createdAt, const QString &voiceFile)
 {
     // Whichever comes first (frame, poll or fetch) shows the reply; the others find it there.
     if (m_answered.contains(runID))
         return;
-    ChatMessage reply = ChatMessage::make(u"assistant"_s, text, createdAt.value_or(now()));
+    ChatMessage reply = ChatMessage::make(u"assistant"_s, text, createdAt.value_or(double(m_clock.now().toMSecsSinceEpoch()) / 1000.0));
     reply.runID = runID;
     if (!voiceFile.isEmpty())
         reply.voiceFile = voiceFile;
     append(std::move(reply));
-    ++m_unread;
-    emit unreadChanged();
+    addUnread(1);
 }
 
-void ChatStore::append(ChatMessage message)
+void ChatTimeline::append(ChatMessage message)
 {
     auto added = std::make_shared<const ChatMessage>(std::move(message));
     m_messages.append(added);
@@ -254,6 +449,6 @@ void ChatStore::append(ChatMessage message)
         m_messages.order();
         rebuild();
     }
-    persist();
+    emit messagesChanged();
     emit messageAdded(*added);
 }
