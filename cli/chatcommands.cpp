@@ -14,6 +14,7 @@
 #include "chatlog.h"
 #include "commandtable.h"
 #include "chatprompt.h"
+#include "clichats.h"
 #include "laneticker.h"
 #include "turninput.h"
 #include "uploadprogress.h"
@@ -23,6 +24,7 @@
 #include "terminaltext.h"
 #include "chat/markup/ansiwriter.h"
 #include "chat/store/chatstore.h"
+#include "chat/store/chatstores.h"
 #include "session/session.h"
 #include "text/l.h"
 
@@ -58,9 +60,7 @@ void usage(const QStringList &words = {})
 
 std::unique_ptr<ChatStore> storeFor(const Invocation &in)
 {
-    const Session *session = Session::shared();
-    const ChatScope scope = in.project ? ChatScope::project(*in.project) : ChatScope::main();
-    return std::make_unique<ChatStore>(scope, session->user(), session->role());
+    return CliChats::storeFor(in.project ? ChatScope::project(*in.project) : ChatScope::main());
 }
 
 QCoro::Task<int> stopTask(ChatStore &store, int task)
@@ -170,22 +170,21 @@ std::optional<QString> turnNamed(const ChatStore &store, const QString &given)
     return std::nullopt;
 }
 
-// The exit status of a turn after its delivery: gone from the outbox means accepted.
+// The exit status of a turn after its delivery.
 int outcomeOf(const ChatStore &store, const QString &turnID)
 {
-    for (const OutboxTurn &turn : store.outbox().state().turns) {
-        if (turn.id != turnID)
-            continue;
-        if (turn.failure != TurnFailure::Refused) {
-            Console::err(keptText());
-            return Unreachable;
-        }
-        Console::err(turn.shownError());
-        if (!turn.reason.isEmpty())
-            Console::err(u"    "_s + TerminalText::safe(turn.reason));
-        return Refused;
+    const ChatSender::Standing standing = store.sender().standing(turnID);
+    if (standing == ChatSender::Standing::Accepted)
+        return Done;
+    if (standing == ChatSender::Standing::Kept) {
+        Console::err(keptText());
+        return Unreachable;
     }
-    return Done;
+    const std::optional<OutboxTurn> turn = store.sender().turnOf(turnID);
+    Console::err(turn->shownError());
+    if (!turn->reason.isEmpty())
+        Console::err(u"    "_s + TerminalText::safe(turn->reason));
+    return Refused;
 }
 
 // A run that ended in failure: its lane finished with "error".
@@ -406,7 +405,7 @@ QCoro::Task<int> outbox(Invocation in)
                 files.append(turn.voiceNote->name);
             out.append(QJsonObject{{u"id"_s, turn.id}, {u"text"_s, turn.text}, {u"files"_s, files},
                                    {u"error"_s, turn.shownError()}, {u"reason"_s, turn.reason},
-                                   {u"refused"_s, turn.failure == TurnFailure::Refused}});
+                                   {u"refused"_s, store->sender().standing(turn.id) == ChatSender::Standing::Refused}});
         }
         Console::json(out);
     } else {
@@ -433,9 +432,7 @@ QCoro::Task<int> drainAll(Invocation in)
     const auto progress = showProgress(store.get());
     const ChatStore::DrainSummary summary = co_await store->drain();
     store->flushDisk();
-    const auto &left = store->outbox().state().turns;
-    const auto waiting = std::count_if(left.begin(), left.end(),
-                                       [](const OutboxTurn &t) { return t.failure == TurnFailure::Refused; });
+    const int waiting = store->sender().refusedCount();
     Console::err(L::t(u"נשלחו %1, ממתינות לרשת %2, ממתינות לניסיון חוזר %3."_s,
                       u"Sent %1, kept for the network %2, waiting for Retry %3."_s,
                       u"Отправлено %1, ждут сети %2, ждут повтора %3."_s)
@@ -522,7 +519,7 @@ QCoro::Task<int> chat(Invocation in)
     if (!ready)
         co_return SignedOut;
     // Answers kept by transfers of an earlier run settle their turns before anything is sent.
-    ChatStore::resumeAllBackgroundTransfers(Session::shared()->user());
+    CliChats::stores().resumeBackgroundTransfers(Session::shared()->user());
     if (sub.isEmpty())
         co_return co_await ChatPrompt::run(in.project ? ChatScope::project(*in.project) : ChatScope::main());
     if (sub == u"send" && !in.voice.isEmpty())

@@ -5,7 +5,7 @@
 #include "pipedchat.h"
 
 #include "chat/store/chatstore.h"
-#include "session/session.h"
+#include "clichats.h"
 
 #include <unistd.h>
 
@@ -13,8 +13,8 @@ namespace ChatPrompt {
 
 QCoro::Task<int> run(ChatScope scope)
 {
-    const Session *session = Session::shared();
-    ChatStore store(scope, session->user(), session->role());
+    const auto held = CliChats::storeFor(scope);
+    ChatStore &store = *held;
     if (ChatScreen::possible()) {
         InteractiveChat chat(store);
         if (chat.start()) {

@@ -21,7 +21,11 @@ using namespace Qt::StringLiterals;
 #include "net/api.h"
 #include "platform/secretstore.h"
 #include "chat/transfer/chatbackgroundtransfer.h"
-#include "chat/store/chatstore.h"
+#include "chat/store/chatstores.h"
+#include "clichats.h"
+#include "platform/clock.h"
+#include "platform/reachability.h"
+#include "platform/sleeper.h"
 #include "session/session.h"
 #include "text/l.h"
 
@@ -112,8 +116,10 @@ int main(int argc, char **argv)
     }
 
     CliVitals::arm(in);
+    ChatStores chats(ChatPorts{Sleeper::real(), *Reachability::platform(&app), Clock::system()});
+    CliChats::install(&chats);
     Session session(SecretStore::platform(u"Halvenmark"_s));
-    session.onForget([] { ChatStore::resetAll(); });
+    session.onForget([&chats] { chats.reset(); });
     ChatBackgroundTransfer transfers;
     // Started from inside the event loop: a command that finishes without waiting on
     // anything must still be able to end the loop.
@@ -123,5 +129,7 @@ int main(int argc, char **argv)
             QCoreApplication::exit(code);
         });
     });
-    return app.exec();
+    const int status = app.exec();
+    CliChats::install(nullptr);
+    return status;
 }

@@ -219,7 +219,7 @@ int PipedChat::verdict()
         if (!m_sent.contains(turn.id))
             continue;
         const QString text = TerminalText::safe(turn.text.section(u'\n', 0, 0).left(60));
-        if (turn.failure == TurnFailure::Refused) {
+        if (m_store.sender().standing(turn.id) == ChatSender::Standing::Refused) {
             ++refused;
             Console::err(u"⚠ "_s + L::t(u"השרת דחה את «%1»: %2 (chat retry %3)"_s,
                                         u"The server refused «%1»: %2 (chat retry %3)"_s,

@@ -3,7 +3,7 @@
 #include "console.h"
 #include "outcome.h"
 #include "terminaltext.h"
-#include "chat/store/chatstore.h"
+#include "chat/store/chatstores.h"
 #include "session/session.h"
 #include "text/l.h"
 #include "text/word.h"
@@ -145,7 +145,7 @@ QCoro::Task<int> logout(Invocation in)
         co_return Outcome::notSignedIn();
     // Turns not yet sent are the user's own words: signing out drops them only when asked to.
     const QString account = session().user();
-    const int unsent = ChatStore::unsentCount(account);
+    const int unsent = ChatStores::unsentCount(account);
     const bool force = in.force || (unsent > 0 && Console::confirm(L::t(
                                          u"%1 הודעות עוד לא נשלחו; יציאה תמחק אותן. לצאת בכל זאת?"_s,
                                          u"%1 messages are not sent yet; signing out deletes them. Sign out anyway?"_s,
@@ -161,10 +161,10 @@ QCoro::Task<int> logout(Invocation in)
                          .arg(unsent));
         co_return Refused;
     }
-    const QStringList outboxes = ChatStore::outboxFolders(account);
+    const QStringList outboxes = ChatStores::outboxFolders(account);
     co_await session().signOut();
     if (force)
-        ChatStore::removeOutboxes(outboxes);
+        ChatStores::removeOutboxes(outboxes);
     Console::err(session().exitText());
     co_return Done;
 }
@@ -175,7 +175,7 @@ QCoro::Task<int> deleteAccount(Invocation in)
     if (!ready)
         co_return SignedOut;
     // Asked after the sign-in check: there is an account to name.
-    const int unsent = ChatStore::unsentCount(session().user());
+    const int unsent = ChatStores::unsentCount(session().user());
     const QString question =
         L::t(u"למחוק את החשבון %1 וכל מה שבו%2? אי אפשר לבטל."_s, u"Delete the account %1 and all it holds%2? This cannot be undone."_s,
              u"Удалить аккаунт %1 и всё, что в нём%2? Это нельзя отменить."_s)
@@ -190,10 +190,10 @@ QCoro::Task<int> deleteAccount(Invocation in)
                           u"Аккаунт не удалён. delete-account --yes удалит без вопроса."_s));
         co_return Refused;
     }
-    const QStringList outboxes = ChatStore::outboxFolders(session().user());
+    const QStringList outboxes = ChatStores::outboxFolders(session().user());
     const bool deleted = co_await session().deleteAccount();
     if (deleted) {
-        ChatStore::removeOutboxes(outboxes);
+        ChatStores::removeOutboxes(outboxes);
         Console::err(session().exitText());
         co_return Done;
     }

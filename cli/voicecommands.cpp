@@ -8,6 +8,7 @@
 
 #include "chat/outbox/chatoutbox.h"
 #include "chat/store/chatstore.h"
+#include "clichats.h"
 #include "chat/media/audiodecode.h"
 #include "chat/voice/recorder.h"
 #include "chat/voice/voiceplayer.h"
@@ -83,8 +84,8 @@ std::optional<std::pair<QByteArray, float>> recording(const QString &path)
 // The turn sent: 0 when the server took it; kept in the outbox (4) or refused (1) otherwise.
 QCoro::Task<int> deliverVoice(const Invocation &in, float peak, QByteArray wav)
 {
-    const Session *session = Session::shared();
-    ChatStore store(scopeOf(in), session->user(), session->role());
+    const auto held = CliChats::storeFor(scopeOf(in));
+    ChatStore &store = *held;
     store.prepare();
     qint64 userSeq = 0;
     QObject::connect(&store, &ChatStore::settled, &store,
@@ -189,8 +190,8 @@ QCoro::Task<int> transcribe(Invocation in)
     const auto note = recording(in.args.at(1));
     if (!note)
         co_return Refused;
-    const Session *session = Session::shared();
-    ChatStore store(scopeOf(in), session->user(), session->role());
+    const auto held = CliChats::storeFor(scopeOf(in));
+    ChatStore &store = *held;
     std::exception_ptr failed;
     QString heard;
     try {

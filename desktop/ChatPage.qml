@@ -42,8 +42,7 @@ Item {
 
     Connections {
         target: page.store
-        function onSentTickChanged() { Qt.callLater(page.toEnd) }
-        function onJumpTickChanged() { Qt.callLater(page.toEnd) }
+        function onTurnQueued() { Qt.callLater(page.toEnd) }
     }
 
     ColumnLayout {

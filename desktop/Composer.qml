@@ -33,7 +33,7 @@ Rectangle {
     Connections {
         target: composer.store
         function onComposerChanged() { composer.follow() }
-        function onFocusTickChanged() { area.forceActiveFocus() }
+        function onFocusComposer() { area.forceActiveFocus() }
     }
     onStoreChanged: follow()
 

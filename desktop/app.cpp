@@ -45,9 +45,10 @@ const QString geometryKey = u"desktop.window"_s;
 
 } // namespace
 
-App::App(Session *session, QObject *parent)
+App::App(Session *session, ChatStores &chats, QObject *parent)
     : QObject(parent)
     , m_session(session)
+    , m_chats(chats)
     , m_language(new Language(this))
     , m_voice(new VoiceController(VoiceController::platform(), this))
 {
@@ -246,7 +247,8 @@ void App::openProject(int id, const QString &name)
         return;
     closeProject();
     m_projectChat =
-        new ChatController(ChatScope::project(id), m_session->user(), m_session->role(), this);
+        new ChatController(m_chats, ChatScope::project(id), m_session->user(), m_session->role(),
+                           this);
     m_projectChat->setVoice(m_voice);
     m_projectName = name;
     emit projectChatChanged();
@@ -333,7 +335,8 @@ void App::follow()
     if (!in)
         closeProject();
     if (in && !m_chat) {
-        m_chat = new ChatController(ChatScope::main(), m_session->user(), m_session->role(), this);
+        m_chat = new ChatController(m_chats, ChatScope::main(), m_session->user(),
+                                    m_session->role(), this);
         m_chat->setVoice(m_voice);
         m_call = CallController::live(ChatScope::main(), m_session->user(), this);
         // A call and a voice message must not talk over each other.

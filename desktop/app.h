@@ -15,6 +15,7 @@
 #include "chatcontroller.h"
 #include "callcontroller.h"
 #include "voicecontroller.h"
+class ChatStores;
 class QQmlEngine;
 class QJSEngine;
 
@@ -53,7 +54,7 @@ class App : public QObject
     Q_PROPERTY(VoiceController *voice READ voice CONSTANT)
 
 public:
-    explicit App(Session *session, QObject *parent = nullptr);
+    App(Session *session, ChatStores &chats, QObject *parent = nullptr);
     ~App() override;
 
     static App *create(QQmlEngine *, QJSEngine *);
@@ -126,6 +127,7 @@ private:
     static QCoro::Task<> catchUp(QPointer<App> app);
 
     Session *m_session;
+    ChatStores &m_chats;
     Language *m_language;
     ChatController *m_chat = nullptr;
     ChatController *m_projectChat = nullptr;

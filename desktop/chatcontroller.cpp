@@ -2,6 +2,7 @@
 
 #include "chat/outbox/chatoutbox.h"
 #include "chat/store/chatrowsmodel.h"
+#include "chat/store/chatstores.h"
 #include "chat/model/delivery.h"
 #include "chat/voice/recorder.h"
 #include "platform/qtaudioport.h"
@@ -22,10 +23,11 @@
 
 using namespace Qt::StringLiterals;
 
-ChatController::ChatController(ChatScope scope, QString account, QString role, QObject *parent)
+ChatController::ChatController(ChatStores &stores, ChatScope scope, QString account, QString role,
+                               QObject *parent)
     : QObject(parent)
     , m_account(account)
-    , m_store(new ChatStore(std::move(scope), std::move(account), std::move(role), {}, this))
+    , m_store(stores.make(std::move(scope), std::move(account), std::move(role), this))
     , m_rows(new MessageRows(this))
     , m_files(new ComposerFiles(m_store, this))
 {

@@ -9,7 +9,9 @@
 
 #include "app/crash.h"
 #include "chat/transfer/chatbackgroundtransfer.h"
-#include "chat/store/chatstore.h"
+#include "chat/store/chatstores.h"
+#include "platform/clock.h"
+#include "platform/reachability.h"
 #include "net/api.h"
 #include "platform/appactivity.h"
 #include "platform/guiclipboard.h"
@@ -78,10 +80,11 @@ int main(int argc, char **argv)
     }
 
     // The stores of the app's whole life, made here and nowhere else.
+    ChatStores chats(ChatPorts{Sleeper::real(), *Reachability::platform(&app), Clock::system()});
     Session session(SecretStore::platform(u"Halvenmark"_s));
-    session.onForget([] { ChatStore::resetAll(); });
+    session.onForget([&chats] { chats.reset(); });
     ChatBackgroundTransfer transfers;
-    App shell(&session);
+    App shell(&session, chats);
     NotifyController notify(Notifier::platform(&app));
     HealthController health([&session] { return session.user(); });
     GuiClipboard clipboard;

@@ -6,7 +6,9 @@
 #include "net/jsonrecord.h"
 #include "platform/appdata.h"
 #include "platform/atomicfile.h"
+#include "platform/clock.h"
 #include "platform/reachability.h"
+#include "platform/sleeper.h"
 
 #include <benchmark/benchmark.h>
 
@@ -63,7 +65,7 @@ struct Home {
 std::unique_ptr<ChatStore> newStore(Reachability *net)
 {
     return std::make_unique<ChatStore>(ChatScope::main(), QStringLiteral("bench"), QStringLiteral("user"),
-                                       ChatDependencies{nullptr, net});
+                                       ChatPorts{Sleeper::real(), *net, Clock::system()});
 }
 
 QByteArray writeTranscript(qint64 count)

@@ -2,8 +2,10 @@
 // socket loses frames, and reconnecting.
 
 #include "chat/store/chatstore.h"
+#include "chat/store/chatstores.h"
 #include "net/api.h"
 #include "net/identity.h"
+#include "support/fakeclock.h"
 #include "support/fakereachability.h"
 #include "support/fakesleeper.h"
 #include "support/service.h"
@@ -38,11 +40,12 @@ class ChatLiveTest : public QObject
     TestIdentity identity;
     FakeSleeper sleeper;
     FakeReachability reachability;
+    FakeClock clock;
+    ChatStores chats{ChatPorts{sleeper, reachability, clock}};
 
     std::unique_ptr<ChatStore> newStore(const ChatScope &scope = ChatScope::main())
     {
-        return std::make_unique<ChatStore>(scope, QStringLiteral("demo"), QStringLiteral("user"),
-                                           ChatDependencies{&sleeper, &reachability});
+        return chats.make(scope, QStringLiteral("demo"), QStringLiteral("user"));
     }
 
     QJsonObject post(const QString &text, const QString &conversation = QStringLiteral("main"))

@@ -4,8 +4,10 @@
 #include "chat/transfer/chatbackgroundtransfer.h"
 #include "chat/outbox/chatoutbox.h"
 #include "chat/store/chatstore.h"
+#include "chat/store/chatstores.h"
 #include "net/api.h"
 #include "net/identity.h"
+#include "support/fakeclock.h"
 #include "support/fakereachability.h"
 #include "support/fakesleeper.h"
 #include "support/service.h"
@@ -13,6 +15,9 @@
 #include "support/sync.h"
 #include "support/testhome.h"
 
+#include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QTest>
 
@@ -27,12 +32,13 @@ class ChatSendTest : public QObject
     TestIdentity identity;
     FakeSleeper sleeper;
     FakeReachability reachability;
+    FakeClock clock;
+    ChatStores chats{ChatPorts{sleeper, reachability, clock}};
     std::unique_ptr<ChatBackgroundTransfer> transfers;
 
     std::unique_ptr<ChatStore> newStore()
     {
-        auto store = std::make_unique<ChatStore>(ChatScope::main(), QStringLiteral("demo"), QStringLiteral("user"),
-                                                 ChatDependencies{&sleeper, &reachability});
+        auto store = chats.make(ChatScope::main(), QStringLiteral("demo"), QStringLiteral("user"));
         store->prepare();
         return store;
     }
@@ -86,6 +92,7 @@ private slots:
 
     void init()
     {
+        clock.setNow(FakeClock().now());
         transfers.reset();
         home.reset();
         home = std::make_unique<TestHome>();
@@ -287,13 +294,40 @@ private slots:
         store.reset();
         transfers->keep(ChatBackgroundTransfer::key(QStringLiteral("demo"), QStringLiteral("chat"), id), 200,
                         R"({"ok":true,"user_seq":7,"run_id":"run_kept"})");
-        ChatStore::resumeAllBackgroundTransfers(QStringLiteral("demo"));
+        chats.resumeBackgroundTransfers(QStringLiteral("demo"));
         QVERIFY(onDisk().turns.isEmpty());
         auto next = newStore();
         QCOMPARE(next->activityHistory().size(), 1);
         QVERIFY(next->pendingTurns().isEmpty());
         QVERIFY(onDisk().turns.isEmpty());
         QCOMPARE(requests(QStringLiteral("webapi/chat")), 0);
+    }
+
+    // Transfer folders a kill left behind go at start once they are an hour old by the injected
+    // clock; a folder a kept turn names stays at any age.
+    void strayTransfersAreSwept_data()
+    {
+        QTest::addColumn<int>("hoursLater");
+        QTest::addColumn<bool>("named");
+        QTest::addColumn<bool>("kept");
+        QTest::newRow("young: maybe another process's") << 0 << false << true;
+        QTest::newRow("old and nobody's") << 2 << false << false;
+        QTest::newRow("old but a kept turn's") << 2 << true << true;
+    }
+
+    void strayTransfersAreSwept()
+    {
+        QFETCH(int, hoursLater);
+        QFETCH(bool, named);
+        QString id = QStringLiteral("gone");
+        if (named)
+            id = newStore()->send(QStringLiteral("still waiting"), false, false);
+        const QString folder = ChatBackgroundTransfer::folder(
+            ChatBackgroundTransfer::key(QStringLiteral("demo"), QStringLiteral("chat"), id));
+        QVERIFY(QDir().mkpath(folder));
+        clock.setNow(QDateTime::currentDateTimeUtc().addSecs(hoursLater * 3600));
+        chats.resumeBackgroundTransfers(QStringLiteral("demo"));
+        QTEST(QFileInfo(folder).isDir(), "kept");
     }
 
 };

@@ -5,8 +5,10 @@
 #include "chat/model/chatorder.h"
 #include "chat/store/chatrowsmodel.h"
 #include "chat/store/chatstore.h"
+#include "chat/store/chatstores.h"
 #include "chat/store/transcript.h"
 #include "platform/appdata.h"
+#include "support/fakeclock.h"
 #include "support/fakereachability.h"
 #include "support/fakesleeper.h"
 #include "support/testhome.h"
@@ -63,11 +65,12 @@ class ChatStoreTest : public QObject
     std::unique_ptr<TestHome> home;
     FakeSleeper sleeper;
     FakeReachability reachability;
+    FakeClock clock;
+    ChatStores chats{ChatPorts{sleeper, reachability, clock}};
 
     std::unique_ptr<ChatStore> newStore(const ChatScope &scope = ChatScope::main())
     {
-        return std::make_unique<ChatStore>(scope, QStringLiteral("demo"), QStringLiteral("user"),
-                                           ChatDependencies{&sleeper, &reachability});
+        return chats.make(scope, QStringLiteral("demo"), QStringLiteral("user"));
     }
 
 private slots:
@@ -401,14 +404,14 @@ private slots:
         QCOMPARE(chat->messages().size(), 2);
     }
 
-    void resetAllForgetsEverything()
+    void resetForgetsEverything()
     {
         auto chat = newStore();
         chat->absorb(feedOf({message(1, "user", "q", 100, {{"run_id", "run_a"}})}), true);
         chat->handle(frame({{"type", "run_started"}, {"run_id", "run_a"}, {"user_seq", 1}}));
         chat->flushDisk();
         QVERIFY(!QDir(Transcript::folder()).isEmpty());
-        ChatStore::resetAll();
+        chats.reset();
         QVERIFY(chat->messages().isEmpty());
         QVERIFY(chat->lanes().isEmpty());
         QCOMPARE(chat->rows()->rowCount(), 0);

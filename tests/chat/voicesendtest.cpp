@@ -5,6 +5,8 @@
 #include "chat/transfer/chatbackgroundtransfer.h"
 #include "chat/outbox/chatoutbox.h"
 #include "chat/store/chatstore.h"
+#include "chat/store/chatstores.h"
+#include "support/fakeclock.h"
 #include "support/fakereachability.h"
 #include "support/fakesleeper.h"
 #include "support/service.h"
@@ -23,6 +25,8 @@ class VoiceSendTest : public QObject
     TestIdentity identity;
     FakeSleeper sleeper;
     FakeReachability reachability;
+    FakeClock clock;
+    ChatStores chats{ChatPorts{sleeper, reachability, clock}};
     std::unique_ptr<ChatBackgroundTransfer> transfers;
 
     // A short, valid 16 kHz mono WAV file.
@@ -38,8 +42,7 @@ class VoiceSendTest : public QObject
     std::unique_ptr<ChatStore> newStore(const ChatScope &scope)
     {
         auto store =
-            std::make_unique<ChatStore>(scope, QStringLiteral("demo"), QStringLiteral("user"),
-                                        ChatDependencies{&sleeper, &reachability});
+            chats.make(scope, QStringLiteral("demo"), QStringLiteral("user"));
         store->prepare();
         return store;
     }

@@ -8,6 +8,10 @@
 
 #include "platform/fileaudioport.h"
 #include "platform/filesecretstore.h"
+#include "chat/store/chatstores.h"
+#include "platform/clock.h"
+#include "platform/sleeper.h"
+#include "support/fakereachability.h"
 #include "support/fakesleeper.h"
 #include "support/testhome.h"
 #include "text/l.h"
@@ -78,7 +82,7 @@ public slots:
         L::set(u"en"_s);
         m_session = std::make_unique<Session>(
             std::make_unique<FileSecretStore>(QDir(m_home->path()).filePath(u"secrets"_s)));
-        m_app = std::make_unique<App>(m_session.get());
+        m_app = std::make_unique<App>(m_session.get(), m_chats);
         m_app->setOnboarded(true);
         auto *link = new FakeCallLink;
         auto *port = new FileAudioPort;
@@ -116,6 +120,8 @@ public slots:
 private:
     std::unique_ptr<TestHome> m_home;
     std::unique_ptr<Session> m_session;
+    FakeReachability m_reachability;
+    ChatStores m_chats{ChatPorts{Sleeper::real(), m_reachability, Clock::system()}};
     std::unique_ptr<App> m_app;
     FakeSleeper m_sleeper;
     VoiceTuning m_tuning;

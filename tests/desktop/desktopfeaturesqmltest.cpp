@@ -12,6 +12,10 @@
 #include "platform/clipboard.h"
 #include "platform/filesecretstore.h"
 #include "platform/ownerauth.h"
+#include "chat/store/chatstores.h"
+#include "platform/clock.h"
+#include "platform/sleeper.h"
+#include "support/fakereachability.h"
 #include "support/fakesleeper.h"
 #include "support/testhome.h"
 #include "support/testidentity.h"
@@ -149,7 +153,7 @@ public slots:
         L::set(u"en"_s);
         m_session = std::make_unique<Session>(
             std::make_unique<FileSecretStore>(QDir(m_home->path()).filePath(u"secrets"_s)));
-        m_app = std::make_unique<App>(m_session.get());
+        m_app = std::make_unique<App>(m_session.get(), m_chats);
         m_app->setOnboarded(true);
         // Requests go out as the test's own identity, not the signed-out session's.
         m_identity.use(*m_service);
@@ -192,6 +196,8 @@ private:
     NoteClipboard m_clipboard;
     FakeSleeper m_sleeper;
     std::unique_ptr<Session> m_session;
+    FakeReachability m_reachability;
+    ChatStores m_chats{ChatPorts{Sleeper::real(), m_reachability, Clock::system()}};
     std::unique_ptr<App> m_app;
     std::unique_ptr<NotifyController> m_notify;
     std::unique_ptr<HealthController> m_health;

@@ -14,6 +14,8 @@
 #include "platform/appdata.h"
 #include "platform/clipboard.h"
 #include "platform/ownerauth.h"
+#include "support/fakeclock.h"
+#include "support/fakereachability.h"
 #include "support/fakesleeper.h"
 #include "support/testhome.h"
 #include "support/testidentity.h"
@@ -145,7 +147,9 @@ private slots:
         FakeNotifier notifier;
         NotifyController notify(&notifier);
         notify.arm();
-        ChatStore store(ChatScope::main(), u"demo"_s, u"user"_s);
+        FakeReachability reachability;
+        FakeClock clock;
+        ChatStore store(ChatScope::main(), u"demo"_s, u"user"_s, ChatPorts{sleeper, reachability, clock});
         notify.follow(&store);
         notify.setActive(active);
         QSignalSpy routed(&notify, &NotifyController::routed);

@@ -1,4 +1,9 @@
 #include "chatcontroller.h"
+
+#include "chat/store/chatstores.h"
+#include "platform/clock.h"
+#include "platform/sleeper.h"
+#include "support/fakereachability.h"
 #include "jsontreemodel.h"
 #include "messagerows.h"
 #include "textsizememo.h"
@@ -153,7 +158,9 @@ void DesktopModelsTest::pasteAttaches()
 
     TestHome home;
     QTemporaryDir scratch;
-    ChatController chat(ChatScope::main(), u"tester"_s, u"user"_s);
+    FakeReachability reachability;
+    ChatStores chats(ChatPorts{Sleeper::real(), reachability, Clock::system()});
+    ChatController chat(chats, ChatScope::main(), u"tester"_s, u"user"_s);
     QMimeData data;
     if (image) {
         QImage picture(40, 30, QImage::Format_ARGB32);

@@ -6,6 +6,10 @@
 #include "desktopapp.h"
 
 #include "chat/model/messagesfeed.h"
+#include "chat/store/chatstores.h"
+#include "platform/clock.h"
+#include "platform/sleeper.h"
+#include "support/fakereachability.h"
 #include "platform/filesecretstore.h"
 #include "support/testhome.h"
 #include "text/l.h"
@@ -66,9 +70,9 @@ public slots:
         L::set(u"en"_s);
         m_session = std::make_unique<Session>(
             std::make_unique<FileSecretStore>(QDir(m_home->path()).filePath(u"secrets"_s)));
-        m_app = std::make_unique<App>(m_session.get());
+        m_app = std::make_unique<App>(m_session.get(), m_chats);
         m_app->setOnboarded(true);
-        m_chat = std::make_unique<ChatController>(ChatScope::main(), u"tester"_s, u"user"_s);
+        m_chat = std::make_unique<ChatController>(m_chats, ChatScope::main(), u"tester"_s, u"user"_s);
         m_chat->store()->prepare();
         m_fixture = std::make_unique<Fixture>(m_chat.get());
     }
@@ -94,6 +98,8 @@ public slots:
     }
 
 private:
+    FakeReachability m_reachability;
+    ChatStores m_chats{ChatPorts{Sleeper::real(), m_reachability, Clock::system()}};
     std::unique_ptr<TestHome> m_home;
     std::unique_ptr<Session> m_session;
     std::unique_ptr<App> m_app;

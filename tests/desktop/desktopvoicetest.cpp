@@ -10,6 +10,10 @@
 #include "voicesource.h"
 
 #include "chat/model/messagesfeed.h"
+#include "chat/store/chatstores.h"
+#include "platform/clock.h"
+#include "platform/sleeper.h"
+#include "support/fakereachability.h"
 #include "chat/voice/voiceplayer.h"
 #include "platform/fileaudioport.h"
 #include "platform/filesecretstore.h"
@@ -121,6 +125,8 @@ class DesktopVoiceTest : public QObject
     FakeSleeper sleeper;
     FakeOutput output;
     FakeShrink shrink;
+    FakeReachability reachability;
+    ChatStores chats{ChatPorts{Sleeper::real(), reachability, Clock::system()}};
     std::unique_ptr<Session> session;
     std::unique_ptr<App> app;
     std::unique_ptr<ChatController> chat;
@@ -175,7 +181,7 @@ private slots:
         QVERIFY(service.running());
         session = std::make_unique<Session>(
             std::make_unique<FileSecretStore>(QDir(home.path()).filePath(u"secrets"_s)));
-        app = std::make_unique<App>(session.get());
+        app = std::make_unique<App>(session.get(), chats);
         app->setOnboarded(true);
         identity.use(service);
         identity.signIn();
@@ -187,7 +193,7 @@ private slots:
             deps.cache = home.path();
             return new VoicePlayer(deps, parent);
         });
-        chat = std::make_unique<ChatController>(ChatScope::main(), u"demo"_s, u"user"_s);
+        chat = std::make_unique<ChatController>(chats, ChatScope::main(), u"demo"_s, u"user"_s);
         chat->store()->prepare();
         files()->setShrink([this](QString, QString target, VideoCompress::Progress progress,
                                   VideoCompress::Stopped stopped) {

@@ -138,6 +138,22 @@ std::optional<OutboxTurn> ChatSender::turnOf(const QString &turnID) const
     return std::nullopt;
 }
 
+ChatSender::Standing ChatSender::standing(const QString &turnID) const
+{
+    const std::optional<OutboxTurn> turn = turnOf(turnID);
+    if (!turn)
+        return Standing::Accepted;
+    return turn->failure == TurnFailure::Refused ? Standing::Refused : Standing::Kept;
+}
+
+int ChatSender::refusedCount() const
+{
+    const QList<OutboxTurn> &turns = m_outbox.state().turns;
+    return int(std::count_if(turns.begin(), turns.end(), [](const OutboxTurn &turn) {
+        return turn.failure == TurnFailure::Refused;
+    }));
+}
+
 void ChatSender::setSendError(const QString &error)
 {
     if (m_sendError == error)

@@ -53,6 +53,12 @@ public:
     void setSendError(const QString &error);
     const QSet<int> &cancelling() const { return m_cancelling; }
     std::optional<OutboxTurn> turnOf(const QString &turnID) const;
+    // Where a turn stands once a delivery has ended: gone from the outbox means accepted; a
+    // turn still there waits for the network or, refused by the server, for the user's Retry.
+    enum class Standing { Accepted, Kept, Refused };
+    Standing standing(const QString &turnID) const;
+    // Turns in the outbox that wait for the user's Retry.
+    int refusedCount() const;
 
     QString send(const QString &text, bool fromVoice, bool deliver);
     QString submitVoice(float peak, const QByteArray &wav, bool deliver);
