@@ -205,22 +205,6 @@ private slots:
         QCOMPARE(chat->cursor(), 2);
     }
 
-    void aMessageArrivingTwiceIsStoredOnce()
-    {
-        auto chat = newStore();
-        const MessagesFeed feed = feedOf({message(1, "user", "q", 100), message(2, "assistant", "a", 101)});
-        chat->absorb(feed, false);
-        chat->absorb(feed, false);
-        QCOMPARE(chat->messages().size(), 2);
-        QCOMPARE(chat->unread(), 1);
-        chat->markRead();
-        QCOMPARE(chat->unread(), 0);
-        // A first load fills the transcript without calling it news.
-        auto fresh = newStore();
-        fresh->absorb(feed, true);
-        QCOMPARE(fresh->unread(), 0);
-    }
-
     void transcriptShowsBeforeTheNetwork()
     {
         {
@@ -393,17 +377,6 @@ private slots:
     }
 
     // One bogus seq must not move the cursor past what the server itself says it has.
-    void theCursorStaysWithinTheServers()
-    {
-        auto chat = newStore();
-        chat->absorb(feedOf({message(3, "user", "q", 100),
-                             message(9007199254740991, "assistant", "bogus", 101)},
-                            QStringLiteral("main"), 5),
-                     true);
-        QCOMPARE(chat->cursor(), 5);
-        QCOMPARE(chat->messages().size(), 2);
-    }
-
     void resetForgetsEverything()
     {
         auto chat = newStore();

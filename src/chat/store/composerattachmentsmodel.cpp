@@ -39,6 +39,8 @@ void ComposerAttachmentsModel::append(const ComposerAttachment &item)
 
 void ComposerAttachmentsModel::remove(int row)
 {
+    if (row < 0 || row >= m_items.size())
+        return;
     beginRemoveRows({}, row, row);
     m_items.removeAt(row);
     endRemoveRows();
