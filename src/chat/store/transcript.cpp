@@ -101,7 +101,7 @@ private:
         if (!take('"'))
             return false;
         const char *from = m_at;
-        while (m_at < m_end && *m_at != '"' && *m_at != '\\' && uchar(*m_at) >= 0x20)
+        while (m_at < m_end && *m_at != '"' && *m_at != '\\')
             ++m_at;
         if (m_at < m_end && *m_at == '"') {
             out = QString::fromUtf8(from, m_at - from);
@@ -114,11 +114,9 @@ private:
             const char c = *m_at++;
             if (c == '"')
                 return true;
-            if (uchar(c) < 0x20)
-                return false;
             if (c != '\\') {
                 const char *run = m_at - 1;
-                while (m_at < m_end && *m_at != '"' && *m_at != '\\' && uchar(*m_at) >= 0x20)
+                while (m_at < m_end && *m_at != '"' && *m_at != '\\')
                     ++m_at;
                 out += QString::fromUtf8(run, m_at - run);
                 continue;
@@ -157,7 +155,7 @@ private:
             return false;
         const char *from = m_at + 1;
         const char *to = from;
-        while (to < m_end && *to != '"' && *to != '\\' && uchar(*to) >= 0x20)
+        while (to < m_end && *to != '"' && *to != '\\')
             ++to;
         if (to < m_end && *to == '"') {
             out = QByteArray::fromRawData(from, to - from);
@@ -183,7 +181,10 @@ private:
                 ++m_at;
             return m_at > start;
         };
-        if (!digits())
+        // No leading zeros, as the grammar has it.
+        if (m_at < m_end && *m_at == '0')
+            ++m_at;
+        else if (!digits())
             return false;
         if (m_at < m_end && *m_at == '.') {
             ++m_at;
