@@ -2,14 +2,11 @@
 
 #include "crash.h"
 #include "net/api.h"
-#include "platform/atomicfile.h"
 #include "reportqueue.h"
 
-#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
-#include <QUuid>
 
 using namespace Qt::StringLiterals;
 
@@ -18,13 +15,6 @@ namespace Diagnostics {
 QString folder()
 {
     return QDir(Crash::folder()).filePath(u"diagnostics"_s);
-}
-
-bool didReceive(const QByteArray &payload, const QString &folder)
-{
-    const QString name = u"%1-%2.json"_s.arg(QDateTime::currentMSecsSinceEpoch())
-                             .arg(QUuid::createUuid().toString(QUuid::Id128).left(8));
-    return AtomicFile::write(QDir(folder).filePath(name), payload);
 }
 
 QJsonObject report(const QByteArray &payload)

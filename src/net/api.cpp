@@ -363,14 +363,6 @@ QCoro::Task<QJsonObject> post(QString path, QJsonObject body, Options options)
     co_return objectOf(reply.data);
 }
 
-QCoro::Task<QJsonObject> openPost(QJsonObject body, QString path)
-{
-    Request r = openRequest(path, "POST"_ba, std::move(body));
-    r.request.setTransferTimeout(30'000);
-    const Reply reply = co_await exchange(std::move(r));
-    co_return objectOf(reply.data);
-}
-
 QCoro::Task<QJsonObject> remove(QString path)
 {
     const Reply reply = co_await exchange(authorized(path, "DELETE"_ba));

@@ -100,7 +100,6 @@ void setBackgroundSender(BackgroundSender *sender);
 QCoro::Task<Reply> exchange(Request request, QString backgroundID = {});
 
 QCoro::Task<QJsonObject> post(QString path, QJsonObject body, Options options = {});
-QCoro::Task<QJsonObject> openPost(QJsonObject body, QString path);
 QCoro::Task<QJsonObject> remove(QString path); // DELETE
 // Any JSON value, or nothing when the body is empty or not JSON.
 QCoro::Task<std::optional<QJsonValue>> raw(QString path, QByteArray method,

@@ -37,4 +37,9 @@ QNetworkAccessManager *manager()
     return shared;
 }
 
+void setManagerForTests(QNetworkAccessManager *manager)
+{
+    shared = manager;
+}
+
 } // namespace Network

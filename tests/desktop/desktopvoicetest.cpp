@@ -52,19 +52,17 @@ public:
         double from;
     };
     QList<Played> played;
-    QList<double> rates;
     double at = 0;
 
-    void play(const QString &file, double from, double rate) override
+    void play(const QString &file, double from, double) override
     {
         played.append({file, from});
-        rates.append(rate);
         at = from;
     }
     void pause() override {}
     void resume() override {}
     void stop() override {}
-    void setRate(double rate) override { rates.append(rate); }
+    void setRate(double) override {}
     double position() const override { return at; }
 };
 
@@ -258,45 +256,6 @@ private slots:
         for (const VoiceSource &source : VoiceSource::of(m))
             keys.append(source.key());
         QTEST(keys, "keys");
-    }
-
-    void pendingSpeechPlaysThenSeeksAndChangesSpeed()
-    {
-        script({{"seconds", QJsonArray{2.0, 3.0, 1.5}}, {"released", 0}});
-        voice()->toggle(speech(seq), chat.get());
-        QCOMPARE(voice()->key(), u"seq:%1"_s.arg(seq));
-        settle([&] { return sleeper.requested.size() >= 2; });
-        QCOMPARE(voice()->state(), VoiceController::Preparing);
-        QVERIFY(output.played.isEmpty());
-
-        script({{"released", 1}});
-        settle([&] { return voice()->state() == VoiceController::Playing; });
-        QCOMPARE(voice()->state(), VoiceController::Playing);
-        QCOMPARE(output.played.size(), 1);
-
-        script({{"released", 3}, {"done", true}});
-        settle([&] { return voice()->player()->partsLanded() == 3; });
-        QCOMPARE(voice()->total(), 6.5);
-        voice()->seek(2.5); // half a second into the second part
-        QVERIFY(output.played.last().file.contains(u"part-1"_s));
-        QCOMPARE(output.played.last().from, 0.5);
-        voice()->skip(5); // past the end: the last part's tail
-        QVERIFY(output.played.last().file.contains(u"part-2"_s));
-        QCOMPARE(output.played.last().from, 1.5);
-        QCOMPARE(voice()->timeText(), u"0:06 / 0:06"_s);
-
-        for (const double rate : {1.5, 2.0, 1.0}) {
-            voice()->cycleRate();
-            QCOMPARE(output.rates.last(), rate);
-        }
-        QCOMPARE(voice()->rateText(), u"1×"_s);
-
-        voice()->toggle(speech(seq), chat.get());
-        QCOMPARE(voice()->state(), VoiceController::Paused);
-        voice()->toggle(speech(seq), chat.get());
-        QCOMPARE(voice()->state(), VoiceController::Playing);
-        voice()->stop();
-        QCOMPARE(voice()->key(), QString());
     }
 
     void videoOutcome_data()

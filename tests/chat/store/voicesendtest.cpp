@@ -44,13 +44,7 @@ class VoiceSendTest : public QObject
         return store;
     }
 
-    QJsonArray stored(const QString &conversation)
-    {
-        return service
-            .control("GET", QStringLiteral("messages?user=demo&conversation_id=") + conversation)
-            .value(u"messages")
-            .toArray();
-    }
+    QJsonArray stored(const QString &conversation) { return service.messages(conversation); }
 
     QJsonArray received()
     {

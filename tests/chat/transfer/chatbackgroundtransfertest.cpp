@@ -55,21 +55,8 @@ class ChatBackgroundTransferTest : public QObject
     std::unique_ptr<TestHome> home;
     std::unique_ptr<ChatBackgroundTransfer> transfer;
 
-    int chatRequests()
-    {
-        int n = 0;
-        for (const QJsonValue &entry : service.log())
-            n += entry[u"path"].toString() == u"webapi/chat";
-        return n;
-    }
-
-    qsizetype messages()
-    {
-        return service.control("GET", QStringLiteral("messages?user=demo&conversation_id=main"))
-            .value(u"messages")
-            .toArray()
-            .size();
-    }
+    int chatRequests() { return int(service.requests(QStringLiteral("webapi/chat")).size()); }
+    qsizetype messages() { return service.messages().size(); }
 
     QString bodyPath(const QString &key) const
     {
