@@ -7,6 +7,7 @@
 #include "networkmanager.h"
 #include "oneshotbody.h"
 #include "platform/appdata.h"
+#include "platform/shutdown.h"
 #include "projectcache.h"
 #include "serveraddress.h"
 #include "setcookie.h"
@@ -102,6 +103,9 @@ QString megabytes(qint64 bytes)
 // The whole exchange has a time limit on top of the idle timeout, and a body a size limit.
 QCoro::Task<Api::Reply> transmit(Api::Request r)
 {
+    // Nothing new goes out once the process is ending (retries and loops included).
+    if (Shutdown::begun())
+        throw Api::TransportError(QNetworkReply::OperationCanceledError, u"shutting down"_s);
     // Every request, a GET included, carries a body Qt cannot re-send (see OneShotBody).
     auto *body = new OneShotBody(r.body);
     std::unique_ptr<QNetworkReply, DeleteLater> reply(
@@ -464,6 +468,8 @@ QCoro::Task<QString> download(QString path, QString folder)
                              u"Невозможно сохранить в %1."_s)
                             .arg(folder));
     // Written beside its final place, so the finished file appears in one step.
+    if (Shutdown::begun())
+        throw TransportError(QNetworkReply::OperationCanceledError, u"shutting down"_s);
     QTemporaryFile part(QDir(folder).filePath(u".download-XXXXXX"_s));
     if (!part.open())
         throw Failed(0, part.errorString());
@@ -581,6 +587,8 @@ PendingSocket socket(const QString &path)
     request.setRawHeader("User-Agent", userAgent().toUtf8());
     auto ws = std::make_unique<QWebSocket>();
     ws->setMaxAllowedIncomingMessageSize(socketMessageLimit);
+    // Closed at the end of the process, so whatever waits on it finishes.
+    QObject::connect(&Shutdown::instance(), &Shutdown::begins, ws.get(), &QWebSocket::abort);
     return PendingSocket{std::move(ws), request};
 }
 

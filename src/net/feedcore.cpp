@@ -2,6 +2,7 @@
 #include "net/netlog.h"
 
 #include "failuretext.h"
+#include "platform/shutdown.h"
 #include "platform/sleeper.h"
 #include "projectcache.h"
 
@@ -109,8 +110,8 @@ QCoro::Task<> FeedCore::retryLater(QPointer<FeedCore> feed, Sleeper *sleeper,
                                    std::chrono::milliseconds delay, int generation)
 {
     co_await sleeper->sleep(delay);
-    // A later retry replaces this one; a closed screen ends it.
-    if (!feed || feed->m_retryGeneration != generation)
+    // A later retry replaces this one; a closed screen or the end of the process ends it.
+    if (!feed || feed->m_retryGeneration != generation || Shutdown::begun())
         co_return;
     co_await feed->load();
 }
@@ -126,9 +127,9 @@ void FeedCore::watch()
 QCoro::Task<> FeedCore::watchLoop(QPointer<FeedCore> feed, Sleeper *sleeper,
                                   std::chrono::milliseconds period)
 {
-    while (feed) {
+    while (feed && !Shutdown::begun()) {
         co_await sleeper->sleep(period);
-        if (!feed)
+        if (!feed || Shutdown::begun())
             co_return;
         co_await feed->load();
     }

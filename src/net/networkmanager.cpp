@@ -1,11 +1,13 @@
 #include "networkmanager.h"
 
 #include "lowdelay.h"
+#include "platform/shutdown.h"
 
 #include <QCoreApplication>
 #include <QNetworkAccessManager>
 #include <QNetworkCookie>
 #include <QNetworkCookieJar>
+#include <QNetworkReply>
 #include <QPointer>
 
 namespace {
@@ -33,6 +35,13 @@ QNetworkAccessManager *manager()
         shared = new QNetworkAccessManager(QCoreApplication::instance());
         shared->setCookieJar(new NoCookies(shared));
         shared->setRedirectPolicy(QNetworkRequest::SameOriginRedirectPolicy);
+        // At the end of the process every exchange under way finishes (as canceled), so the
+        // tasks awaiting them complete instead of staying suspended.
+        QObject::connect(&Shutdown::instance(), &Shutdown::begins, shared, [] {
+            const auto replies = shared->findChildren<QNetworkReply *>();
+            for (QNetworkReply *reply : replies)
+                reply->abort();
+        });
     }
     return shared;
 }

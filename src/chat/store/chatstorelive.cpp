@@ -7,10 +7,10 @@
 #include "chat/store/chatbackoff.h"
 #include "chat/model/runrecord.h"
 #include "net/api.h"
+#include "platform/shutdown.h"
 #include "platform/sleeper.h"
 #include "text/l.h"
 
-#include <QCoroTimer>
 #include <QElapsedTimer>
 #include <QCoroWebSocket>
 #include <QJsonDocument>
@@ -59,7 +59,9 @@ QCoro::Task<> ChatStore::socketLoop(QPointer<ChatStore> store)
 {
     const int session = store->m_session;
     Sleeper *sleeper = store->m_sleeper;
-    auto current = [&] { return store && store->m_open && store->m_session == session; };
+    auto current = [&] {
+        return store && store->m_open && store->m_session == session && !Shutdown::begun();
+    };
     bool reopening = false;
     while (current()) {
         // Deleted later, never from inside one of its own signals.
@@ -88,8 +90,9 @@ QCoro::Task<> ChatStore::socketLoop(QPointer<ChatStore> store)
             open.start();
             // Looked at four times a second rather than awaiting the signal with a time-out,
             // whose QCoro 0.8 timer can outlive the wait.
+            // The real sleeper, not the store's: it wakes when the process ends.
             while (current() && socket->state() == QAbstractSocket::ConnectedState)
-                co_await QCoro::sleepFor(250ms);
+                co_await Sleeper::real().sleep(250ms);
             if (!store)
                 co_return;
             store->setConnected(false);
@@ -122,7 +125,7 @@ QCoro::Task<> ChatStore::pollLoop(QPointer<ChatStore> store)
     Sleeper *sleeper = store->m_sleeper;
     for (;;) {
         co_await sleeper->sleep(12s);
-        if (!store || !store->m_open || store->m_session != session)
+        if (!store || !store->m_open || store->m_session != session || Shutdown::begun())
             co_return;
         co_await store->refresh();
     }
@@ -142,7 +145,9 @@ void ChatStore::poll(const QString &runID)
 QCoro::Task<> ChatStore::followRun(QPointer<ChatStore> store, QString runID)
 {
     Sleeper *sleeper = store->m_sleeper;
-    auto awaited = [&] { return store && store->m_open && store->m_awaitingRun.contains(runID); };
+    auto awaited = [&] {
+        return store && store->m_open && store->m_awaitingRun.contains(runID) && !Shutdown::begun();
+    };
     while (awaited()) {
         co_await sleeper->sleep(2s);
         if (!awaited())
