@@ -2,11 +2,9 @@
 
 #include "lowdelay.h"
 
-#include <QCoreApplication>
 #include <QNetworkAccessManager>
 #include <QNetworkCookie>
 #include <QNetworkCookieJar>
-#include <QPointer>
 
 namespace {
 
@@ -19,22 +17,18 @@ public:
     bool setCookiesFromUrl(const QList<QNetworkCookie> &, const QUrl &) override { return false; }
 };
 
-QPointer<QNetworkAccessManager> shared;
-
 } // namespace
 
 namespace Network {
 
-QNetworkAccessManager *manager()
+QNetworkAccessManager *create(QObject *parent)
 {
-    if (!shared) {
-        // Uploads must not wait on Nagle's algorithm (see LowDelay).
-        LowDelay::active();
-        shared = new QNetworkAccessManager(QCoreApplication::instance());
-        shared->setCookieJar(new NoCookies(shared));
-        shared->setRedirectPolicy(QNetworkRequest::SameOriginRedirectPolicy);
-    }
-    return shared;
+    // Uploads must not wait on Nagle's algorithm (see LowDelay).
+    LowDelay::active();
+    auto *manager = new QNetworkAccessManager(parent);
+    manager->setCookieJar(new NoCookies(manager));
+    manager->setRedirectPolicy(QNetworkRequest::SameOriginRedirectPolicy);
+    return manager;
 }
 
 } // namespace Network
