@@ -78,6 +78,8 @@ public:
     static QString sessionHash(const QString &cookie);
 
     CoachEngine *coach() const { return m_coach; }
+    // The transport this session signs in through.
+    Api &api() const { return m_api; }
 
     // Start-up: cookie from the keychain, the offline profile at once, then the server.
     QCoro::Task<> boot();
