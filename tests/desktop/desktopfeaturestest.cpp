@@ -143,9 +143,9 @@ private slots:
         QFETCH(QString, page);
         QFETCH(QString, item);
         FakeNotifier notifier;
-        NotifyController notify(&notifier);
+        NotifyController notify(identity.api(), &notifier);
         notify.arm();
-        ChatStore store(ChatScope::main(), u"demo"_s, u"user"_s);
+        ChatStore store(identity.api(), ChatScope::main(), u"demo"_s, u"user"_s);
         notify.follow(&store);
         notify.setActive(active);
         QSignalSpy routed(&notify, &NotifyController::routed);
@@ -176,7 +176,7 @@ private slots:
 
     void leavingTheWindowLocksTheVault()
     {
-        VaultController vault(&owner, &clipboard, sleeper);
+        VaultController vault(identity.api(), &owner, &clipboard, sleeper);
         unlockWithLogin(vault, u"s3cret-one"_s);
         vault.reveal(vault.store()->items().first().id);
         QTRY_COMPARE(vault.revealedValue(), u"s3cret-one"_s);
@@ -201,7 +201,7 @@ private slots:
 
     void revealIsFetchedEachTimeAndNeverKept()
     {
-        VaultController vault(&owner, &clipboard, sleeper);
+        VaultController vault(identity.api(), &owner, &clipboard, sleeper);
         unlockWithLogin(vault, u"first"_s);
         const QString id = vault.store()->items().first().id;
         vault.reveal(id);
@@ -209,7 +209,7 @@ private slots:
         vault.hide();
         QVERIFY(vault.revealedValue().isEmpty());
         // Changed elsewhere: the next reveal asks the server again and shows the new value.
-        VaultStore other(owner, nullptr, sleeper);
+        VaultStore other(identity.api(), owner, nullptr, sleeper);
         Sync::run(other.unlock());
         Sync::run(other.save(other.items().first(), VaultKind::Login,
                              {{u"password"_s, u"second"_s}}, false));
@@ -231,7 +231,7 @@ private slots:
 
     void anEditKeepsTheSecretsLeftEmpty()
     {
-        VaultController vault(&owner, &clipboard, sleeper);
+        VaultController vault(identity.api(), &owner, &clipboard, sleeper);
         unlockWithLogin(vault, u"kept"_s);
         const QString id = vault.store()->items().first().id;
         QSignalSpy saved(&vault, &VaultController::saved);
@@ -254,7 +254,7 @@ private slots:
 
     void thePromptAsksAndACancelLeavesItLocked()
     {
-        VaultController vault(nullptr, &clipboard, sleeper); // the account's password, asked
+        VaultController vault(identity.api(), nullptr, &clipboard, sleeper); // the account's password, asked
         QSignalSpy asking(&vault, &VaultController::askingChanged);
         vault.unlock();
         QTRY_VERIFY(vault.asking());
@@ -310,7 +310,7 @@ private slots:
                        .toUtf8());
         file.close();
 
-        HealthController health([] { return u"demo"_s; });
+        HealthController health(identity.api(), [] { return u"demo"_s; });
         QSignalSpy syncing(&health, &HealthController::syncingChanged);
         health.linkExport(QUrl::fromLocalFile(path));
         QTRY_VERIFY(syncing.size() >= 2 && !health.syncing());
@@ -322,7 +322,7 @@ private slots:
 
         // The next start finds the same export again.
         {
-            HealthController again([] { return u"demo"_s; });
+            HealthController again(identity.api(), [] { return u"demo"_s; });
             again.arm();
             QVERIFY(again.linked());
             QCOMPARE(again.exportName(), u"export.xml"_s);
