@@ -33,7 +33,6 @@ class CallFixture : public QObject
 {
     Q_OBJECT
 
-    TestApi api;
 
 public:
     CallFixture(FakeCallLink *link, FileAudioPort *port, FakeSleeper *sleeper)
@@ -118,6 +117,7 @@ public slots:
 
 private:
     std::unique_ptr<TestHome> m_home;
+    TestApi api;
     std::unique_ptr<Session> m_session;
     std::unique_ptr<App> m_app;
     FakeSleeper m_sleeper;

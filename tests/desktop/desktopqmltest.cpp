@@ -31,7 +31,6 @@ class Fixture : public QObject
 {
     Q_OBJECT
 
-    TestApi api;
 
 public:
     explicit Fixture(ChatController *chat)
@@ -98,6 +97,7 @@ public slots:
 
 private:
     std::unique_ptr<TestHome> m_home;
+    TestApi api;
     std::unique_ptr<Session> m_session;
     std::unique_ptr<App> m_app;
     std::unique_ptr<ChatController> m_chat;
