@@ -69,7 +69,7 @@ void BM_Upload64K(benchmark::State &state)
                         QStringLiteral("application/octet-stream"), QByteArray(64 * 1024, 'v')},
                        {}};
     for (auto _ : state)
-        benchmark::DoNotOptimize(Sync::run(api.get().upload(QStringLiteral("webapi/upload"), upload)));
+        benchmark::DoNotOptimize(Sync::run(world().api.get().upload(QStringLiteral("webapi/upload"), upload)));
 }
 BENCHMARK(BM_Upload64K)->Unit(benchmark::kMillisecond);
 
