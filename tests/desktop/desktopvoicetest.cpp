@@ -173,7 +173,9 @@ private slots:
         QGuiApplication::setFont(QFont(u"DejaVu Sans"_s, 10));
         L::set(u"en"_s);
         QVERIFY(service.running());
-        session = std::make_unique<Session>(identity.api(), 
+        // The transport is made on first use, for the server named here.
+        qputenv("HALVENMARK_SERVER", service.base().toString().toUtf8());
+        session = std::make_unique<Session>(identity.api(),
             std::make_unique<FileSecretStore>(QDir(home.path()).filePath(u"secrets"_s)));
         app = std::make_unique<App>(session.get());
         app->setOnboarded(true);
