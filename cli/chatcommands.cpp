@@ -1,5 +1,7 @@
 #include "chatcommands.h"
 
+#include "net/api.h"
+
 #include "console.h"
 #include "outcome.h"
 #include "sessioncommands.h"
@@ -60,7 +62,7 @@ std::unique_ptr<ChatStore> storeFor(const Invocation &in)
 {
     const Session *session = Session::shared();
     const ChatScope scope = in.project ? ChatScope::project(*in.project) : ChatScope::main();
-    return std::make_unique<ChatStore>(scope, session->user(), session->role());
+    return std::make_unique<ChatStore>(session->api(), scope, session->user(), session->role());
 }
 
 QCoro::Task<int> stopTask(ChatStore &store, int task)

@@ -1,5 +1,7 @@
 #include "chatprompt.h"
 
+#include "net/api.h"
+
 #include "chatscreen.h"
 #include "interactivechat.h"
 #include "pipedchat.h"
@@ -14,7 +16,7 @@ namespace ChatPrompt {
 QCoro::Task<int> run(ChatScope scope)
 {
     const Session *session = Session::shared();
-    ChatStore store(scope, session->user(), session->role());
+    ChatStore store(session->api(), scope, session->user(), session->role());
     if (ChatScreen::possible()) {
         InteractiveChat chat(store);
         if (chat.start()) {

@@ -1,5 +1,7 @@
 #include "voicecommands.h"
 
+#include "net/api.h"
+
 #include "collectingvoiceoutput.h"
 #include "console.h"
 #include "outcome.h"
@@ -84,7 +86,7 @@ std::optional<std::pair<QByteArray, float>> recording(const QString &path)
 QCoro::Task<int> deliverVoice(const Invocation &in, float peak, QByteArray wav)
 {
     const Session *session = Session::shared();
-    ChatStore store(scopeOf(in), session->user(), session->role());
+    ChatStore store(session->api(), scopeOf(in), session->user(), session->role());
     store.prepare();
     qint64 userSeq = 0;
     QObject::connect(&store, &ChatStore::settled, &store,
@@ -190,7 +192,7 @@ QCoro::Task<int> transcribe(Invocation in)
     if (!note)
         co_return Refused;
     const Session *session = Session::shared();
-    ChatStore store(scopeOf(in), session->user(), session->role());
+    ChatStore store(session->api(), scopeOf(in), session->user(), session->role());
     std::exception_ptr failed;
     QString heard;
     try {
@@ -299,7 +301,7 @@ QCoro::Task<int> play(Invocation in)
     deps.sleeper = &Sleeper::real();
     deps.clock = Monotonic::seconds;
     deps.cache = AppData::path(u"voice-cache"_s);
-    VoicePlayer player(deps);
+    VoicePlayer player(Session::shared()->api(), deps);
     while (player.rate() != (in.rate == 0 ? 1.0 : in.rate))
         player.cycleRate();
 

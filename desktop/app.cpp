@@ -49,7 +49,7 @@ App::App(Session *session, QObject *parent)
     : QObject(parent)
     , m_session(session)
     , m_language(new Language(this))
-    , m_voice(new VoiceController(VoiceController::platform(), this))
+    , m_voice(new VoiceController(VoiceController::platform(session->api()), this))
 {
     s_instance = this;
     m_sinceStart.start();
@@ -246,7 +246,7 @@ void App::openProject(int id, const QString &name)
         return;
     closeProject();
     m_projectChat =
-        new ChatController(ChatScope::project(id), m_session->user(), m_session->role(), this);
+        new ChatController(m_session->api(), ChatScope::project(id), m_session->user(), m_session->role(), this);
     m_projectChat->setVoice(m_voice);
     m_projectName = name;
     emit projectChatChanged();
@@ -333,9 +333,9 @@ void App::follow()
     if (!in)
         closeProject();
     if (in && !m_chat) {
-        m_chat = new ChatController(ChatScope::main(), m_session->user(), m_session->role(), this);
+        m_chat = new ChatController(m_session->api(), ChatScope::main(), m_session->user(), m_session->role(), this);
         m_chat->setVoice(m_voice);
-        m_call = CallController::live(ChatScope::main(), m_session->user(), this);
+        m_call = CallController::live(m_session->api(), ChatScope::main(), m_session->user(), this);
         // A call and a voice message must not talk over each other.
         connect(m_call, &CallController::phaseChanged, m_voice, [this, call = m_call] {
             if (call->active())

@@ -22,10 +22,11 @@
 
 using namespace Qt::StringLiterals;
 
-ChatController::ChatController(ChatScope scope, QString account, QString role, QObject *parent)
+ChatController::ChatController(Api &api, ChatScope scope, QString account, QString role,
+                               QObject *parent)
     : QObject(parent)
     , m_account(account)
-    , m_store(new ChatStore(std::move(scope), std::move(account), std::move(role), {}, this))
+    , m_store(new ChatStore(api, std::move(scope), std::move(account), std::move(role), {}, this))
     , m_rows(new MessageRows(this))
     , m_files(new ComposerFiles(m_store, this))
 {

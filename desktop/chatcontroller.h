@@ -10,6 +10,7 @@
 
 #include "messagerows.h"
 #include "composerfiles.h"
+class Api;
 class QMimeData;
 class AudioPort;
 class VoiceController;
@@ -41,7 +42,8 @@ class ChatController : public QObject
     Q_PROPERTY(ComposerFiles *files READ files CONSTANT)
 
 public:
-    ChatController(ChatScope scope, QString account, QString role, QObject *parent = nullptr);
+    ChatController(Api &api, ChatScope scope, QString account, QString role,
+                   QObject *parent = nullptr);
     ~ChatController() override;
 
     ChatStore *store() const { return m_store; }

@@ -10,7 +10,10 @@
 #include "app/crash.h"
 #include "chat/transfer/chatbackgroundtransfer.h"
 #include "chat/store/chatstore.h"
+#include "app/reportqueue.h"
 #include "net/api.h"
+#include "net/networkmanager.h"
+#include "net/wire.h"
 #include "platform/appactivity.h"
 #include "platform/guiclipboard.h"
 #include "platform/notifier.h"
@@ -69,23 +72,26 @@ int main(int argc, char **argv)
     QGuiApplication::setOrganizationName(u"Halvenmark"_s);
     QGuiApplication::setApplicationName(u"halvenmark"_s);
     QGuiApplication::setApplicationDisplayName(u"Halvenmark"_s);
-    QGuiApplication::setApplicationVersion(Api::userAgent());
+    QGuiApplication::setApplicationVersion(Wire::userAgent());
     quitOnSignals(&app);
 
-    if (const QString refused = Api::baseError(); !refused.isEmpty()) {
+    // --- The transport: one network manager and one Api for the app's whole life. ---
+    Api api(Network::create(&app), ServerAddress::configured());
+    if (const QString refused = api.baseError(); !refused.isEmpty()) {
         std::fprintf(stderr, "%s\n", qPrintable(refused));
         return 2;
     }
+    // --- end of the transport ---
 
     // The stores of the app's whole life, made here and nowhere else.
-    Session session(SecretStore::platform(u"Halvenmark"_s));
+    Session session(api, SecretStore::platform(u"Halvenmark"_s));
     session.onForget([] { ChatStore::resetAll(); });
-    ChatBackgroundTransfer transfers;
+    ChatBackgroundTransfer transfers(api);
     App shell(&session);
-    NotifyController notify(Notifier::platform(&app));
-    HealthController health([&session] { return session.user(); });
+    NotifyController notify(api, Notifier::platform(&app));
+    HealthController health(api, [&session] { return session.user(); });
     GuiClipboard clipboard;
-    VaultController vault(nullptr, GuiClipboard::displayPresent() ? &clipboard : nullptr,
+    VaultController vault(api, nullptr, GuiClipboard::displayPresent() ? &clipboard : nullptr,
                           Sleeper::real());
 
     QQmlApplicationEngine engine;
@@ -96,7 +102,9 @@ int main(int argc, char **argv)
 
     LaunchSteps steps;
     steps.armCrash = [&] {
-        Crash::arm();
+        Crash::Setup setup;
+        setup.post = ReportQueue::server(api);
+        Crash::arm(setup);
         Crash::setSurface(u"desktop"_s);
         // What the last run left goes out once the server knows who we are.
         QObject::connect(&session, &Session::gateChanged, &session, [&session] {

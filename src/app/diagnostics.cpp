@@ -1,7 +1,8 @@
 #include "diagnostics.h"
 
 #include "crash.h"
-#include "net/api.h"
+#include "net/wire.h"
+#include "platform/atomicfile.h"
 #include "reportqueue.h"
 
 #include <QDir>
@@ -27,7 +28,7 @@ QJsonObject report(const QByteArray &payload)
     return {
         {u"kind"_s, u"metrickit"_s},
         {u"reason"_s, u"on-device diagnostic payload"_s},
-        {u"build"_s, Api::userAgent()},
+        {u"build"_s, Wire::userAgent()},
         {u"truncated"_s, truncated},
         {u"payload"_s, parsed ? document.object() : QJsonObject()},
         {u"raw"_s, parsed ? QString() : QString::fromUtf8(kept)},

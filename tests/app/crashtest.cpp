@@ -3,7 +3,7 @@
 #include "app/diagnostics.h"
 #include "app/reportqueue.h"
 #include "app/vitals.h"
-#include "net/apierror.h"
+#include "net/api.h"
 #include "platform/atomicfile.h"
 #include "support/sync.h"
 #include "support/testhome.h"

@@ -8,6 +8,7 @@
 
 #include "platform/fileaudioport.h"
 #include "platform/filesecretstore.h"
+#include "support/testapi.h"
 #include "support/fakesleeper.h"
 #include "support/testhome.h"
 #include "text/l.h"
@@ -31,6 +32,7 @@ using namespace Qt::StringLiterals;
 class CallFixture : public QObject
 {
     Q_OBJECT
+
 
 public:
     CallFixture(FakeCallLink *link, FileAudioPort *port, FakeSleeper *sleeper)
@@ -76,7 +78,7 @@ public slots:
         m_home = std::make_unique<TestHome>();
         qputenv("HALVENMARK_SERVER", "http://127.0.0.1:9");
         L::set(u"en"_s);
-        m_session = std::make_unique<Session>(
+        m_session = std::make_unique<Session>(api, 
             std::make_unique<FileSecretStore>(QDir(m_home->path()).filePath(u"secrets"_s)));
         m_app = std::make_unique<App>(m_session.get());
         m_app->setOnboarded(true);
@@ -115,6 +117,7 @@ public slots:
 
 private:
     std::unique_ptr<TestHome> m_home;
+    TestApi api;
     std::unique_ptr<Session> m_session;
     std::unique_ptr<App> m_app;
     FakeSleeper m_sleeper;

@@ -132,9 +132,9 @@ private slots:
         QFETCH(QString, page);
         QFETCH(QString, item);
         FakeNotifier notifier;
-        NotifyController notify(&notifier);
+        NotifyController notify(identity.api(), &notifier);
         notify.arm();
-        ChatStore store(ChatScope::main(), u"demo"_s, u"user"_s);
+        ChatStore store(identity.api(), ChatScope::main(), u"demo"_s, u"user"_s);
         notify.follow(&store);
         notify.setActive(active);
         QSignalSpy routed(&notify, &NotifyController::routed);
@@ -165,7 +165,7 @@ private slots:
 
     void anEditKeepsTheSecretsLeftEmpty()
     {
-        VaultController vault(&owner, &clipboard, sleeper);
+        VaultController vault(identity.api(), &owner, &clipboard, sleeper);
         unlockWithLogin(vault, u"kept"_s);
         const QString id = vault.store()->items().first().id;
         QSignalSpy saved(&vault, &VaultController::saved);
@@ -188,7 +188,7 @@ private slots:
 
     void thePromptAsksAndACancelLeavesItLocked()
     {
-        VaultController vault(nullptr, &clipboard, sleeper); // the account's password, asked
+        VaultController vault(identity.api(), nullptr, &clipboard, sleeper); // the account's password, asked
         QSignalSpy asking(&vault, &VaultController::askingChanged);
         vault.unlock();
         QTRY_VERIFY(vault.asking());
@@ -244,7 +244,7 @@ private slots:
                        .toUtf8());
         file.close();
 
-        HealthController health([] { return u"demo"_s; });
+        HealthController health(identity.api(), [] { return u"demo"_s; });
         QSignalSpy syncing(&health, &HealthController::syncingChanged);
         health.linkExport(QUrl::fromLocalFile(path));
         QTRY_VERIFY(syncing.size() >= 2 && !health.syncing());
@@ -256,7 +256,7 @@ private slots:
 
         // The next start finds the same export again.
         {
-            HealthController again([] { return u"demo"_s; });
+            HealthController again(identity.api(), [] { return u"demo"_s; });
             again.arm();
             QVERIFY(again.linked());
             QCOMPARE(again.exportName(), u"export.xml"_s);

@@ -5,6 +5,7 @@
 
 #include "chat/outbox/chatoutbox.h"
 #include "chat/store/chatrowsmodel.h"
+#include "support/testapi.h"
 #include "support/testhome.h"
 
 #include <QAbstractItemModelTester>
@@ -19,6 +20,8 @@ using namespace Qt::StringLiterals;
 class DesktopModelsTest : public QObject
 {
     Q_OBJECT
+
+    TestApi api;
 
 private slots:
     void jsonTree_data();
@@ -153,7 +156,7 @@ void DesktopModelsTest::pasteAttaches()
 
     TestHome home;
     QTemporaryDir scratch;
-    ChatController chat(ChatScope::main(), u"tester"_s, u"user"_s);
+    ChatController chat(api, ChatScope::main(), u"tester"_s, u"user"_s);
     QMimeData data;
     if (image) {
         QImage picture(40, 30, QImage::Format_ARGB32);

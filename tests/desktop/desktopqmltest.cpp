@@ -7,6 +7,7 @@
 
 #include "chat/model/messagesfeed.h"
 #include "platform/filesecretstore.h"
+#include "support/testapi.h"
 #include "support/testhome.h"
 #include "text/l.h"
 
@@ -29,6 +30,7 @@ using namespace Qt::StringLiterals;
 class Fixture : public QObject
 {
     Q_OBJECT
+
 
 public:
     explicit Fixture(ChatController *chat)
@@ -64,11 +66,11 @@ public slots:
         // Nothing listens on the discard port: every send stays in the outbox.
         qputenv("HALVENMARK_SERVER", "http://127.0.0.1:9");
         L::set(u"en"_s);
-        m_session = std::make_unique<Session>(
+        m_session = std::make_unique<Session>(api, 
             std::make_unique<FileSecretStore>(QDir(m_home->path()).filePath(u"secrets"_s)));
         m_app = std::make_unique<App>(m_session.get());
         m_app->setOnboarded(true);
-        m_chat = std::make_unique<ChatController>(ChatScope::main(), u"tester"_s, u"user"_s);
+        m_chat = std::make_unique<ChatController>(api, ChatScope::main(), u"tester"_s, u"user"_s);
         m_chat->store()->prepare();
         m_fixture = std::make_unique<Fixture>(m_chat.get());
     }
@@ -95,6 +97,7 @@ public slots:
 
 private:
     std::unique_ptr<TestHome> m_home;
+    TestApi api;
     std::unique_ptr<Session> m_session;
     std::unique_ptr<App> m_app;
     std::unique_ptr<ChatController> m_chat;

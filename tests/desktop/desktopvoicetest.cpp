@@ -171,7 +171,9 @@ private slots:
         QGuiApplication::setFont(QFont(u"DejaVu Sans"_s, 10));
         L::set(u"en"_s);
         QVERIFY(service.running());
-        session = std::make_unique<Session>(
+        // The transport is made on first use, for the server named here.
+        qputenv("HALVENMARK_SERVER", service.base().toString().toUtf8());
+        session = std::make_unique<Session>(identity.api(),
             std::make_unique<FileSecretStore>(QDir(home.path()).filePath(u"secrets"_s)));
         app = std::make_unique<App>(session.get());
         app->setOnboarded(true);
@@ -183,9 +185,9 @@ private slots:
             deps.sleeper = &sleeper;
             deps.clock = [this] { return fakeNow(); };
             deps.cache = home.path();
-            return new VoicePlayer(deps, parent);
+            return new VoicePlayer(identity.api(), deps, parent);
         });
-        chat = std::make_unique<ChatController>(ChatScope::main(), u"demo"_s, u"user"_s);
+        chat = std::make_unique<ChatController>(identity.api(), ChatScope::main(), u"demo"_s, u"user"_s);
         chat->store()->prepare();
         files()->setShrink([this](QString, QString target, VideoCompress::Progress progress,
                                   VideoCompress::Stopped stopped) {

@@ -102,7 +102,7 @@ class HealthTest : public QObject
 
     std::unique_ptr<HealthSync> makeSync()
     {
-        return std::make_unique<HealthSync>(
+        return std::make_unique<HealthSync>(identity.api(), 
             &store, [this] { return identity.name; }, [] { return now; });
     }
 

@@ -70,7 +70,7 @@ class VaultTest : public QObject
     // A new item through the service itself, as another device would have saved it.
     void seed()
     {
-        VaultStore store(owner, nullptr, sleeper);
+        VaultStore store(identity.api(), owner, nullptr, sleeper);
         const QMap<QString, QString> fields{{u"title"_s, u"Plan"_s}, {u"note"_s, u"text"_s}};
         Sync::run(store.save(std::nullopt, VaultKind::Note, fields, false));
     }
@@ -205,7 +205,7 @@ private slots:
         seed();
         owner.missing = missing;
         owner.accept = accept;
-        VaultStore store(owner, &clipboard, sleeper);
+        VaultStore store(identity.api(), owner, &clipboard, sleeper);
         store.setActive(active);
         Sync::run(store.unlock());
         QCOMPARE(owner.asked, asked);
@@ -218,7 +218,7 @@ private slots:
     void lockingForgetsItems()
     {
         seed();
-        VaultStore store(owner, &clipboard, sleeper);
+        VaultStore store(identity.api(), owner, &clipboard, sleeper);
         Sync::run(store.unlock());
         QCOMPARE(store.items().size(), 1);
         store.setActive(false);
@@ -235,7 +235,7 @@ private slots:
 
     void saveRevealAndRemove()
     {
-        VaultStore store(owner, &clipboard, sleeper);
+        VaultStore store(identity.api(), owner, &clipboard, sleeper);
         Sync::run(store.unlock());
         const auto save = [&](const QString &title, const QString &key) {
             const QMap<QString, QString> fields{{u"title"_s, title}, {u"key"_s, key}};
@@ -288,7 +288,7 @@ private slots:
         QFETCH(QJsonObject, fault);
         QFETCH(bool, advanceClock);
         QFETCH(QString, failure);
-        VaultStore store(owner, &clipboard, sleeper);
+        VaultStore store(identity.api(), owner, &clipboard, sleeper);
         Sync::run(store.unlock());
         sleeper.requested.clear();
         fault.insert(u"match"_s, u"webapi/vault"_s);

@@ -2,6 +2,7 @@
 // how each kind of reply is judged.
 
 #include "net/api.h"
+#include "net/wire.h"
 #include "net/identity.h"
 #include "net/projectcache.h"
 #include "platform/atomicfile.h"
@@ -41,7 +42,7 @@ class ApiTest : public QObject
 
     QString signIn(const QString &user = QStringLiteral("demo"))
     {
-        const Api::Login login = Sync::run(Api::login(user, user + QStringLiteral("-password")));
+        const Api::Login login = Sync::run(identity.api().login(user, user + QStringLiteral("-password")));
         return login.cookie;
     }
 
@@ -56,7 +57,7 @@ private slots:
     {
         service.reset();
         ProjectCache::clear();
-        Api::due().clear();
+        identity.api().due().clear();
         identity.value = signIn();
         identity.rejections = 0;
         service.clearLog();
@@ -66,7 +67,7 @@ private slots:
     {
         // A sign-in reply sets a cookie; the next request must still carry only ours.
         signIn(QStringLiteral("owner"));
-        Sync::run(Api::page<QJsonValue>(QStringLiteral("webapi/projects")));
+        Sync::run(identity.api().page<QJsonValue>(QStringLiteral("webapi/projects")));
         const QJsonObject headers = lastRequest(service).value(u"headers").toObject();
         QCOMPARE(headers.value(u"Cookie").toString(), QStringLiteral("rb_web_session=") + identity.value);
     }
@@ -74,7 +75,7 @@ private slots:
     void downloadsGoStraightToDisk()
     {
         QTemporaryDir folder;
-        const QString saved = Sync::run(Api::download(QStringLiteral("webapi/files/blob.bin"), folder.path()));
+        const QString saved = Sync::run(identity.api().download(QStringLiteral("webapi/files/blob.bin"), folder.path()));
         QCOMPARE(QFileInfo(saved).fileName(), QStringLiteral("blob.bin"));
         QByteArray expected;
         for (int i = 0; i < 256; ++i)
@@ -94,11 +95,11 @@ private slots:
     void wholeExchangeHasATimeLimit()
     {
         // Slower than the limit, though well inside the idle timeout.
-        Api::setExchangeLimit(std::chrono::milliseconds(300));
-        const auto restore = qScopeGuard([] { Api::setExchangeLimit(std::chrono::seconds(120)); });
+        identity.api().setExchangeLimit(std::chrono::milliseconds(300));
+        const auto restore = qScopeGuard([this] { identity.api().setExchangeLimit(std::chrono::seconds(120)); });
         service.fault({{"match", "webapi/tasks"}, {"status", QJsonValue()}, {"delay", 3}, {"times", -1}});
         try {
-            Sync::run(Api::fetch(QStringLiteral("webapi/tasks")));
+            Sync::run(identity.api().fetch(QStringLiteral("webapi/tasks")));
             QFAIL("the exchange should have been cut off");
         } catch (const Api::TransportError &error) {
             QCOMPARE(error.code, QNetworkReply::TimeoutError);
@@ -107,11 +108,11 @@ private slots:
 
     void replyOverItsCapFails()
     {
-        Api::Request request = Api::authorized(QStringLiteral("webapi/echo"), "POST",
+        Api::Request request = identity.api().authorized(QStringLiteral("webapi/echo"), "POST",
                                                QJsonObject{{"text", QString(5000, u'a')}});
         request.maxBytes = 1000;
         try {
-            Sync::run(Api::exchange(request));
+            Sync::run(identity.api().exchange(request));
             QFAIL("a reply over the cap must fail");
         } catch (const Api::Failed &failed) {
             QCOMPARE(failed.code, QStringLiteral("too_large"));
@@ -133,11 +134,11 @@ private slots:
         service.fault({{"match", "webapi/echo"}, {"drop", true}, {"times", -1}});
         const QString path = QStringLiteral("webapi/echo");
         if (method == "GET")
-            QVERIFY_THROWS_EXCEPTION(Api::TransportError, Sync::run(Api::fetch(path)));
+            QVERIFY_THROWS_EXCEPTION(Api::TransportError, Sync::run(identity.api().fetch(path)));
         else if (method == "POST")
-            QVERIFY_THROWS_EXCEPTION(Api::TransportError, Sync::run(Api::post(path, {{"a", 1}})));
+            QVERIFY_THROWS_EXCEPTION(Api::TransportError, Sync::run(identity.api().post(path, {{"a", 1}})));
         else
-            QVERIFY_THROWS_EXCEPTION(Api::TransportError, Sync::run(Api::remove(path)));
+            QVERIFY_THROWS_EXCEPTION(Api::TransportError, Sync::run(identity.api().remove(path)));
         QTest::qWait(100); // a quiet re-send by Qt would arrive now
         QTEST(int(service.log().size()), "sent");
     }
@@ -145,13 +146,13 @@ private slots:
     void projectFilesFallBackOffline()
     {
         const QString path = QStringLiteral("webapi/projects/1/files/notes.md");
-        const QByteArray online = Sync::run(Api::fetch(path));
+        const QByteArray online = Sync::run(identity.api().fetch(path));
         QVERIFY(!online.isEmpty());
         service.fault({{"match", path}, {"drop", true}, {"times", -1}});
-        QCOMPARE(Sync::run(Api::fetch(path)), online);
+        QCOMPARE(Sync::run(identity.api().fetch(path)), online);
         // Other paths have no copy to offer.
         service.fault({{"match", "webapi/tasks"}, {"drop", true}, {"times", -1}});
-        QVERIFY_THROWS_EXCEPTION(Api::TransportError, Sync::run(Api::fetch(QStringLiteral("webapi/tasks"))));
+        QVERIFY_THROWS_EXCEPTION(Api::TransportError, Sync::run(identity.api().fetch(QStringLiteral("webapi/tasks"))));
     }
 
     void uploadIsStrictMultipart()
@@ -162,7 +163,7 @@ private slots:
         // Named: GCC 12 destroys brace-built aggregate arguments of a coroutine twice.
         const Api::Upload upload{{QStringLiteral("file"), QStringLiteral("photo.jpg"), QStringLiteral("image/jpeg"), data},
                                  {{QStringLiteral("scope"), QStringLiteral("main")}}};
-        const auto reply = Sync::run(Api::upload<QJsonObject>(QStringLiteral("webapi/upload"), upload));
+        const auto reply = Sync::run(identity.api().upload<QJsonObject>(QStringLiteral("webapi/upload"), upload));
         QCOMPARE(reply.value(u"size").toInt(), data.size());
         QCOMPARE(reply.value(u"sha256").toString(), ProjectCache::digest(data));
         QCOMPARE(reply.value(u"fields")[u"scope"].toString(), QStringLiteral("main"));
@@ -171,16 +172,16 @@ private slots:
 
     void namedDownload()
     {
-        const auto named = Sync::run(Api::fetchNamed(QStringLiteral("webapi/files/דוח שבועי.txt")));
+        const auto named = Sync::run(identity.api().fetchNamed(QStringLiteral("webapi/files/דוח שבועי.txt")));
         QCOMPARE(named.filename, QStringLiteral("דוח שבועי.txt"));
         QVERIFY(!named.data.isEmpty());
-        const auto bare = Sync::run(Api::fetchNamed(QStringLiteral("webapi/raw/report.txt")));
+        const auto bare = Sync::run(identity.api().fetchNamed(QStringLiteral("webapi/raw/report.txt")));
         QCOMPARE(bare.filename, QStringLiteral("report.txt"));
     }
 
     void socketTakesLargeMessages()
     {
-        Api::PendingSocket pending = Api::socket(QStringLiteral("webapi/ws"));
+        Api::PendingSocket pending = identity.api().socket(QStringLiteral("webapi/ws"));
         QCOMPARE(pending.request.url().scheme(), QStringLiteral("ws"));
         QWebSocket *ws = pending.socket.get();
         QSignalSpy messages(ws, &QWebSocket::textMessageReceived);

@@ -2,7 +2,8 @@
 // headers, bodies, the saved copy of a page. The real wire is apitest's.
 
 #include "net/api.h"
-#include "net/networkmanager.h"
+#include "net/serveraddress.h"
+#include "net/wire.h"
 #include "net/projectcache.h"
 #include "support/fakenetwork.h"
 #include "support/sync.h"
@@ -53,25 +54,26 @@ class JudgingTest : public QObject
     TestHome home;
     TestIdentity identity;
     std::unique_ptr<FakeNetwork> net;
+    std::unique_ptr<Api> api;
 
 private slots:
     void initTestCase()
     {
         qputenv("HALVENMARK_SERVER", "https://fake.test");
-        Api::setIdentity(&identity);
     }
 
     void init()
     {
         net = std::make_unique<FakeNetwork>();
-        Network::setManagerForTests(net.get());
+        api = std::make_unique<Api>(net.get(), ServerAddress::configured());
+        api->setIdentity(&identity);
         ProjectCache::clear();
-        Api::due().clear();
+        api->due().clear();
         identity.value = u"c00k1e"_s;
         identity.rejections = 0;
     }
 
-    void cleanup() { Network::setManagerForTests(nullptr); }
+    void cleanup() { api.reset(); }
 
     void exchange_data()
     {
@@ -111,7 +113,7 @@ private slots:
         net->serve(u"webapi/x"_s, {canned(reply)});
         QByteArray data;
         const auto run = [&]() -> QCoro::Task<> {
-            const Api::Reply got = co_await Api::exchange(Api::authorized(u"webapi/x"_s, method));
+            const Api::Reply got = co_await api->exchange(api->authorized(u"webapi/x"_s, method));
             data = got.data;
         };
         QCOMPARE(::outcome(run()), outcome);
@@ -121,7 +123,7 @@ private slots:
         QCOMPARE(net->sent[0].method, method);
         const QNetworkRequest &sent = net->sent[0].request;
         QCOMPARE(sent.rawHeader("Cookie"), "rb_web_session=c00k1e"_ba);
-        QCOMPARE(sent.rawHeader("User-Agent"), Api::userAgent().toUtf8());
+        QCOMPARE(sent.rawHeader("User-Agent"), Wire::userAgent().toUtf8());
     }
 
     // A page seen once, then asked again: the answer, or the copy on disk when the server is
@@ -166,20 +168,20 @@ private slots:
         for (const QJsonObject &o : then)
             replies.append(canned(o));
         net->serve(path, replies);
-        const auto seen = Sync::run(Api::page<QJsonValue>(path));
+        const auto seen = Sync::run(api->page<QJsonValue>(path));
         QCOMPARE(seen.value, QJsonValue(QJsonArray{1}));
-        QCOMPARE(ProjectCache::read(path, u"demo"_s).has_value(), first.value(u"status") != 203);
-        QCOMPARE(Api::due().value(path, -1), first.contains(u"headers") ? 2.5 : -1.0);
+        QCOMPARE(ProjectCache::read(api->base().toString(), path, u"demo"_s).has_value(), first.value(u"status") != 203);
+        QCOMPARE(api->due().value(path, -1), first.contains(u"headers") ? 2.5 : -1.0);
 
         Api::Page<QJsonValue> again;
-        const auto run = [&]() -> QCoro::Task<> { again = co_await Api::page<QJsonValue>(path); };
+        const auto run = [&]() -> QCoro::Task<> { again = co_await api->page<QJsonValue>(path); };
         QTEST(outcome(run()), "outcome");
         if (source < 0)
             return;
         QCOMPARE(int(again.source), source);
         QCOMPARE(again.digest == seen.digest, source != int(Api::Source::Fresh));
         QCOMPARE(net->sent[1].request.rawHeader("X-RB-Have"),
-                 ProjectCache::read(path, u"demo"_s) ? seen.digest.toUtf8() : ""_ba);
+                 ProjectCache::read(api->base().toString(), path, u"demo"_s) ? seen.digest.toUtf8() : ""_ba);
     }
 
     // A copy that no longer decodes is no fallback; a fresh body that does not is not kept.
@@ -190,11 +192,11 @@ private slots:
             static Counted fromJson(const QJsonValue &v) { return {JsonRecord(v).integer(u"count"_s)}; }
         };
         net->serve(u"webapi/tasks"_s, {canned({{"body", "[1]"}}), canned({{"status", 502}})});
-        Sync::run(Api::page<QJsonValue>(u"webapi/tasks"_s));
-        QCOMPARE(outcome(Api::page<Counted>(u"webapi/tasks"_s)), u"failed 502: HTTP 502"_s);
+        Sync::run(api->page<QJsonValue>(u"webapi/tasks"_s));
+        QCOMPARE(outcome(api->page<Counted>(u"webapi/tasks"_s)), u"failed 502: HTTP 502"_s);
         net->serve(u"webapi/x"_s, {canned({{"body", QJsonObject{{"count", "many"}}}})});
-        QCOMPARE(outcome(Api::page<Counted>(u"webapi/x"_s)), u"decode: count"_s);
-        QVERIFY(!ProjectCache::read(u"webapi/x"_s, u"demo"_s));
+        QCOMPARE(outcome(api->page<Counted>(u"webapi/x"_s)), u"decode: count"_s);
+        QVERIFY(!ProjectCache::read(api->base().toString(), u"webapi/x"_s, u"demo"_s));
     }
 
     void bodies_data()
@@ -215,10 +217,10 @@ private slots:
         QFETCH(QJsonObject, reply);
         QFETCH(QJsonValue, value);
         net->serve(u"webapi/prefs"_s, {canned(reply)});
-        const auto got = Sync::run(Api::raw(u"webapi/prefs"_s, "GET", std::chrono::seconds(5)));
+        const auto got = Sync::run(api->raw(u"webapi/prefs"_s, "GET", std::chrono::seconds(5)));
         QCOMPARE(got.value_or(QJsonValue(QJsonValue::Undefined)), value);
         // post() reads anything but an object as an empty one.
-        QCOMPARE(Sync::run(Api::post(u"webapi/prefs"_s, {})), value.toObject());
+        QCOMPARE(Sync::run(api->post(u"webapi/prefs"_s, {})), value.toObject());
         QCOMPARE(net->sent.last().request.rawHeader("Content-Type"), "application/json"_ba);
     }
 
@@ -247,7 +249,7 @@ private slots:
         net->serve(u"webapi/auth/login"_s,
                    {reply.isEmpty() ? Reply::fixture(u"login"_s) : canned(reply)});
         Api::Login login;
-        const auto run = [&]() -> QCoro::Task<> { login = co_await Api::login(u"owner"_s, u"pw"_s); };
+        const auto run = [&]() -> QCoro::Task<> { login = co_await api->login(u"owner"_s, u"pw"_s); };
         QTEST(outcome(run()), "outcome");
         QCOMPARE(identity.rejections, 0);
         QVERIFY(!net->sent[0].request.hasRawHeader("Cookie"));
@@ -261,12 +263,12 @@ private slots:
     {
         net->serve(u"webapi/projects"_s, {Reply::fixture(u"projects"_s)});
         net->serve(u"webapi/public/status"_s, {canned({{"body", R"({"ok":true})"}})});
-        QVERIFY(Sync::run(Api::open<QJsonObject>(u"webapi/public/status"_s)).value(u"ok").toBool());
+        QVERIFY(Sync::run(api->open<QJsonObject>(u"webapi/public/status"_s)).value(u"ok").toBool());
         QVERIFY(!net->sent[0].request.hasRawHeader("Cookie"));
         identity.value.clear();
-        QCOMPARE(outcome(Api::page<QJsonValue>(u"webapi/projects"_s)), u"unauthorized"_s);
-        QCOMPARE(outcome(Api::fetch(u"webapi/tasks"_s)), u"unauthorized"_s);
-        QVERIFY_THROWS_EXCEPTION(Api::Unauthorized, Api::socket(u"webapi/ws"_s));
+        QCOMPARE(outcome(api->page<QJsonValue>(u"webapi/projects"_s)), u"unauthorized"_s);
+        QCOMPARE(outcome(api->fetch(u"webapi/tasks"_s)), u"unauthorized"_s);
+        QVERIFY_THROWS_EXCEPTION(Api::Unauthorized, api->socket(u"webapi/ws"_s));
         QCOMPARE(net->sent.size(), 1);
     }
 
@@ -274,7 +276,7 @@ private slots:
     {
         QTemporaryDir folder;
         net->serve(u"webapi/files/report.txt"_s, {Reply::fixture(u"refused"_s)});
-        QCOMPARE(outcome(Api::download(u"webapi/files/report.txt"_s, folder.path())),
+        QCOMPARE(outcome(api->download(u"webapi/files/report.txt"_s, folder.path())),
                  u"failed 403: Not yours."_s);
         QVERIFY(QDir(folder.path()).entryList(QDir::Files | QDir::Hidden).isEmpty());
     }

@@ -22,10 +22,10 @@ QCoro::Task<> sleepLong(bool *woke)
     *woke = true;
 }
 
-QCoro::Task<> fetch(QString path, bool *ended, bool *canceled)
+QCoro::Task<> fetch(Api *api, QString path, bool *ended, bool *canceled)
 {
     try {
-        co_await Api::raw(path, "GET", 90s);
+        co_await api->raw(path, "GET", 90s);
     } catch (const Api::TransportError &error) {
         *canceled = error.code == QNetworkReply::OperationCanceledError;
     }
@@ -69,7 +69,7 @@ private slots:
         QCoro::Task<> sleeping = sleepLong(&woke);
         bool ended = false;
         bool canceled = false;
-        QCoro::Task<> exchanging = fetch(slow, &ended, &canceled);
+        QCoro::Task<> exchanging = fetch(&identity.api(), slow, &ended, &canceled);
         QObject owner;
         int saves = 0;
         Debouncer save(&owner, 1h, [&saves] { ++saves; });
@@ -89,7 +89,7 @@ private slots:
         QVERIFY_THROWS_EXCEPTION(Shutdown::Ended, Sync::run(Sleeper::real().sleep(1ms)));
         service.clearLog();
         QVERIFY_THROWS_EXCEPTION(Api::TransportError,
-                                 Sync::run(Api::raw(QStringLiteral("webapi/me"), "GET", 5s)));
+                                 Sync::run(identity.api().raw(QStringLiteral("webapi/me"), "GET", 5s)));
         QVERIFY(!logged(service, QStringLiteral("webapi/me")));
     }
 };

@@ -1,4 +1,5 @@
 #include "chat/store/chatstore.h"
+#include "chat/model/chatendpoints.h"
 #include "chat/chatlogging.h"
 
 #include "chat/store/chatbackoff.h"
@@ -46,9 +47,10 @@ QString loadFailureText(const std::exception_ptr &error)
 
 } // namespace
 
-ChatStore::ChatStore(ChatScope scope, QString account, QString role, ChatDependencies deps,
-                     QObject *parent)
+ChatStore::ChatStore(Api &api, ChatScope scope, QString account, QString role,
+                     ChatDependencies deps, QObject *parent)
     : QObject(parent)
+    , m_api(api)
     , m_scope(std::move(scope))
     , m_account(std::move(account))
     , m_role(std::move(role))
@@ -56,7 +58,7 @@ ChatStore::ChatStore(ChatScope scope, QString account, QString role, ChatDepende
     , m_reachability(deps.reachability ? deps.reachability : Reachability::platform(this))
     , m_model(new ChatRowsModel(this))
     , m_outbox(std::make_unique<ChatOutbox>(m_scope.storageKey(m_account)))
-    , m_courier(m_scope, m_scope.storageKey(m_account), m_sleeper)
+    , m_courier(m_api, m_scope, m_scope.storageKey(m_account), m_sleeper)
     , m_meter(new UploadMeter(m_sleeper, {}, this))
     , m_composerSave(this, 500ms, [this] { saveComposer(); }, m_sleeper)
     , m_activitySave(this, 400ms, [this] { writeActivity(); }, m_sleeper)
@@ -248,23 +250,21 @@ QCoro::Task<> ChatStore::fetch(bool withActivity)
     QPointer<ChatStore> self(this);
     setLoading(true);
     for (;;) {
-        QString base = u"webapi/messages?since="_s + QString::number(m_cursor);
-        if (withActivity) {
-            base += u"&activity_since="_s + QString::number(m_activityCursor);
-        } else {
-            QStringList tasks;
+        QStringList tasks;
+        if (!withActivity) {
             for (const Lane &lane : std::as_const(m_lanes)) {
                 if (const auto n = lane.taskNumber())
                     tasks.append(QString::number(*n));
             }
-            if (!tasks.isEmpty())
-                base += u"&tasks="_s + tasks.join(u',');
         }
+        const QString path = ChatEndpoints::messagesSince(
+            m_scope, m_cursor,
+            withActivity ? std::optional<qint64>(m_activityCursor) : std::nullopt, tasks);
         std::exception_ptr failed;
         MessagesFeed feed;
         bool tooLarge = false;
         try {
-            const QByteArray body = co_await Api::fetch(m_scope.path(base));
+            const QByteArray body = co_await m_api.fetch(path);
             tooLarge = body.size() > maxPageBytes;
             if (!tooLarge)
                 feed = Decode::from<MessagesFeed>(body);

@@ -21,6 +21,8 @@
 
 #include <memory>
 
+class Api;
+
 class ChatOutbox;
 class ChatRowsModel;
 class UploadMeter;
@@ -68,8 +70,9 @@ class ChatStore : public QObject
     Q_PROPERTY(QVariantList cancellingTasks READ cancellingForQml NOTIFY cancellingChanged)
 
 public:
-    ChatStore(ChatScope scope, QString account, QString role, ChatDependencies deps = {},
-              QObject *parent = nullptr);
+    // Talks to the server through api, which must outlive it.
+    ChatStore(Api &api, ChatScope scope, QString account, QString role,
+              ChatDependencies deps = {}, QObject *parent = nullptr);
     ~ChatStore() override;
 
     const ChatScope &scope() const { return m_scope; }
@@ -280,6 +283,7 @@ private:
     void setNetworkAvailable(bool available);
     QString laneAnchorKey() const;
 
+    Api &m_api;
     ChatScope m_scope;
     QString m_account;
     QString m_role;

@@ -2,6 +2,7 @@
 // refresh and the polling of runs whose frames may have been lost.
 
 #include "chat/store/chatstore.h"
+#include "chat/model/chatendpoints.h"
 #include "chat/chatlogging.h"
 
 #include "chat/store/chatbackoff.h"
@@ -68,7 +69,7 @@ QCoro::Task<> ChatStore::socketLoop(QPointer<ChatStore> store)
         std::unique_ptr<QWebSocket, DeleteLater> socket;
         QNetworkRequest request;
         try {
-            Api::PendingSocket pending = Api::socket(store->m_scope.path(u"webapi/ws"_s));
+            Api::PendingSocket pending = store->m_api.socket(ChatEndpoints::socket(store->m_scope));
             socket.reset(pending.socket.release());
             request = pending.request;
         } catch (const Api::Unauthorized &) {
@@ -154,7 +155,7 @@ QCoro::Task<> ChatStore::followRun(QPointer<ChatStore> store, QString runID)
             break;
         std::optional<RunRecord> run;
         try {
-            const auto body = co_await Api::raw(u"webapi/runs/"_s + runID, "GET"_ba, 25s);
+            const auto body = co_await store->m_api.raw(ChatEndpoints::run(runID), "GET"_ba, 25s);
             if (body)
                 run = RunRecord::fromJson(*body);
         } catch (const std::exception &e) {

@@ -3,6 +3,7 @@
 // has confirmed it (its reply, its message in a fetch, or a receipt kept from an earlier run).
 
 #include "chat/store/chatstore.h"
+#include "chat/model/chatendpoints.h"
 #include "chat/chatlogging.h"
 
 #include "chat/model/tasknumber.h"
@@ -372,12 +373,11 @@ std::optional<std::pair<qint64, QString>> keptAnswer(const QString &storageKey,
         transfers->stored(ChatBackgroundTransfer::key(storageKey, u"chat"_s, turn.id));
     if (!receipt || receipt->status < 200 || receipt->status > 299)
         return std::nullopt;
-    const QJsonObject reply = QJsonDocument::fromJson(receipt->data).object();
-    const std::optional<qint64> seq = ChatJson::looseInteger(reply.value(u"user_seq"));
-    const QString run = reply.value(u"run_id").toString();
-    if (!seq || *seq < 1 || run.isEmpty())
+    const auto accepted =
+        ChatEndpoints::Accepted::fromJson(QJsonDocument::fromJson(receipt->data).object());
+    if (!accepted.confirmed())
         return std::nullopt;
-    return std::pair(*seq, run);
+    return std::pair(accepted.userSeq, accepted.runID);
 }
 
 // Folders of transfers no kept turn names, left by a kill between two steps. Young ones are
@@ -485,7 +485,7 @@ QCoro::Task<bool> ChatStore::cancelTask(int number)
     emit cancellingChanged();
     bool ok = true;
     try {
-        co_await Api::post(u"webapi/tasks/p-"_s + QString::number(number) + u"/stop"_s, QJsonObject());
+        co_await m_api.post(ChatEndpoints::stopTask(number), QJsonObject());
     } catch (const std::exception &e) {
         ok = false;
         qCInfo(lcChat) << "stopping task" << number << "failed:" << e.what();
@@ -514,7 +514,7 @@ QCoro::Task<bool> ChatStore::voteRoute(qint64 seq, QString want, QString level, 
     body.insert(u"seq"_s, seq);
     bool ok = true;
     try {
-        co_await Api::post(u"webapi/router/feedback"_s, body);
+        co_await m_api.post(ChatEndpoints::routerFeedback(), body);
     } catch (...) {
         ok = false;
     }
@@ -533,28 +533,31 @@ QCoro::Task<bool> ChatStore::processed(QString turnID)
         co_await sleeper->sleep(2s);
         if (!self || !turnOf(turnID))
             co_return true; // settled meanwhile (or the store is gone)
-        QString status;
+        using Heard = ChatEndpoints::VoiceStatus::Heard;
+        Heard heard = Heard::Processing;
         try {
             // The status check carries its own content type, as the server expects of it.
-            Api::Request request = Api::authorized(
-                u"webapi/voice/status?client_request_id="_s + turnID, "GET"_ba);
+            Api::Request request =
+                m_api.authorized(ChatEndpoints::voiceStatus(turnID), "GET"_ba);
             request.request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json"_ba);
-            const Api::Reply reply = co_await Api::exchange(request);
-            status = QJsonDocument::fromJson(reply.data).object().value(u"status").toString();
+            const Api::Reply reply = co_await m_api.exchange(request);
+            heard = ChatEndpoints::VoiceStatus::fromJson(
+                        QJsonDocument::fromJson(reply.data).object())
+                        .heard;
         } catch (const std::exception &e) {
             qCDebug(lcChat) << "voice status unknown for now:" << e.what();
             continue;
         }
         if (!self)
             co_return false;
-        if (status == u"unknown_request") {
+        if (heard == Heard::Unknown) {
             // The server never got the recording: it goes again, not as the answer kept before.
             if (auto *transfers = ChatBackgroundTransfer::shared())
                 transfers->discard(ChatBackgroundTransfer::key(storageKey(), u"voice"_s, turnID));
             const Delivery again = co_await deliverTurn(turnID);
             co_return again == Delivery::Settled;
         }
-        if (status == u"done" || status == u"processed")
+        if (heard == Heard::Done)
             co_return true;
     }
     co_return false;

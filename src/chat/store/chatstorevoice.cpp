@@ -54,7 +54,7 @@ QString ChatStore::submitVoice(float peak, const QByteArray &wav, bool deliver)
 
 QCoro::Task<QString> ChatStore::transcribe(float peak, QByteArray wav) const
 {
-    return VoiceDelivery::transcribe(m_scope, peak, std::move(wav));
+    return VoiceDelivery::transcribe(m_api, m_scope, peak, std::move(wav));
 }
 
 void ChatStore::attachVoice(qint64 seq, const QString &file)

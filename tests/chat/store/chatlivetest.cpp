@@ -41,7 +41,7 @@ class ChatLiveTest : public QObject
 
     std::unique_ptr<ChatStore> newStore(const ChatScope &scope = ChatScope::main())
     {
-        return std::make_unique<ChatStore>(scope, QStringLiteral("demo"), QStringLiteral("user"),
+        return std::make_unique<ChatStore>(identity.api(), scope, QStringLiteral("demo"), QStringLiteral("user"),
                                            ChatDependencies{&sleeper, &reachability});
     }
 

@@ -31,7 +31,7 @@ class ChatSendTest : public QObject
 
     std::unique_ptr<ChatStore> newStore()
     {
-        auto store = std::make_unique<ChatStore>(ChatScope::main(), QStringLiteral("demo"), QStringLiteral("user"),
+        auto store = std::make_unique<ChatStore>(identity.api(), ChatScope::main(), QStringLiteral("demo"), QStringLiteral("user"),
                                                  ChatDependencies{&sleeper, &reachability});
         store->prepare();
         return store;
@@ -89,7 +89,7 @@ private slots:
         transfers.reset();
         home.reset();
         home = std::make_unique<TestHome>();
-        transfers = std::make_unique<ChatBackgroundTransfer>(&sleeper);
+        transfers = std::make_unique<ChatBackgroundTransfer>(identity.api(), &sleeper);
         service.reset();
         service.control("POST", QStringLiteral("agent"), {{"mode", "silent"}});
         identity.signIn();

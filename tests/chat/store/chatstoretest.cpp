@@ -7,6 +7,7 @@
 #include "chat/store/chatstore.h"
 #include "chat/store/transcript.h"
 #include "platform/appdata.h"
+#include "support/testapi.h"
 #include "support/fakereachability.h"
 #include "support/fakesleeper.h"
 #include "support/testhome.h"
@@ -60,13 +61,15 @@ class ChatStoreTest : public QObject
 {
     Q_OBJECT
 
+    TestApi api;
+
     std::unique_ptr<TestHome> home;
     FakeSleeper sleeper;
     FakeReachability reachability;
 
     std::unique_ptr<ChatStore> newStore(const ChatScope &scope = ChatScope::main())
     {
-        return std::make_unique<ChatStore>(scope, QStringLiteral("demo"), QStringLiteral("user"),
+        return std::make_unique<ChatStore>(api, scope, QStringLiteral("demo"), QStringLiteral("user"),
                                            ChatDependencies{&sleeper, &reachability});
     }
 

@@ -38,7 +38,7 @@ class VoiceSendTest : public QObject
     std::unique_ptr<ChatStore> newStore(const ChatScope &scope)
     {
         auto store =
-            std::make_unique<ChatStore>(scope, QStringLiteral("demo"), QStringLiteral("user"),
+            std::make_unique<ChatStore>(identity.api(), scope, QStringLiteral("demo"), QStringLiteral("user"),
                                         ChatDependencies{&sleeper, &reachability});
         store->prepare();
         return store;
@@ -83,7 +83,7 @@ private slots:
         transfers.reset();
         home.reset();
         home = std::make_unique<TestHome>();
-        transfers = std::make_unique<ChatBackgroundTransfer>(&sleeper);
+        transfers = std::make_unique<ChatBackgroundTransfer>(identity.api(), &sleeper);
         service.reset();
         service.control("POST", QStringLiteral("agent"), {{"mode", "silent"}});
         identity.signIn();
