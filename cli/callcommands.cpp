@@ -1,5 +1,7 @@
 #include "callcommands.h"
 
+#include "net/api.h"
+
 #include "callreport.h"
 #include "console.h"
 #include "outcome.h"
@@ -62,7 +64,7 @@ bool signedOut()
 
 // A call object for the account requests: no sound devices are opened by them.
 struct Desk {
-    ApiCallLink link;
+    ApiCallLink link{Session::shared()->api()};
     FileAudioPort silent;
     Call call;
 
@@ -271,7 +273,7 @@ QCoro::Task<int> live(Invocation in)
     // A refused reconnect is part of the call's story (its phase says so); QCoro's uncategorised
     // warning about it would only scribble over the status line.
     QLoggingCategory::setFilterRules(u"default.warning=false"_s);
-    ApiCallLink link;
+    ApiCallLink link(Session::shared()->api());
     Call call(scopeOf(in), &link, port);
     co_await call.checkAvailability(Session::shared()->user());
     if (!call.availabilityChecked())

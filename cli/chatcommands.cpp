@@ -1,5 +1,7 @@
 #include "chatcommands.h"
 
+#include "net/api.h"
+
 #include "console.h"
 #include "outcome.h"
 #include "sessioncommands.h"

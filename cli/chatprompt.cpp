@@ -1,5 +1,7 @@
 #include "chatprompt.h"
 
+#include "net/api.h"
+
 #include "chatscreen.h"
 #include "interactivechat.h"
 #include "pipedchat.h"

@@ -15,9 +15,11 @@ bool interactive(const Invocation &in)
     return (in.command == u"chat" && in.args.isEmpty()) || in.command == u"watch";
 }
 
-void arm(const Invocation &in)
+void arm(const Invocation &in, ReportQueue::Poster post)
 {
-    Crash::arm();
+    Crash::Setup setup;
+    setup.post = std::move(post);
+    Crash::arm(setup);
     Crash::setSurface(u"cli "_s + in.command);
     if (interactive(in))
         Crash::setForeground(true);

@@ -1,12 +1,14 @@
 #pragma once
 
+#include "app/reportqueue.h"
 #include "invocation.h"
 
 // Crash and vitals for a terminal run: armed at start, in front while an interactive
 // command runs, reports sent once a session is signed in.
 namespace CliVitals {
 
-void arm(const Invocation &in);
+// Reports go out through post.
+void arm(const Invocation &in, ReportQueue::Poster post);
 // Whether a command keeps the user at the terminal (what "in front" means here).
 bool interactive(const Invocation &in);
 

@@ -3,6 +3,7 @@
 #include "console.h"
 #include "features/health/healthactivity.h"
 #include "features/health/healthexportstore.h"
+#include "features/health/healthendpoints.h"
 #include "features/health/healthsync.h"
 #include "features/health/healthview.h"
 #include "net/api.h"
@@ -85,7 +86,7 @@ QCoro::Task<int> summary(bool json)
     std::optional<QJsonValue> answer;
     std::optional<HealthView> view;
     try {
-        answer = co_await Api::raw(u"webapi/health"_s, "GET"_ba, 30s);
+        answer = co_await Session::shared()->api().raw(HealthEndpoints::summary(), "GET"_ba, 30s);
         if (answer)
             view = HealthView::ofAnswer(*answer);
     } catch (...) {
@@ -113,7 +114,7 @@ QCoro::Task<int> import(QString file, bool json)
         co_return Usage;
     }
     HealthExportStore store(file);
-    HealthSync sync(&store, currentUser);
+    HealthSync sync(Session::shared()->api(), &store, currentUser);
     sync.arm();
     // A later export of the same phone goes up incrementally; the first one links.
     if (sync.linked())
@@ -133,7 +134,7 @@ QCoro::Task<int> import(QString file, bool json)
 
 QCoro::Task<int> disconnect(bool forget)
 {
-    HealthSync sync(nullptr, currentUser);
+    HealthSync sync(Session::shared()->api(), nullptr, currentUser);
     co_await sync.disconnect(forget);
     if (!sync.failure().isEmpty()) {
         Console::err(sync.failure());
@@ -172,7 +173,7 @@ QCoro::Task<int> health(Invocation in)
         co_return code;
     }
     if (!in.json) {
-        HealthSync sync(nullptr, currentUser);
+        HealthSync sync(Session::shared()->api(), nullptr, currentUser);
         if (!sync.linked())
             Console::err(
                 HealthSync::unavailableText() + u"\n"_s +

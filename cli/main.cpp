@@ -19,6 +19,8 @@ using namespace Qt::StringLiterals;
 
 #include "app/crash.h"
 #include "net/api.h"
+#include "net/networkmanager.h"
+#include "app/reportqueue.h"
 #include "platform/secretstore.h"
 #include "chat/transfer/chatbackgroundtransfer.h"
 #include "chat/store/chatstores.h"
@@ -110,17 +112,21 @@ int main(int argc, char **argv)
                          .arg(in.command));
         return Usage;
     }
-    if (const QString refused = Api::baseError(); !refused.isEmpty()) {
+    // --- The transport: one network manager and one Api for the whole run. ---
+    Api api(Network::create(&app), ServerAddress::configured());
+    if (const QString refused = api.baseError(); !refused.isEmpty()) {
         Console::err(refused);
         return Usage;
     }
+    // --- end of the transport ---
 
-    CliVitals::arm(in);
-    ChatStores chats(ChatPorts{Sleeper::real(), *Reachability::platform(&app), Clock::system()});
+    CliVitals::arm(in, ReportQueue::server(api));
+    ChatStores chats(
+        ChatPorts{api, Sleeper::real(), *Reachability::platform(&app), Clock::system()});
     CliChats::install(&chats);
-    Session session(SecretStore::platform(u"Halvenmark"_s));
+    Session session(api, SecretStore::platform(u"Halvenmark"_s));
     session.onForget([&chats] { chats.reset(); });
-    ChatBackgroundTransfer transfers;
+    ChatBackgroundTransfer transfers(api);
     // Started from inside the event loop: a command that finishes without waiting on
     // anything must still be able to end the loop.
     QTimer::singleShot(0, &app, [&] {

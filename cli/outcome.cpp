@@ -3,7 +3,6 @@
 #include "console.h"
 #include "terminaltext.h"
 #include "net/api.h"
-#include "net/apierror.h"
 #include "net/failuretext.h"
 #include "session/session.h"
 #include "text/l.h"
@@ -73,7 +72,7 @@ QString unreachableText(const std::exception_ptr &error)
         why = u"HTTP "_s + QString::number(e.status);
     } catch (...) {
     }
-    const QString server = Api::base().toString(QUrl::RemovePath | QUrl::StripTrailingSlash);
+    const QString server = Session::shared()->api().base().toString(QUrl::RemovePath | QUrl::StripTrailingSlash);
     return L::t(u"אין חיבור אל %1: %2"_s, u"Cannot reach %1: %2"_s, u"Нет связи с %1: %2"_s)
         .arg(server, TerminalText::safe(why));
 }

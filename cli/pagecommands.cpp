@@ -51,7 +51,7 @@ QCoro::Task<int> get(Invocation in)
     // The body as it came: JSON, text or bytes are told apart here, not by the transport.
     Api::AnyPage page;
     try {
-        page = co_await Api::page(in.args.first(), [](const QByteArray &body) -> std::any { return body; });
+        page = co_await Session::shared()->api().page(in.args.first(), [](const QByteArray &body) -> std::any { return body; });
     } catch (...) {
         co_return Outcome::report(std::current_exception());
     }
@@ -128,7 +128,7 @@ QCoro::Task<int> watch(Invocation in)
     if (!ready)
         co_return SignedOut;
 
-    Feed<QJsonValue> feed(in.args.first(), in.every > 0 ? in.every : 10);
+    Feed<QJsonValue> feed(Session::shared()->api(), in.args.first(), in.every > 0 ? in.every : 10);
     FeedCore *core = feed.object();
     QObject::connect(core, &FeedCore::valueChanged, core, [core] {
         draw(std::any_cast<QJsonValue>(core->typedValue()));

@@ -1,5 +1,8 @@
 #include "pushcommands.h"
 
+#include "net/api.h"
+#include "session/session.h"
+
 #include "app/pushcenter.h"
 #include "app/pushstatussheet.h"
 #include "console.h"
@@ -27,9 +30,9 @@ QCoro::Task<int> push(Invocation in)
     if (!signedIn)
         co_return SignedOut;
     const std::unique_ptr<Notifier> notifier(Notifier::platform());
-    PushCenter center(notifier.get());
+    PushCenter center(Session::shared()->api(), notifier.get());
     center.arm();
-    PushStatusSheet sheet(&center);
+    PushStatusSheet sheet(Session::shared()->api(), &center);
     if (action == u"test") {
         co_await sheet.sendTest();
         Console::out(sheet.testText());

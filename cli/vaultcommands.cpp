@@ -1,10 +1,13 @@
 #include "vaultcommands.h"
 
+#include "net/api.h"
+#include "session/session.h"
+
 #include "console.h"
 #include "features/vault/vaultfailure.h"
 #include "features/vault/vaultstore.h"
 #include "features/vault/vaulttext.h"
-#include "net/apierror.h"
+#include "net/api.h"
 #include "outcome.h"
 #include "platform/guiclipboard.h"
 #include "platform/pamownerauth.h"
@@ -229,7 +232,7 @@ QCoro::Task<int> vault(Invocation in)
     const bool needsOwner = action == u"reveal" || action == u"copy";
     OwnerAuth &owner =
         needsOwner ? static_cast<OwnerAuth &>(pam) : static_cast<OwnerAuth &>(terminal);
-    VaultStore store(owner, nullptr, Sleeper::real());
+    VaultStore store(Session::shared()->api(), owner, nullptr, Sleeper::real());
 
     if (action == u"list") {
         const int code = co_await list(store, in.json);

@@ -1,5 +1,7 @@
 #include "voicecommands.h"
 
+#include "net/api.h"
+
 #include "collectingvoiceoutput.h"
 #include "console.h"
 #include "outcome.h"
@@ -300,7 +302,7 @@ QCoro::Task<int> play(Invocation in)
     deps.sleeper = &Sleeper::real();
     deps.clock = Monotonic::seconds;
     deps.cache = AppData::path(u"voice-cache"_s);
-    VoicePlayer player(deps);
+    VoicePlayer player(Session::shared()->api(), deps);
     while (player.rate() != (in.rate == 0 ? 1.0 : in.rate))
         player.cycleRate();
 

@@ -50,7 +50,7 @@ App::App(Session *session, ChatStores &chats, QObject *parent)
     , m_session(session)
     , m_chats(chats)
     , m_language(new Language(this))
-    , m_voice(new VoiceController(VoiceController::platform(), this))
+    , m_voice(new VoiceController(VoiceController::platform(session->api()), this))
 {
     s_instance = this;
     m_sinceStart.start();
@@ -338,7 +338,7 @@ void App::follow()
         m_chat = new ChatController(m_chats, ChatScope::main(), m_session->user(),
                                     m_session->role(), this);
         m_chat->setVoice(m_voice);
-        m_call = CallController::live(ChatScope::main(), m_session->user(), this);
+        m_call = CallController::live(m_session->api(), ChatScope::main(), m_session->user(), this);
         // A call and a voice message must not talk over each other.
         connect(m_call, &CallController::phaseChanged, m_voice, [this, call = m_call] {
             if (call->active())

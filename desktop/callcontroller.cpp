@@ -63,9 +63,9 @@ CallController::~CallController()
     m_call.reset(); // before the link and the devices it uses
 }
 
-CallController *CallController::live(ChatScope scope, QString account, QObject *parent)
+CallController *CallController::live(Api &api, ChatScope scope, QString account, QObject *parent)
 {
-    return new CallController(scope, std::move(account), std::make_unique<ApiCallLink>(),
+    return new CallController(scope, std::move(account), std::make_unique<ApiCallLink>(api),
                               std::make_unique<QtAudioPort>(), nullptr, {}, nullptr, parent);
 }
 

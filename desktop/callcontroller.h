@@ -9,6 +9,7 @@
 
 #include <memory>
 
+class Api;
 class AudioPort;
 class CallLink;
 class Sleeper;
@@ -75,7 +76,7 @@ public:
     ~CallController() override;
 
     // The app's own: the server through the transport, the sound server's devices.
-    static CallController *live(ChatScope scope, QString account, QObject *parent);
+    static CallController *live(Api &api, ChatScope scope, QString account, QObject *parent);
 
     Call *call() const { return m_call.get(); }
     QString account() const { return m_account; }

@@ -24,9 +24,9 @@ QVariant number(const std::optional<double> &value)
 
 } // namespace
 
-HealthController::HealthController(CurrentUser currentUser, QObject *parent)
+HealthController::HealthController(Api &api, CurrentUser currentUser, QObject *parent)
     : QObject(parent)
-    , m_sync(new HealthSync(nullptr, std::move(currentUser), {}, this))
+    , m_sync(new HealthSync(api, nullptr, std::move(currentUser), {}, this))
 {
     if (!s_instance)
         s_instance = this;
@@ -57,8 +57,9 @@ HealthController::~HealthController()
 
 HealthController *HealthController::create(QQmlEngine *, QJSEngine *)
 {
+    // Made by main; a screen without the app gets none.
     if (!s_instance)
-        s_instance = new HealthController([] { return QString(); });
+        return nullptr;
     QQmlEngine::setObjectOwnership(s_instance, QQmlEngine::CppOwnership);
     return s_instance;
 }

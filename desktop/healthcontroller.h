@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 
+class Api;
 class HealthStore;
 class HealthSync;
 class QQmlEngine;
@@ -41,7 +42,7 @@ public:
 
     static constexpr const char *exportKey = "desktop.health.export";
 
-    explicit HealthController(CurrentUser currentUser, QObject *parent = nullptr);
+    HealthController(Api &api, CurrentUser currentUser, QObject *parent = nullptr);
     ~HealthController() override;
 
     static HealthController *create(QQmlEngine *, QJSEngine *);

@@ -10,9 +10,12 @@
 #include "app/crash.h"
 #include "chat/transfer/chatbackgroundtransfer.h"
 #include "chat/store/chatstores.h"
+#include "app/reportqueue.h"
 #include "platform/clock.h"
 #include "platform/reachability.h"
 #include "net/api.h"
+#include "net/networkmanager.h"
+#include "net/wire.h"
 #include "platform/appactivity.h"
 #include "platform/guiclipboard.h"
 #include "platform/notifier.h"
@@ -71,24 +74,28 @@ int main(int argc, char **argv)
     QGuiApplication::setOrganizationName(u"Halvenmark"_s);
     QGuiApplication::setApplicationName(u"halvenmark"_s);
     QGuiApplication::setApplicationDisplayName(u"Halvenmark"_s);
-    QGuiApplication::setApplicationVersion(Api::userAgent());
+    QGuiApplication::setApplicationVersion(Wire::userAgent());
     quitOnSignals(&app);
 
-    if (const QString refused = Api::baseError(); !refused.isEmpty()) {
+    // --- The transport: one network manager and one Api for the app's whole life. ---
+    Api api(Network::create(&app), ServerAddress::configured());
+    if (const QString refused = api.baseError(); !refused.isEmpty()) {
         std::fprintf(stderr, "%s\n", qPrintable(refused));
         return 2;
     }
+    // --- end of the transport ---
 
     // The stores of the app's whole life, made here and nowhere else.
-    ChatStores chats(ChatPorts{Sleeper::real(), *Reachability::platform(&app), Clock::system()});
-    Session session(SecretStore::platform(u"Halvenmark"_s));
+    ChatStores chats(
+        ChatPorts{api, Sleeper::real(), *Reachability::platform(&app), Clock::system()});
+    Session session(api, SecretStore::platform(u"Halvenmark"_s));
     session.onForget([&chats] { chats.reset(); });
-    ChatBackgroundTransfer transfers;
+    ChatBackgroundTransfer transfers(api);
     App shell(&session, chats);
-    NotifyController notify(Notifier::platform(&app));
-    HealthController health([&session] { return session.user(); });
+    NotifyController notify(api, Notifier::platform(&app));
+    HealthController health(api, [&session] { return session.user(); });
     GuiClipboard clipboard;
-    VaultController vault(nullptr, GuiClipboard::displayPresent() ? &clipboard : nullptr,
+    VaultController vault(api, nullptr, GuiClipboard::displayPresent() ? &clipboard : nullptr,
                           Sleeper::real());
 
     QQmlApplicationEngine engine;
@@ -99,7 +106,9 @@ int main(int argc, char **argv)
 
     LaunchSteps steps;
     steps.armCrash = [&] {
-        Crash::arm();
+        Crash::Setup setup;
+        setup.post = ReportQueue::server(api);
+        Crash::arm(setup);
         Crash::setSurface(u"desktop"_s);
         // What the last run left goes out once the server knows who we are.
         QObject::connect(&session, &Session::gateChanged, &session, [&session] {

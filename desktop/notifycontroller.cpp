@@ -13,11 +13,11 @@ namespace {
 NotifyController *s_instance = nullptr;
 } // namespace
 
-NotifyController::NotifyController(Notifier *notifier, QObject *parent)
+NotifyController::NotifyController(Api &api, Notifier *notifier, QObject *parent)
     : QObject(parent)
-    , m_center(new PushCenter(notifier, this))
+    , m_center(new PushCenter(api, notifier, this))
     , m_tasks(new TaskNotifier(notifier, this))
-    , m_sheet(new PushStatusSheet(m_center, this))
+    , m_sheet(new PushStatusSheet(api, m_center, this))
 {
     if (!s_instance)
         s_instance = this;
@@ -35,8 +35,9 @@ NotifyController::~NotifyController()
 
 NotifyController *NotifyController::create(QQmlEngine *, QJSEngine *)
 {
+    // Made by main; a screen without the app gets none.
     if (!s_instance)
-        s_instance = new NotifyController(nullptr); // no notifier: a screen test
+        return nullptr;
     QQmlEngine::setObjectOwnership(s_instance, QQmlEngine::CppOwnership);
     return s_instance;
 }

@@ -7,6 +7,7 @@
 #include <QVariantMap>
 #include <QtQml/qqmlregistration.h>
 
+class Api;
 class ChatStore;
 class Notifier;
 class PushCenter;
@@ -40,7 +41,7 @@ class NotifyController : public QObject
 
 public:
     // notifier: the desktop's notification service (or a test's fake); not owned.
-    explicit NotifyController(Notifier *notifier, QObject *parent = nullptr);
+    NotifyController(Api &api, Notifier *notifier, QObject *parent = nullptr);
     ~NotifyController() override;
 
     static NotifyController *create(QQmlEngine *, QJSEngine *);

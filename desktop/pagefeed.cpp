@@ -1,5 +1,9 @@
 #include "pagefeed.h"
 
+#include "app.h"
+#include "net/api.h"
+#include "session/session.h"
+
 #include "net/failuretext.h"
 #include "net/jsonrecord.h"
 
@@ -51,9 +55,11 @@ QString PageFeed::failure() const
 void PageFeed::rebuild()
 {
     m_core.reset();
-    if (!m_path.isEmpty()) {
+    // Made by QML: the transport is the app's, reached through the shell.
+    App *app = App::instance();
+    if (!m_path.isEmpty() && app) {
         m_core = std::make_unique<FeedCore>(
-            u"webapi/"_s + m_path, m_every,
+            app->session()->api(), u"webapi/"_s + m_path, m_every,
             [](const QByteArray &body) -> std::any { return Decode::parse(body); },
             [](const std::any &value) {
                 return std::any_cast<const QJsonValue &>(value).toVariant();
@@ -86,8 +92,11 @@ QCoro::Task<> PageFeed::act(QPointer<PageFeed> feed, QString path, QJsonObject b
     feed->m_actionFailure.clear();
     emit feed->actingChanged();
     std::exception_ptr failed;
+    App *app = App::instance();
     try {
-        co_await Api::post(path, body);
+        if (!app)
+            throw Api::Unauthorized();
+        co_await app->session()->api().post(path, body);
     } catch (...) {
         failed = std::current_exception();
     }

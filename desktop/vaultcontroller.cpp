@@ -30,7 +30,7 @@ std::optional<VaultItem> itemOf(const VaultStore &store, const QString &id)
 
 } // namespace
 
-VaultController::VaultController(OwnerAuth *auth, Clipboard *clipboard, Sleeper &sleeper,
+VaultController::VaultController(Api &api, OwnerAuth *auth, Clipboard *clipboard, Sleeper &sleeper,
                                  QObject *parent)
     : QObject(parent)
 {
@@ -39,7 +39,7 @@ VaultController::VaultController(OwnerAuth *auth, Clipboard *clipboard, Sleeper 
             [this](QString reason) { return askPassword(std::move(reason)); });
         auth = m_ownAuth.get();
     }
-    m_store = new VaultStore(*auth, clipboard, sleeper, this);
+    m_store = new VaultStore(api, *auth, clipboard, sleeper, this);
     if (!s_instance)
         s_instance = this;
     connect(m_store, &VaultStore::unlockedChanged, this, [this] {
@@ -66,8 +66,9 @@ VaultController::~VaultController()
 
 VaultController *VaultController::create(QQmlEngine *, QJSEngine *)
 {
+    // Made by main; a screen without the app gets none.
     if (!s_instance)
-        s_instance = new VaultController(nullptr, nullptr, Sleeper::real());
+        return nullptr;
     QQmlEngine::setObjectOwnership(s_instance, QQmlEngine::CppOwnership);
     return s_instance;
 }

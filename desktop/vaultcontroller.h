@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 
+class Api;
 class Clipboard;
 class OwnerAuth;
 class Sleeper;
@@ -60,7 +61,7 @@ class VaultController : public QObject
 public:
     // auth null: the account's password through PAM, asked in the screen's prompt.
     // clipboard null: copying is not offered. Neither is owned.
-    VaultController(OwnerAuth *auth, Clipboard *clipboard, Sleeper &sleeper,
+    VaultController(Api &api, OwnerAuth *auth, Clipboard *clipboard, Sleeper &sleeper,
                     QObject *parent = nullptr);
     ~VaultController() override;
 

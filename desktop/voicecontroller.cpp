@@ -16,16 +16,16 @@ VoiceController::VoiceController(Make make, QObject *parent)
     , m_make(std::move(make))
 {}
 
-VoiceController::Make VoiceController::platform()
+VoiceController::Make VoiceController::platform(Api &api)
 {
-    return [](QObject *parent) {
+    return [&api](QObject *parent) {
         VoiceOutput *output = VoiceOutput::platform();
         VoicePlayer::Dependencies deps;
         deps.output = output;
         deps.sleeper = &Sleeper::real();
         deps.clock = Monotonic::seconds;
         deps.cache = AppData::path(u"voice-cache"_s);
-        auto *player = new VoicePlayer(deps, parent);
+        auto *player = new VoicePlayer(api, deps, parent);
         output->setParent(player); // goes after the player is done with it
         return player;
     };

@@ -8,6 +8,7 @@
 #include <functional>
 
 #include "chatcontroller.h"
+class Api;
 class VoicePlayer;
 
 // The screens' hands on the app's one voice player: which message plays, its state, time
@@ -41,7 +42,7 @@ public:
     explicit VoiceController(Make make, QObject *parent = nullptr);
 
     // The platform's player: QtMultimedia output, real time, the voice cache folder.
-    static Make platform();
+    static Make platform(Api &api);
 
     QString key() const;
     ChatController *chat() const;

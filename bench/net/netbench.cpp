@@ -4,6 +4,7 @@
 #include "net/api.h"
 #include "net/identity.h"
 #include "platform/appdata.h"
+#include "support/testapi.h"
 #include "support/service.h"
 #include "support/sync.h"
 #include "text/l.h"
@@ -25,6 +26,7 @@ public:
 };
 
 struct World {
+    TestApi api;
     QTemporaryDir home;
     std::unique_ptr<Service> service;
     Bench identity;
@@ -37,9 +39,9 @@ struct World {
             return;
         service = std::make_unique<Service>();
         qputenv("HALVENMARK_SERVER", service->base().toString().toUtf8());
-        Api::setIdentity(&identity);
+        api.get().setIdentity(&identity);
         identity.value =
-            Sync::run(Api::login(QStringLiteral("demo"), QStringLiteral("demo-password"))).cookie;
+            Sync::run(api.get().login(QStringLiteral("demo"), QStringLiteral("demo-password"))).cookie;
     }
 };
 
@@ -67,7 +69,7 @@ void BM_Upload64K(benchmark::State &state)
                         QStringLiteral("application/octet-stream"), QByteArray(64 * 1024, 'v')},
                        {}};
     for (auto _ : state)
-        benchmark::DoNotOptimize(Sync::run(Api::upload(QStringLiteral("webapi/upload"), upload)));
+        benchmark::DoNotOptimize(Sync::run(world().api.get().upload(QStringLiteral("webapi/upload"), upload)));
 }
 BENCHMARK(BM_Upload64K)->Unit(benchmark::kMillisecond);
 

@@ -5,6 +5,7 @@
 #include "chat/transfer/chatbackgroundtransfer.h"
 #include "net/api.h"
 #include "net/identity.h"
+#include "support/testapi.h"
 #include "support/service.h"
 #include "support/sync.h"
 
@@ -25,6 +26,7 @@ public:
 };
 
 struct World {
+    TestApi api;
     QTemporaryDir home;
     Service service;
     Bench identity;
@@ -34,10 +36,10 @@ struct World {
     {
         qputenv("HALVENMARK_HOME", home.path().toUtf8());
         qputenv("HALVENMARK_SERVER", service.base().toString().toUtf8());
-        Api::setIdentity(&identity);
+        api.get().setIdentity(&identity);
         identity.value =
-            Sync::run(Api::login(QStringLiteral("demo"), QStringLiteral("demo-password"))).cookie;
-        transfer = std::make_unique<ChatBackgroundTransfer>();
+            Sync::run(api.get().login(QStringLiteral("demo"), QStringLiteral("demo-password"))).cookie;
+        transfer = std::make_unique<ChatBackgroundTransfer>(api);
     }
 };
 
@@ -50,7 +52,7 @@ World &world()
 Api::Request uploadRequest(qint64 size, const QString &id)
 {
     const QString boundary = Multipart::newBoundary();
-    Api::Request request = Api::authorized(QStringLiteral("webapi/upload"), "POST");
+    Api::Request request = world().api.get().authorized(QStringLiteral("webapi/upload"), "POST");
     request.request.setHeader(QNetworkRequest::ContentTypeHeader, Multipart::contentType(boundary));
     request.request.setTransferTimeout(120'000);
     request.body = Multipart::body(boundary, {{QStringLiteral("client_request_id"), id}},

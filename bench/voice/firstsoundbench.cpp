@@ -8,6 +8,7 @@
 #include "platform/monotonic.h"
 #include "platform/sleeper.h"
 #include "platform/voiceoutput.h"
+#include "support/testapi.h"
 #include "support/service.h"
 #include "support/sync.h"
 
@@ -45,6 +46,7 @@ public:
 };
 
 struct World {
+    TestApi api;
     QTemporaryDir home;
     std::unique_ptr<Service> service;
     Bench identity;
@@ -54,9 +56,9 @@ struct World {
         qputenv("HALVENMARK_HOME", home.path().toUtf8());
         service = std::make_unique<Service>();
         qputenv("HALVENMARK_SERVER", service->base().toString().toUtf8());
-        Api::setIdentity(&identity);
+        api.get().setIdentity(&identity);
         identity.value =
-            Sync::run(Api::login(QStringLiteral("demo"), QStringLiteral("demo-password"))).cookie;
+            Sync::run(api.get().login(QStringLiteral("demo"), QStringLiteral("demo-password"))).cookie;
     }
 };
 
@@ -96,7 +98,7 @@ void BM_FirstSound(benchmark::State &state)
         deps.sleeper = &Sleeper::real();
         deps.clock = Monotonic::seconds;
         deps.cache = world.home.path() + QStringLiteral("/voice");
-        VoicePlayer player(deps);
+        VoicePlayer player(world.api, deps);
         qint64 landedAt = -1;
         QObject::connect(&player, &VoicePlayer::partLanded, &player,
                          [&](int) { landedAt = landedAt < 0 ? clock.nsecsElapsed() : landedAt; });

@@ -223,7 +223,7 @@ void arm(Setup setup)
     monitor->folder = setup.folder.isEmpty() ? folder() : setup.folder;
     QDir().mkpath(monitor->folder);
     monitor->clock = setup.clock ? setup.clock : monotonic;
-    monitor->post = setup.post ? setup.post : ReportQueue::server();
+    monitor->post = setup.post;
     monitor->queue = ReportQueue(QDir(monitor->folder).filePath(u"reports"_s));
 
     // 1. The crash path, before anything else can crash.
@@ -319,7 +319,7 @@ void settled()
 QCoro::Task<int> flush()
 {
     // One flush at a time, so that no report goes out twice.
-    if (!g_monitor || g_flushing)
+    if (!g_monitor || g_flushing || !g_monitor->post)
         co_return 0;
     g_flushing = true;
     // A copy: the run may settle while the reports are on their way.

@@ -23,7 +23,7 @@ double monotonic();
 struct Setup {
     QString folder;                // empty: Crash::folder()
     std::function<double()> clock; // empty: monotonic()
-    ReportQueue::Poster post;      // empty: POST "webapi/client-report"
+    ReportQueue::Poster post;      // empty: reports wait on disk (ReportQueue::server posts)
     double watchEvery = 0.5;       // seconds between the watcher's looks; 0: no watcher
 };
 

@@ -1,6 +1,6 @@
 #include "crashreport.h"
 
-#include "net/api.h"
+#include "net/wire.h"
 
 #include <QJsonDocument>
 #include <QStringList>
@@ -23,7 +23,7 @@ QJsonObject base(const QJsonObject &run)
             report.insert(key, run.value(key));
     }
     if (!report.contains(u"build"_s))
-        report.insert(u"build"_s, Api::userAgent());
+        report.insert(u"build"_s, Wire::userAgent());
     return report;
 }
 

@@ -1,15 +1,13 @@
 #include "diagnostics.h"
 
 #include "crash.h"
-#include "net/api.h"
+#include "net/wire.h"
 #include "platform/atomicfile.h"
 #include "reportqueue.h"
 
-#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
-#include <QUuid>
 
 using namespace Qt::StringLiterals;
 
@@ -18,13 +16,6 @@ namespace Diagnostics {
 QString folder()
 {
     return QDir(Crash::folder()).filePath(u"diagnostics"_s);
-}
-
-bool didReceive(const QByteArray &payload, const QString &folder)
-{
-    const QString name = u"%1-%2.json"_s.arg(QDateTime::currentMSecsSinceEpoch())
-                             .arg(QUuid::createUuid().toString(QUuid::Id128).left(8));
-    return AtomicFile::write(QDir(folder).filePath(name), payload);
 }
 
 QJsonObject report(const QByteArray &payload)
@@ -37,7 +28,7 @@ QJsonObject report(const QByteArray &payload)
     return {
         {u"kind"_s, u"metrickit"_s},
         {u"reason"_s, u"on-device diagnostic payload"_s},
-        {u"build"_s, Api::userAgent()},
+        {u"build"_s, Wire::userAgent()},
         {u"truncated"_s, truncated},
         {u"payload"_s, parsed ? document.object() : QJsonObject()},
         {u"raw"_s, parsed ? QString() : QString::fromUtf8(kept)},

@@ -14,9 +14,6 @@ constexpr qsizetype maxPayload = 400'000;
 // The folder the payloads wait in.
 QString folder();
 
-// Keeps a payload as a ".json" file in the folder until the next drain.
-bool didReceive(const QByteArray &payload, const QString &folder = Diagnostics::folder());
-
 // The report for one payload: at most the first 400,000 bytes ("truncated" then true),
 // as a JSON object in "payload" when it parses, else as text in "raw".
 QJsonObject report(const QByteArray &payload);

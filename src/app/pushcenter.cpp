@@ -1,4 +1,5 @@
 #include "pushcenter.h"
+#include "pushendpoints.h"
 #include "app/applog.h"
 
 #include "buildinfo.h"
@@ -17,8 +18,9 @@ namespace {
 PushCenter *g_shared = nullptr;
 } // namespace
 
-PushCenter::PushCenter(Notifier *notifier, QObject *parent)
+PushCenter::PushCenter(Api &api, Notifier *notifier, QObject *parent)
     : QObject(parent)
+    , m_api(api)
     , m_notifier(notifier)
 {
     if (!g_shared)
@@ -91,7 +93,7 @@ QCoro::Task<bool> PushCenter::publishToken(QString token)
     };
     std::exception_ptr error;
     try {
-        co_await Api::post(u"webapi/push/register"_s, body);
+        co_await m_api.post(PushEndpoints::registration(), body);
     } catch (...) {
         error = std::current_exception();
     }

@@ -8,6 +8,7 @@
 #include <QPointer>
 #include <QVariantMap>
 
+class Api;
 class Notifier;
 
 // Push registration and where a tapped notification leads. One shared instance, made by
@@ -31,7 +32,8 @@ public:
     // Set once the server accepted the token; removed when registration fails.
     static constexpr const char *marker = "rb.push.registered";
 
-    explicit PushCenter(Notifier *notifier = nullptr, QObject *parent = nullptr);
+    // Publishes through api, which must outlive it.
+    explicit PushCenter(Api &api, Notifier *notifier = nullptr, QObject *parent = nullptr);
     ~PushCenter() override;
     static PushCenter *shared();
 
@@ -68,6 +70,7 @@ signals:
 private:
     void setFailure(const QString &failure);
 
+    Api &m_api;
     QPointer<Notifier> m_notifier;
     QString m_token;
     QString m_failure;

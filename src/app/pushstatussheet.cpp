@@ -1,5 +1,6 @@
 #include "pushstatussheet.h"
 
+#include "pushendpoints.h"
 #include "net/api.h"
 #include "net/failuretext.h"
 #include "pushcenter.h"
@@ -36,8 +37,9 @@ QString authorizationName(PushCenter::Authorization authorization)
 
 } // namespace
 
-PushStatusSheet::PushStatusSheet(PushCenter *center, QObject *parent)
+PushStatusSheet::PushStatusSheet(Api &api, PushCenter *center, QObject *parent)
     : QObject(parent)
+    , m_api(api)
     , m_center(center)
 {}
 
@@ -153,7 +155,7 @@ QCoro::Task<> PushStatusSheet::load()
     std::optional<QJsonValue> reply;
     std::exception_ptr error;
     try {
-        reply = co_await Api::raw(u"webapi/push/status"_s, "GET", 20s);
+        reply = co_await m_api.raw(PushEndpoints::status(), "GET", 20s);
     } catch (...) {
         error = std::current_exception();
     }
@@ -181,7 +183,7 @@ QCoro::Task<> PushStatusSheet::sendTest()
     QJsonObject reply;
     std::exception_ptr error;
     try {
-        reply = co_await Api::post(u"webapi/push/test"_s, QJsonObject());
+        reply = co_await m_api.post(PushEndpoints::test(), QJsonObject());
     } catch (...) {
         error = std::current_exception();
     }

@@ -9,6 +9,7 @@
 
 #include <exception>
 
+class Api;
 class PushCenter;
 
 // The push check, end to end: the permission on this device, whether this device is
@@ -32,7 +33,8 @@ public:
     enum class Test { None, Sent, NoDevice, NotSent };
     Q_ENUM(Test)
 
-    explicit PushStatusSheet(PushCenter *center, QObject *parent = nullptr);
+    // Asks through api, which must outlive it.
+    PushStatusSheet(Api &api, PushCenter *center, QObject *parent = nullptr);
 
     bool loading() const { return m_loading; }
     QString permissionText() const;
@@ -64,6 +66,7 @@ signals:
     void changed();
 
 private:
+    Api &m_api;
     PushCenter *m_center;
     PushStatus m_status;
     bool m_loaded = false;

@@ -82,9 +82,9 @@ QCoro::Task<int> ReportQueue::flush(Poster post)
     co_return sent;
 }
 
-ReportQueue::Poster ReportQueue::server()
+ReportQueue::Poster ReportQueue::server(Api &api)
 {
-    return [](QJsonObject report) -> QCoro::Task<> {
-        co_await Api::post(u"webapi/client-report"_s, std::move(report));
+    return [&api](QJsonObject report) -> QCoro::Task<> {
+        co_await api.post(u"webapi/client-report"_s, std::move(report));
     };
 }

@@ -6,6 +6,8 @@
 
 #include <functional>
 
+class Api;
+
 // Reports waiting for the server, one JSON file each, so that a report survives a run that
 // ends (or is signed out) before it went out. Main thread only.
 class ReportQueue
@@ -24,8 +26,8 @@ public:
     // cannot be reached or nobody is signed in, the rest wait for the next flush.
     QCoro::Task<int> flush(Poster post);
 
-    // POST "webapi/client-report" through the transport.
-    static Poster server();
+    // POST "webapi/client-report" through api, which must outlive the poster.
+    static Poster server(Api &api);
 
     static constexpr int limit = 20;
 

@@ -1,6 +1,6 @@
 #include "vitals.h"
 
-#include "net/api.h"
+#include "net/wire.h"
 
 #include <QSysInfo>
 
@@ -42,7 +42,7 @@ QJsonObject Vitals::toJson(double now, bool ended) const
         {u"foreground"_s, foreground},
         {u"worst_stall_s"_s, tenths(std::max(worstStall, currentStall(now)))},
         {u"uptime_s"_s, tenths(now - started)},
-        {u"build"_s, Api::userAgent()},
+        {u"build"_s, Wire::userAgent()},
         {u"system"_s, QSysInfo::prettyProductName() + u" ("_s + QSysInfo::kernelVersion() + u")"_s},
         {u"ended"_s, ended},
     };

@@ -2,15 +2,14 @@
 #include "net/netlog.h"
 
 #include "backgroundsender.h"
-#include "buildinfo.h"
 #include "identity.h"
-#include "networkmanager.h"
 #include "oneshotbody.h"
 #include "platform/appdata.h"
+#include "platform/shutdown.h"
 #include "projectcache.h"
-#include "serveraddress.h"
 #include "setcookie.h"
 #include "text/l.h"
+#include "wire.h"
 
 using namespace Qt::StringLiterals;
 
@@ -21,14 +20,10 @@ using namespace Qt::StringLiterals;
 #include <QLoggingCategory>
 #include <QNetworkAccessManager>
 #include <QPointer>
-#include <QRegularExpression>
 #include <QDir>
 #include <QTemporaryFile>
 #include <QTimer>
 #include <QWebSocket>
-
-#include <charconv>
-#include <cmath>
 
 namespace {
 
@@ -37,50 +32,10 @@ constexpr qint64 socketMessageLimit = 8 * 1024 * 1024;
 const QByteArray haveHeader = "X-RB-Have"_ba;
 const QByteArray cookiePrefix = "rb_web_session="_ba;
 
-Identity *currentIdentity = nullptr;
-BackgroundSender *backgroundSender = nullptr;
-
-const ServerAddress &address()
-{
-    // Read once: after first use the server never changes for this process.
-    static const ServerAddress configured = ServerAddress::configured();
-    return configured;
-}
-
-QString sessionCookie()
-{
-    return currentIdentity ? currentIdentity->cookie() : QString();
-}
-
-QString sessionUser()
-{
-    return currentIdentity ? currentIdentity->user() : QString();
-}
-
-QNetworkRequest plainRequest(const QString &path)
-{
-    QNetworkRequest request(Api::url(path));
-    request.setTransferTimeout(defaultTimeoutMs);
-    request.setRawHeader("User-Agent", Api::userAgent().toUtf8());
-    // The session cookie is the one header we set ourselves; nothing automatic.
-    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
-    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
-    return request;
-}
-
 void setJsonBody(Api::Request &r, const QJsonObject &body)
 {
     r.request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json"_ba);
     r.body = QJsonDocument(body).toJson(QJsonDocument::Compact);
-}
-
-Api::Request openRequest(const QString &path, const QByteArray &method,
-                         std::optional<QJsonObject> body = std::nullopt)
-{
-    Api::Request r{plainRequest(path), method, {}};
-    if (body)
-        setJsonBody(r, *body);
-    return r;
 }
 
 struct DeleteLater {
@@ -91,23 +46,87 @@ struct DeleteLater {
     }
 };
 
-std::chrono::milliseconds exchangeLimit = std::chrono::seconds(120);
-
 QString megabytes(qint64 bytes)
 {
     return QString::number(bytes / (1024 * 1024));
 }
 
-// Only the wire: a reply with any HTTP status, or a TransportError when there was none.
-// The whole exchange has a time limit on top of the idle timeout, and a body a size limit.
-QCoro::Task<Api::Reply> transmit(Api::Request r)
+QJsonObject objectOf(const QByteArray &data)
 {
+    const QJsonDocument doc = QJsonDocument::fromJson(data);
+    return doc.isObject() ? doc.object() : QJsonObject();
+}
+
+bool isProjectPath(const QString &path)
+{
+    return path.startsWith(u"webapi/projects/");
+}
+
+QString cookieFromReply(const Api::Reply &reply)
+{
+    const auto cookie = SetCookie::sessionCookie({reply.header("Set-Cookie")});
+    if (!cookie || cookie->isEmpty())
+        throw Api::Failed(200, u"no session cookie in the reply"_s);
+    return *cookie;
+}
+
+} // namespace
+
+Api::Api(QNetworkAccessManager *manager, ServerAddress address)
+    : m_manager(manager)
+    , m_address(std::move(address))
+{
+    Q_ASSERT(manager);
+}
+
+QUrl Api::url(const QString &path) const
+{
+    return Wire::url(m_address.url, path);
+}
+
+QString Api::sessionCookie() const
+{
+    return m_identity ? m_identity->cookie() : QString();
+}
+
+QString Api::signedInUser() const
+{
+    return m_identity ? m_identity->user() : QString();
+}
+
+QNetworkRequest Api::plainRequest(const QString &path) const
+{
+    QNetworkRequest request(url(path));
+    request.setTransferTimeout(defaultTimeoutMs);
+    request.setRawHeader("User-Agent", Wire::userAgent().toUtf8());
+    // The session cookie is the one header we set ourselves; nothing automatic.
+    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
+    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
+    return request;
+}
+
+Api::Request Api::openRequest(const QString &path, const QByteArray &method,
+                              std::optional<QJsonObject> body) const
+{
+    Request r{plainRequest(path), method, {}};
+    if (body)
+        setJsonBody(r, *body);
+    return r;
+}
+
+// The whole exchange has a time limit on top of the idle timeout, and a body a size limit.
+QCoro::Task<Api::Reply> Api::transmit(Request r)
+{
+    // Nothing new goes out once the process is ending (retries and loops included).
+    if (Shutdown::begun())
+        throw Api::TransportError(QNetworkReply::OperationCanceledError, u"shutting down"_s);
     // Every request, a GET included, carries a body Qt cannot re-send (see OneShotBody).
     auto *body = new OneShotBody(r.body);
     std::unique_ptr<QNetworkReply, DeleteLater> reply(
-        Network::manager()->sendCustomRequest(r.request, r.method, body));
+        m_manager->sendCustomRequest(r.request, r.method, body));
     body->setParent(reply.get());
     QNetworkReply *raw = reply.get();
+    const std::chrono::milliseconds exchangeLimit = m_exchangeLimit;
 
     bool tooLong = false;
     bool tooLarge = false;
@@ -156,157 +175,30 @@ QCoro::Task<Api::Reply> transmit(Api::Request r)
 
 // A 401 to the cookie we hold now ends the session; one sent with an older cookie
 // (before a new sign-in) says nothing about the current one.
-void staleSessionCheck(const QNetworkRequest &request)
+void Api::staleSessionCheck(const QNetworkRequest &request)
 {
-    if (!currentIdentity)
+    if (!m_identity)
         return;
-    const QString current = currentIdentity->cookie();
+    const QString current = m_identity->cookie();
     if (current.isEmpty() || request.rawHeader("Cookie") != cookiePrefix + current.toUtf8())
         return;
-    currentIdentity->rejected();
+    m_identity->rejected();
 }
 
-QJsonObject objectOf(const QByteArray &data)
-{
-    const QJsonDocument doc = QJsonDocument::fromJson(data);
-    return doc.isObject() ? doc.object() : QJsonObject();
-}
-
-bool isProjectPath(const QString &path)
-{
-    return path.startsWith(u"webapi/projects/");
-}
-
-QCoro::Task<Api::Reply> runGet(Api::Request request)
+QCoro::Task<Api::Reply> Api::runGet(Request request)
 {
     try {
-        co_return co_await Api::exchange(request);
+        co_return co_await exchange(request);
     } catch (const Api::TransportError &error) {
         if (!error.transient())
             throw;
         qCDebug(lcNet) << "retrying once after" << error.text;
     }
-    co_return co_await Api::exchange(request);
+    co_return co_await exchange(request);
 }
 
-QString cookieFromReply(const Api::Reply &reply)
-{
-    const auto cookie = SetCookie::sessionCookie({reply.header("Set-Cookie")});
-    if (!cookie || cookie->isEmpty())
-        throw Api::Failed(200, u"no session cookie in the reply"_s);
-    return *cookie;
-}
 
-} // namespace
-
-namespace Api {
-
-QUrl base()
-{
-    return address().url;
-}
-
-QString baseError()
-{
-    return address().error;
-}
-
-QString userAgent()
-{
-    const QString version = QString::fromUtf8(BuildInfo::version);
-    const QString build = QString::fromUtf8(BuildInfo::build);
-    return u"RelayboxApp/%1.%2 (%3; native)"_s
-        .arg(version.isEmpty() ? u"0"_s : version,
-             build.isEmpty() ? u"0"_s : build, QString::fromUtf8(BuildInfo::platform));
-}
-
-std::optional<double> refreshSeconds(const QByteArray &text)
-{
-    // from_chars reads the C locale's form and no blanks; it has no leading "+" of its own.
-    const bool plus = text.startsWith('+');
-    const char *begin = text.constData() + (plus ? 1 : 0);
-    const char *end = text.constData() + text.size();
-    if (begin == end || (plus && (*begin == '-' || *begin == '+')))
-        return std::nullopt;
-    double value = 0;
-    const auto [ptr, ec] = std::from_chars(begin, end, value);
-    if (ec != std::errc() || ptr != end || !std::isfinite(value))
-        return std::nullopt;
-    return value;
-}
-
-bool isEncoded(const QString &query)
-{
-    static const QRegularExpression encoded(
-        u"^(?:[A-Za-z0-9\\-._~!$&'()*+,;=:@/?]|%[0-9A-Fa-f]{2})*$"_s);
-    return query.contains(u'%') && encoded.match(query).hasMatch();
-}
-
-QString relativePath(QString path)
-{
-    if (path.startsWith(u'/'))
-        path.remove(0, 1);
-    return path;
-}
-
-QUrl url(const QString &path)
-{
-    const QUrl root = base();
-    const QString trimmed = Api::relativePath(path);
-    const qsizetype mark = trimmed.indexOf(u'?');
-    const QString part = mark < 0 ? trimmed : trimmed.left(mark);
-    const QString query = mark < 0 ? QString() : trimmed.mid(mark + 1);
-
-    QUrl out = root;
-    QString rootPath = root.path(QUrl::FullyDecoded);
-    if (!rootPath.endsWith(u'/'))
-        rootPath += u'/';
-    // The path is plain text: whatever needs escaping is escaped, as a path component would be.
-    out.setPath(rootPath + part, QUrl::DecodedMode);
-    if (!query.isEmpty()) {
-        const QByteArray wire = isEncoded(query)
-                                    ? query.toUtf8()
-                                    : QUrl::toPercentEncoding(query, "!$&'()*+,;=:@/?");
-        out.setQuery(QString::fromLatin1(wire), QUrl::StrictMode);
-    }
-    return out.isValid() ? out : root;
-}
-
-void setExchangeLimit(std::chrono::milliseconds limit)
-{
-    exchangeLimit = limit;
-}
-
-void setIdentity(Identity *identity)
-{
-    currentIdentity = identity;
-}
-
-QString reasonOf(const std::exception_ptr &error)
-{
-    try {
-        std::rethrow_exception(error);
-    } catch (const Failed &e) {
-        return e.description();
-    } catch (const DecodeError &e) {
-        return e.description();
-    } catch (const std::exception &e) {
-        return QString::fromLocal8Bit(e.what());
-    }
-}
-
-QString signedInUser()
-{
-    return sessionUser();
-}
-
-QHash<QString, double> &due()
-{
-    static QHash<QString, double> table;
-    return table;
-}
-
-QByteArray Reply::header(const QByteArray &name) const
+QByteArray Api::Reply::header(const QByteArray &name) const
 {
     QByteArray out;
     for (const auto &[key, value] : headers) {
@@ -319,8 +211,8 @@ QByteArray Reply::header(const QByteArray &name) const
     return out;
 }
 
-Request authorized(const QString &path, const QByteArray &method, std::optional<QJsonObject> body,
-                   const QString &cookie)
+Api::Request Api::authorized(const QString &path, const QByteArray &method,
+                             std::optional<QJsonObject> body, const QString &cookie) const
 {
     const QString value = cookie.isEmpty() ? sessionCookie() : cookie;
     if (value.isEmpty())
@@ -330,16 +222,11 @@ Request authorized(const QString &path, const QByteArray &method, std::optional<
     return r;
 }
 
-void setBackgroundSender(BackgroundSender *sender)
-{
-    backgroundSender = sender;
-}
-
-QCoro::Task<Reply> exchange(Request request, QString backgroundID)
+QCoro::Task<Api::Reply> Api::exchange(Request request, QString backgroundID)
 {
     Reply reply;
-    if (backgroundSender && !backgroundID.isEmpty())
-        reply = co_await backgroundSender->perform(request, backgroundID);
+    if (m_background && !backgroundID.isEmpty())
+        reply = co_await m_background->perform(request, backgroundID);
     else
         reply = co_await transmit(request);
     if (reply.status == 401) {
@@ -352,10 +239,10 @@ QCoro::Task<Reply> exchange(Request request, QString backgroundID)
     }
     if (reply.status >= 200 && reply.status <= 299)
         co_return reply;
-    throw failure(reply.status, reply.data);
+    throw ApiError::failure(reply.status, reply.data);
 }
 
-QCoro::Task<QJsonObject> post(QString path, QJsonObject body, Options options)
+QCoro::Task<QJsonObject> Api::post(QString path, QJsonObject body, Options options)
 {
     const Reply reply = co_await exchange(
         authorized(path, "POST"_ba, std::move(body), options.cookie),
@@ -363,7 +250,7 @@ QCoro::Task<QJsonObject> post(QString path, QJsonObject body, Options options)
     co_return objectOf(reply.data);
 }
 
-QCoro::Task<QJsonObject> openPost(QJsonObject body, QString path)
+QCoro::Task<QJsonObject> Api::openPost(QJsonObject body, QString path)
 {
     Request r = openRequest(path, "POST"_ba, std::move(body));
     r.request.setTransferTimeout(30'000);
@@ -371,15 +258,15 @@ QCoro::Task<QJsonObject> openPost(QJsonObject body, QString path)
     co_return objectOf(reply.data);
 }
 
-QCoro::Task<QJsonObject> remove(QString path)
+QCoro::Task<QJsonObject> Api::remove(QString path)
 {
     const Reply reply = co_await exchange(authorized(path, "DELETE"_ba));
     co_return objectOf(reply.data);
 }
 
-QCoro::Task<std::optional<QJsonValue>> raw(QString path, QByteArray method,
-                                           std::chrono::milliseconds timeout,
-                                           std::optional<QJsonObject> body)
+QCoro::Task<std::optional<QJsonValue>> Api::raw(QString path, QByteArray method,
+                                                std::chrono::milliseconds timeout,
+                                                std::optional<QJsonObject> body)
 {
     Request r = authorized(path, method, std::move(body));
     r.request.setTransferTimeout(int(timeout.count()));
@@ -391,21 +278,22 @@ QCoro::Task<std::optional<QJsonValue>> raw(QString path, QByteArray method,
     co_return doc.array().first();
 }
 
-QCoro::Task<QByteArray> fetch(QString path)
+QCoro::Task<QByteArray> Api::fetch(QString path)
 {
-    path = Api::relativePath(path);
-    const QString user = sessionUser();
+    path = Wire::relativePath(path);
+    const QString user = signedInUser();
+    const QString server = base().toString();
     Request request = authorized(path, "GET"_ba);
     request.maxBytes = downloadCap;
     std::optional<QByteArray> saved;
     try {
         const Reply reply = co_await runGet(std::move(request));
         if (isProjectPath(path) && reply.status == 200)
-            ProjectCache::write(reply.data, path, user);
+            ProjectCache::write(reply.data, server, path, user);
         co_return reply.data;
     } catch (const TransportError &) {
         if (isProjectPath(path))
-            saved = ProjectCache::read(path, user);
+            saved = ProjectCache::read(server, path, user);
         if (!saved)
             throw;
     }
@@ -413,58 +301,15 @@ QCoro::Task<QByteArray> fetch(QString path)
     co_return *saved;
 }
 
-QString safeFilename(const QString &name)
-{
-    // Only the last component of whatever path it is, with no control characters, no leading
-    // dots (hidden files, "..") and at most 255 bytes: one plain file name, or nothing.
-    QString out = name.section(u'/', -1).section(u'\\', -1);
-    for (QChar &c : out) {
-        if (c.category() == QChar::Other_Control || c.category() == QChar::Other_Format)
-            c = u'_';
-    }
-    qsizetype start = 0;
-    while (start < out.size() && (out.at(start) == u'.' || out.at(start).isSpace()))
-        ++start;
-    out = out.mid(start).trimmed();
-    while (out.toUtf8().size() > 255)
-        out.chop(1);
-    return out;
-}
-
-QString filenameFor(const QByteArray &contentDisposition, const QString &path)
-{
-    const QString header = QString::fromLatin1(contentDisposition);
-    static const QRegularExpression extended(u"filename\\*=UTF-8''([^;]*)"_s,
-                                             QRegularExpression::CaseInsensitiveOption);
-    static const QRegularExpression plain(u"filename=(\"([^\"]*)\"|[^;]*)"_s,
-                                          QRegularExpression::CaseInsensitiveOption);
-    if (const auto m = extended.match(header); m.hasMatch()) {
-        const QString name =
-            safeFilename(QUrl::fromPercentEncoding(m.captured(1).trimmed().toLatin1()));
-        if (!name.isEmpty())
-            return name;
-    }
-    if (const auto m = plain.match(header); m.hasMatch()) {
-        const QString name = safeFilename(QString::fromUtf8(
-            (m.capturedLength(2) ? m.captured(2) : m.captured(1).trimmed()).toLatin1()));
-        if (!name.isEmpty())
-            return name;
-    }
-    QString page = Api::relativePath(path);
-    page = page.left(page.indexOf(u'?') < 0 ? page.size() : page.indexOf(u'?'));
-    const QString name = safeFilename(QUrl::fromPercentEncoding(page.section(u'/', -1).toUtf8()));
-    return name.isEmpty() ? u"download"_s : name;
-}
-
-QCoro::Task<Named> fetchNamed(QString path)
+QCoro::Task<Api::Named> Api::fetchNamed(QString path)
 {
     Request request = authorized(path, "GET"_ba);
     request.maxBytes = downloadCap;
     const Reply reply = co_await runGet(std::move(request));
-    co_return Named{reply.data, filenameFor(reply.header("Content-Disposition"), path)};
+    co_return Named{reply.data, Wire::filenameFor(reply.header("Content-Disposition"), path)};
 }
 
-QCoro::Task<QString> download(QString path, QString folder)
+QCoro::Task<QString> Api::download(QString path, QString folder)
 {
     Request r = authorized(path, "GET"_ba);
     if (!AppData::makeFolder(folder))
@@ -472,12 +317,14 @@ QCoro::Task<QString> download(QString path, QString folder)
                              u"Невозможно сохранить в %1."_s)
                             .arg(folder));
     // Written beside its final place, so the finished file appears in one step.
+    if (Shutdown::begun())
+        throw TransportError(QNetworkReply::OperationCanceledError, u"shutting down"_s);
     QTemporaryFile part(QDir(folder).filePath(u".download-XXXXXX"_s));
     if (!part.open())
         throw Failed(0, part.errorString());
     auto *body = new OneShotBody({});
     std::unique_ptr<QNetworkReply, DeleteLater> reply(
-        Network::manager()->sendCustomRequest(r.request, r.method, body));
+        m_manager->sendCustomRequest(r.request, r.method, body));
     body->setParent(reply.get());
     QNetworkReply *raw = reply.get();
     QByteArray refusal; // the body of a non-2xx reply, which is not the file
@@ -507,9 +354,9 @@ QCoro::Task<QString> download(QString path, QString folder)
         throw Unauthorized();
     }
     if (status < 200 || status > 299)
-        throw failure(status, refusal);
+        throw ApiError::failure(status, refusal);
     const QString target =
-        QDir(folder).filePath(filenameFor(raw->rawHeader("Content-Disposition"), path));
+        QDir(folder).filePath(Wire::filenameFor(raw->rawHeader("Content-Disposition"), path));
     QFile::remove(target);
     if (!part.rename(target))
         throw Failed(status, part.errorString());
@@ -518,12 +365,13 @@ QCoro::Task<QString> download(QString path, QString folder)
     co_return target;
 }
 
-QCoro::Task<AnyPage> page(QString path, Decoder decode)
+QCoro::Task<Api::AnyPage> Api::page(QString path, Decoder decode)
 {
-    path = Api::relativePath(path);
-    const QString user = sessionUser();
+    path = Wire::relativePath(path);
+    const QString user = signedInUser();
+    const QString server = base().toString();
     Request request = authorized(path, "GET"_ba);
-    const std::optional<QByteArray> saved = ProjectCache::read(path, user);
+    const std::optional<QByteArray> saved = ProjectCache::read(server, path, user);
     const QString have = saved ? ProjectCache::digest(*saved) : QString();
     if (saved)
         request.request.setRawHeader(haveHeader, have.toLatin1());
@@ -531,14 +379,14 @@ QCoro::Task<AnyPage> page(QString path, Decoder decode)
     std::exception_ptr failed;
     try {
         const Reply reply = co_await runGet(std::move(request));
-        if (const auto seconds = Api::refreshSeconds(reply.header("X-RB-Refreshing")))
-            due().insert(path, *seconds);
+        if (const auto seconds = Wire::refreshSeconds(reply.header("X-RB-Refreshing")))
+            m_due.insert(path, *seconds);
         if (reply.status == 304)
             co_return AnyPage{decode(*saved), have, Source::Unchanged};
         AnyPage fresh{decode(reply.data), ProjectCache::digest(reply.data)};
         // Only a plain 200 is the page itself (a 203 was changed on the way).
         if (reply.status == 200)
-            ProjectCache::write(reply.data, path, user);
+            ProjectCache::write(reply.data, server, path, user);
         co_return fresh;
     } catch (const TransportError &) {
         failed = std::current_exception();
@@ -559,7 +407,7 @@ QCoro::Task<AnyPage> page(QString path, Decoder decode)
     std::rethrow_exception(failed);
 }
 
-QCoro::Task<Reply> upload(QString path, Upload parts, Options options)
+QCoro::Task<Api::Reply> Api::upload(QString path, Upload parts, Options options)
 {
     Request r = authorized(path, "POST"_ba, std::nullopt, options.cookie);
     const QString boundary = Multipart::newBoundary();
@@ -569,14 +417,14 @@ QCoro::Task<Reply> upload(QString path, Upload parts, Options options)
     co_return co_await exchange(std::move(r), options.backgroundID);
 }
 
-QCoro::Task<bool> PendingSocket::open()
+QCoro::Task<bool> Api::PendingSocket::open()
 {
     QPointer<QWebSocket> guard = socket.get();
-    const bool connected = co_await qCoro(guard.data()).open(request, 15s);
+    const bool connected = co_await qCoro(guard.data()).open(request, std::chrono::seconds(15));
     co_return connected && guard;
 }
 
-PendingSocket socket(const QString &path)
+Api::PendingSocket Api::socket(const QString &path) const
 {
     const QString cookie = sessionCookie();
     if (cookie.isEmpty())
@@ -586,13 +434,15 @@ PendingSocket socket(const QString &path)
     QNetworkRequest request(address);
     request.setTransferTimeout(15'000);
     request.setRawHeader("Cookie", cookiePrefix + cookie.toUtf8());
-    request.setRawHeader("User-Agent", userAgent().toUtf8());
+    request.setRawHeader("User-Agent", Wire::userAgent().toUtf8());
     auto ws = std::make_unique<QWebSocket>();
     ws->setMaxAllowedIncomingMessageSize(socketMessageLimit);
+    // Closed at the end of the process, so whatever waits on it finishes.
+    QObject::connect(&Shutdown::instance(), &Shutdown::begins, ws.get(), &QWebSocket::abort);
     return PendingSocket{std::move(ws), request};
 }
 
-QCoro::Task<Login> login(QString username, QString password)
+QCoro::Task<Api::Login> Api::login(QString username, QString password)
 {
     // Built before the co_await: GCC 12 miscompiles initializer lists that span one.
     QJsonObject credentials;
@@ -601,7 +451,7 @@ QCoro::Task<Login> login(QString username, QString password)
     const Reply reply =
         co_await transmit(openRequest(u"webapi/auth/login"_s, "POST"_ba, credentials));
     if (reply.status != 200)
-        throw failure(reply.status, reply.data);
+        throw ApiError::failure(reply.status, reply.data);
     Login out{cookieFromReply(reply), username, u"user"_s};
     const QJsonObject body = objectOf(reply.data);
     if (body.value(u"user").isString())
@@ -611,20 +461,19 @@ QCoro::Task<Login> login(QString username, QString password)
     co_return out;
 }
 
-QCoro::Task<QString> exchange(QString token)
+QCoro::Task<QString> Api::exchange(QString token)
 {
     QJsonObject body;
     body.insert(u"token"_s, token);
     const Reply reply =
         co_await transmit(openRequest(u"webapi/auth/session"_s, "POST"_ba, body));
     if (reply.status != 200)
-        throw failure(reply.status, reply.data);
+        throw ApiError::failure(reply.status, reply.data);
     co_return cookieFromReply(reply);
 }
 
-QCoro::Task<Reply> openGet(QString path)
+QCoro::Task<Api::Reply> Api::openGet(QString path)
 {
     co_return co_await exchange(openRequest(path, "GET"_ba));
 }
 
-} // namespace Api

@@ -5,7 +5,7 @@
 
 using namespace Qt::StringLiterals;
 
-namespace Api {
+namespace ApiError {
 
 Failed::Failed(int status, QString reason, QString code)
     : status(status)
@@ -65,4 +65,4 @@ Failed failure(int status, const QByteArray &body)
     return Failed(status, detail.isString() ? detail.toString() : error.toString(), error.toString());
 }
 
-} // namespace Api
+} // namespace ApiError

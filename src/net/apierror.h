@@ -6,7 +6,8 @@
 
 #include <exception>
 
-namespace Api {
+// The failures the transport throws; the transport names them Api::Failed and so on.
+namespace ApiError {
 
 // A server call that got a reply other than 2xx (status 0: no HTTP reply at all).
 struct Failed : std::exception {
@@ -42,4 +43,4 @@ struct TransportError : std::exception {
 // The Failed for a non-2xx reply, reading the server's {"error","detail"} body when there is one.
 Failed failure(int status, const QByteArray &body);
 
-} // namespace Api
+} // namespace ApiError

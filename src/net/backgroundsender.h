@@ -6,7 +6,7 @@
 #include <QString>
 
 // Who carries the sends that must survive the app being killed. The transfer manager of the
-// chat registers itself with Api::setBackgroundSender; the transport then hands it every
+// chat registers itself with its Api (setBackgroundSender); the transport then hands it every
 // request that has a background id and judges the reply it returns like any other.
 class BackgroundSender
 {

@@ -1,6 +1,6 @@
 #include "failuretext.h"
 
-#include "apierror.h"
+#include "api.h"
 #include "jsonrecord.h"
 #include "text/l.h"
 

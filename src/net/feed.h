@@ -11,8 +11,8 @@ template<class T>
 class Feed
 {
 public:
-    explicit Feed(QString path, double every = 0, Sleeper *sleeper = nullptr)
-        : m_core(std::make_unique<FeedCore>(std::move(path), every, Api::decoderFor<T>(),
+    Feed(Api &api, QString path, double every = 0, Sleeper *sleeper = nullptr)
+        : m_core(std::make_unique<FeedCore>(api, std::move(path), every, Api::decoderFor<T>(),
                                             &Feed::present, sleeper))
     {
     }

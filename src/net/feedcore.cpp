@@ -2,8 +2,10 @@
 #include "net/netlog.h"
 
 #include "failuretext.h"
+#include "platform/shutdown.h"
 #include "platform/sleeper.h"
 #include "projectcache.h"
+#include "wire.h"
 
 #include <QLoggingCategory>
 #include <QPointer>
@@ -19,17 +21,19 @@ std::chrono::milliseconds millis(double seconds)
 
 } // namespace
 
-FeedCore::FeedCore(QString path, double every, Api::Decoder decode, Presenter present,
+FeedCore::FeedCore(Api &api, QString path, double every, Api::Decoder decode, Presenter present,
                    Sleeper *sleeper, QObject *parent)
     : QObject(parent)
-    , m_path(Api::relativePath(std::move(path)))
+    , m_api(api)
+    , m_path(Wire::relativePath(std::move(path)))
     , m_every(every)
     , m_decode(std::move(decode))
     , m_present(std::move(present))
     , m_sleeper(sleeper ? sleeper : &Sleeper::real())
 {
     // A page already read in this run shows at once, with no network at all.
-    if (const auto known = ProjectCache::remembered(m_path, Api::signedInUser())) {
+    if (const auto known = ProjectCache::remembered(m_api.base().toString(), m_path,
+                                                        m_api.signedInUser())) {
         m_value = known->value;
         m_digest = known->digest;
         m_shown = true;
@@ -60,7 +64,7 @@ QCoro::Task<> FeedCore::load()
     std::exception_ptr failed;
     Api::AnyPage page;
     try {
-        page = co_await Api::page(path, decode);
+        page = co_await m_api.page(path, decode);
     } catch (...) {
         failed = std::current_exception();
     }
@@ -73,7 +77,8 @@ QCoro::Task<> FeedCore::load()
         setLoading(false);
         co_return;
     }
-    ProjectCache::remember(page.value, page.digest, path, Api::signedInUser());
+    ProjectCache::remember(page.value, page.digest, m_api.base().toString(), path,
+                           m_api.signedInUser());
     const bool changed = !m_shown || page.digest != m_digest;
     if (changed) {
         m_value = std::move(page.value);
@@ -89,13 +94,14 @@ QCoro::Task<> FeedCore::load()
 
 void FeedCore::noteRefreshing()
 {
-    const auto due = Api::due().find(m_path);
-    if (due == Api::due().end()) {
+    QHash<QString, double> &table = m_api.due();
+    const auto due = table.find(m_path);
+    if (due == table.end()) {
         m_retries = 0;
         return;
     }
     const double seconds = *due;
-    Api::due().erase(due);
+    table.erase(due);
     if (m_retries >= maxRefreshRetries) {
         qCDebug(lcNet) << m_path << "is still being rebuilt; giving up until the next load";
         m_retries = 0;
@@ -109,8 +115,8 @@ QCoro::Task<> FeedCore::retryLater(QPointer<FeedCore> feed, Sleeper *sleeper,
                                    std::chrono::milliseconds delay, int generation)
 {
     co_await sleeper->sleep(delay);
-    // A later retry replaces this one; a closed screen ends it.
-    if (!feed || feed->m_retryGeneration != generation)
+    // A later retry replaces this one; a closed screen or the end of the process ends it.
+    if (!feed || feed->m_retryGeneration != generation || Shutdown::begun())
         co_return;
     co_await feed->load();
 }
@@ -126,9 +132,9 @@ void FeedCore::watch()
 QCoro::Task<> FeedCore::watchLoop(QPointer<FeedCore> feed, Sleeper *sleeper,
                                   std::chrono::milliseconds period)
 {
-    while (feed) {
+    while (feed && !Shutdown::begun()) {
         co_await sleeper->sleep(period);
-        if (!feed)
+        if (!feed || Shutdown::begun())
             co_return;
         co_await feed->load();
     }

@@ -24,7 +24,7 @@ class FeedCore : public QObject
 public:
     using Presenter = std::function<QVariant(const std::any &)>;
 
-    FeedCore(QString path, double every, Api::Decoder decode, Presenter present,
+    FeedCore(Api &api, QString path, double every, Api::Decoder decode, Presenter present,
              Sleeper *sleeper = nullptr, QObject *parent = nullptr);
 
     QVariant value() const { return m_present && m_value.has_value() ? m_present(m_value) : QVariant(); }
@@ -58,6 +58,7 @@ private:
     void setFailure(const QString &failure);
     void noteRefreshing();
 
+    Api &m_api;
     QString m_path;
     double m_every;
     Api::Decoder m_decode;

@@ -3,7 +3,7 @@
 #include <QString>
 
 // What the transport needs from whoever holds the signed-in identity. Keeps the transport
-// free of the session's type; the session registers itself with Api::setIdentity.
+// free of the session's type; the session registers itself with its Api (setIdentity).
 class Identity
 {
 public:

@@ -1,12 +1,12 @@
 #include "networkmanager.h"
 
 #include "lowdelay.h"
+#include "platform/shutdown.h"
 
-#include <QCoreApplication>
 #include <QNetworkAccessManager>
 #include <QNetworkCookie>
 #include <QNetworkCookieJar>
-#include <QPointer>
+#include <QNetworkReply>
 
 namespace {
 
@@ -19,22 +19,25 @@ public:
     bool setCookiesFromUrl(const QList<QNetworkCookie> &, const QUrl &) override { return false; }
 };
 
-QPointer<QNetworkAccessManager> shared;
-
 } // namespace
 
 namespace Network {
 
-QNetworkAccessManager *manager()
+QNetworkAccessManager *create(QObject *parent)
 {
-    if (!shared) {
-        // Uploads must not wait on Nagle's algorithm (see LowDelay).
-        LowDelay::active();
-        shared = new QNetworkAccessManager(QCoreApplication::instance());
-        shared->setCookieJar(new NoCookies(shared));
-        shared->setRedirectPolicy(QNetworkRequest::SameOriginRedirectPolicy);
-    }
-    return shared;
+    // Uploads must not wait on Nagle's algorithm (see LowDelay).
+    LowDelay::active();
+    auto *manager = new QNetworkAccessManager(parent);
+    manager->setCookieJar(new NoCookies(manager));
+    manager->setRedirectPolicy(QNetworkRequest::SameOriginRedirectPolicy);
+    // At the end of the process every exchange under way finishes (as canceled), so the
+    // tasks awaiting them complete instead of staying suspended.
+    QObject::connect(&Shutdown::instance(), &Shutdown::begins, manager, [manager] {
+        const auto replies = manager->findChildren<QNetworkReply *>();
+        for (QNetworkReply *reply : replies)
+            reply->abort();
+    });
+    return manager;
 }
 
 } // namespace Network

@@ -1,6 +1,5 @@
 #include "projectcache.h"
 
-#include "api.h"
 #include "platform/appdata.h"
 #include "platform/atomicfile.h"
 
@@ -21,11 +20,11 @@ QHash<QString, ProjectCache::Decoded> &memo()
     return table;
 }
 
-std::optional<QString> memoKey(const QString &path, const QString &user)
+std::optional<QString> memoKey(const QString &server, const QString &path, const QString &user)
 {
     if (user.isEmpty() || !ProjectCache::keeps(path))
         return std::nullopt;
-    return ProjectCache::fileName(Api::base().toString(), user, path);
+    return ProjectCache::fileName(server, user, path);
 }
 
 } // namespace
@@ -66,14 +65,14 @@ QString fileName(const QString &base, const QString &user, const QString &path)
     return digest((base + u'|' + user + u'|' + path).toUtf8());
 }
 
-std::optional<QString> file(const QString &path, const QString &user)
+std::optional<QString> file(const QString &server, const QString &path, const QString &user)
 {
     if (user.isEmpty() || !keeps(path))
         return std::nullopt;
     const QString dir = directory();
     if (dir.isEmpty())
         return std::nullopt;
-    return QDir(dir).filePath(fileName(Api::base().toString(), user, path));
+    return QDir(dir).filePath(fileName(server, user, path));
 }
 
 QString digest(const QByteArray &bytes)
@@ -81,21 +80,22 @@ QString digest(const QByteArray &bytes)
     return QString::fromLatin1(QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex());
 }
 
-std::optional<QByteArray> read(const QString &path, const QString &user)
+std::optional<QByteArray> read(const QString &server, const QString &path, const QString &user)
 {
-    const auto name = file(path, user);
+    const auto name = file(server, path, user);
     return name ? AtomicFile::read(*name) : std::nullopt;
 }
 
-void write(const QByteArray &data, const QString &path, const QString &user)
+void write(const QByteArray &data, const QString &server, const QString &path,
+           const QString &user)
 {
-    if (const auto name = file(path, user))
+    if (const auto name = file(server, path, user))
         AtomicFile::write(*name, data);
 }
 
-void remove(const QString &path, const QString &user)
+void remove(const QString &server, const QString &path, const QString &user)
 {
-    if (const auto name = file(path, user))
+    if (const auto name = file(server, path, user))
         QFile::remove(*name);
 }
 
@@ -107,15 +107,17 @@ void clear()
         QDir(dir).removeRecursively();
 }
 
-void remember(std::any value, const QString &digest, const QString &path, const QString &user)
+void remember(std::any value, const QString &digest, const QString &server, const QString &path,
+              const QString &user)
 {
-    if (const auto key = memoKey(path, user))
+    if (const auto key = memoKey(server, path, user))
         memo().insert(*key, Decoded{std::move(value), digest});
 }
 
-std::optional<Decoded> remembered(const QString &path, const QString &user)
+std::optional<Decoded> remembered(const QString &server, const QString &path,
+                                  const QString &user)
 {
-    const auto key = memoKey(path, user);
+    const auto key = memoKey(server, path, user);
     if (!key)
         return std::nullopt;
     const auto it = memo().constFind(*key);

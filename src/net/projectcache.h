@@ -18,8 +18,9 @@ QString directory();
 // history, the session's own pages and one-shot actions.
 bool keeps(const QString &path);
 
-// The file of a page for a user; nothing for an empty user or a page that is not kept.
-std::optional<QString> file(const QString &path, const QString &user);
+// The file of a page for a user of a server; nothing for an empty user or a page that is not
+// kept.
+std::optional<QString> file(const QString &server, const QString &path, const QString &user);
 
 // The file name: lower-case hex SHA-256 of "<base>|<user>|<path>".
 QString fileName(const QString &base, const QString &user, const QString &path);
@@ -27,10 +28,11 @@ QString fileName(const QString &base, const QString &user, const QString &path);
 // Lower-case hex SHA-256, the form of every digest the client sends.
 QString digest(const QByteArray &bytes);
 
-std::optional<QByteArray> read(const QString &path, const QString &user);
+std::optional<QByteArray> read(const QString &server, const QString &path, const QString &user);
 // Atomic; silently nothing when the page has no file or the write fails.
-void write(const QByteArray &data, const QString &path, const QString &user);
-void remove(const QString &path, const QString &user);
+void write(const QByteArray &data, const QString &server, const QString &path,
+           const QString &user);
+void remove(const QString &server, const QString &path, const QString &user);
 // Every file and the memory layer; on sign-out.
 void clear();
 
@@ -39,7 +41,9 @@ struct Decoded {
     std::any value;
     QString digest;
 };
-void remember(std::any value, const QString &digest, const QString &path, const QString &user);
-std::optional<Decoded> remembered(const QString &path, const QString &user);
+void remember(std::any value, const QString &digest, const QString &server, const QString &path,
+              const QString &user);
+std::optional<Decoded> remembered(const QString &server, const QString &path,
+                                  const QString &user);
 
 } // namespace ProjectCache

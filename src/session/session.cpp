@@ -4,6 +4,7 @@
 #include "net/api.h"
 #include "net/projectcache.h"
 #include "net/serveraddress.h"
+#include "sessionendpoints.h"
 #include "platform/appdata.h"
 #include "platform/atomicfile.h"
 #include "platform/secretstore.h"
@@ -26,24 +27,24 @@ Session *sharedSession = nullptr;
 const QString langKey = u"lang"_s;
 
 // The keychain item holds the cookie with the server it belongs to.
-QString storedValue(const QString &cookie)
+QString storedValue(const QUrl &server, const QString &cookie)
 {
     return QString::fromUtf8(
-        QJsonDocument(QJsonObject{{u"server"_s, Api::base().toString()}, {u"cookie"_s, cookie}})
+        QJsonDocument(QJsonObject{{u"server"_s, server.toString()}, {u"cookie"_s, cookie}})
             .toJson(QJsonDocument::Compact));
 }
 
 // The cookie in a stored item when it belongs to this run's server, else empty. A bare
 // cookie (written by an older version) belongs to the server compiled into the build.
-QString cookieOf(const std::optional<QString> &stored)
+QString cookieOf(const QUrl &server, const std::optional<QString> &stored)
 {
     if (!stored || stored->isEmpty())
         return {};
     const QJsonDocument doc = QJsonDocument::fromJson(stored->toUtf8());
     if (!doc.isObject())
-        return ServerAddress::compiledIn().url == Api::base() ? *stored : QString();
+        return ServerAddress::compiledIn().url == server ? *stored : QString();
     const QJsonObject o = doc.object();
-    if (o.value(u"server").toString() != Api::base().toString())
+    if (o.value(u"server").toString() != server.toString())
         return {};
     return o.value(u"cookie").toString();
 }
@@ -63,22 +64,23 @@ void step(const char *name, F &&f)
 
 } // namespace
 
-Session::Session(std::unique_ptr<SecretStore> secrets, QObject *parent)
+Session::Session(Api &api, std::unique_ptr<SecretStore> secrets, QObject *parent)
     : QObject(parent)
+    , m_api(api)
     , m_secrets(std::move(secrets))
     , m_coach(new CoachEngine(this))
     , m_gate(Gate::Checking)
 {
     Q_ASSERT(!sharedSession);
     sharedSession = this;
-    Api::setIdentity(this);
+    m_api.setIdentity(this);
 }
 
 Session::~Session()
 {
     if (sharedSession == this) {
         sharedSession = nullptr;
-        Api::setIdentity(nullptr);
+        m_api.setIdentity(nullptr);
     }
 }
 
@@ -188,14 +190,14 @@ QCoro::Task<> Session::boot()
     if (!self)
         co_return;
     // A session of another server is not this one's: signed out here, nothing sent.
-    m_cookie = cookieOf(stored);
+    m_cookie = cookieOf(m_api.base(), stored);
     if (m_cookie.isEmpty()) {
         setGate(Gate::Out, Exit::Fresh);
         co_return;
     }
     const bool restored = restoreOfflineProfile();
     if (restored)
-        primeTabPages(); // runs on by itself; the session does not wait for it
+        primeTabPages(m_api); // runs on by itself; the session does not wait for it
 
     const QString cookie = m_cookie;
     try {
@@ -228,11 +230,11 @@ QCoro::Task<> Session::refresh()
             throw Api::Unauthorized();
     };
     // Both requests are in flight together; QCoro tasks start at once.
-    QCoro::Task<Api::Page<Prefs>> prefsRead = Api::page<Prefs>(u"webapi/prefs"_s);
+    QCoro::Task<Api::Page<Prefs>> prefsRead = m_api.page<Prefs>(SessionEndpoints::prefs());
     std::exception_ptr failed;
     Me me;
     try {
-        me = (co_await Api::page<Me>(u"webapi/me"_s)).value;
+        me = (co_await m_api.page<Me>(SessionEndpoints::me())).value;
     } catch (...) {
         failed = std::current_exception();
     }
@@ -274,7 +276,7 @@ QCoro::Task<> Session::refresh()
 QCoro::Task<> Session::signIn(QString username, QString password)
 {
     QPointer<Session> self(this);
-    const Api::Login login = co_await Api::login(username, password);
+    const Api::Login login = co_await m_api.login(username, password);
     if (!self)
         co_return;
     Profile known;
@@ -286,7 +288,7 @@ QCoro::Task<> Session::signIn(QString username, QString password)
 QCoro::Task<> Session::signIn(QString token)
 {
     QPointer<Session> self(this);
-    const QString cookie = co_await Api::exchange(token);
+    const QString cookie = co_await m_api.exchange(token);
     if (!self)
         co_return;
     co_await adopt(cookie, Profile());
@@ -312,7 +314,7 @@ QCoro::Task<> Session::adopt(QString cookie, Profile known)
     }
     // Kept only now that the server has confirmed it.
     const bool saved =
-        co_await m_secrets->write(QString::fromLatin1(cookieItem), storedValue(cookie));
+        co_await m_secrets->write(QString::fromLatin1(cookieItem), storedValue(m_api.base(), cookie));
     if (!saved)
         qCWarning(lcSession) << "the session cookie could not be saved; it lasts for this run only";
     if (!self)
@@ -326,7 +328,7 @@ QCoro::Task<> Session::signOut()
 {
     QPointer<Session> self(this);
     try {
-        co_await Api::post(u"webapi/auth/logout"_s, QJsonObject());
+        co_await m_api.post(SessionEndpoints::logout(), QJsonObject());
     } catch (...) {
         // Signing out locally never depends on the server.
     }
@@ -374,7 +376,7 @@ QCoro::Task<> Session::wipeStored(QString cookie)
     if (!self)
         co_return;
     // Another process may have signed in meanwhile: its cookie, profile and pages stay.
-    const QString now = cookieOf(stored);
+    const QString now = cookieOf(m_api.base(), stored);
     if (!now.isEmpty() && now != cookie) {
         qCInfo(lcSession) << "a newer sign-in is stored; leaving it in place";
         co_return;
@@ -415,7 +417,7 @@ QCoro::Task<bool> Session::deleteAccount()
     QPointer<Session> self(this);
     QJsonObject reply;
     try {
-        reply = co_await Api::post(u"webapi/auth/delete-account"_s, QJsonObject());
+        reply = co_await m_api.post(SessionEndpoints::deleteAccount(), QJsonObject());
     } catch (const std::exception &e) {
         qCInfo(lcSession) << "delete-account failed:" << e.what();
         co_return false;
@@ -437,14 +439,14 @@ QCoro::Task<> Session::setPref(QString key, QString value)
     setProfile(next);
     QJsonObject body;
     body.insert(key, value);
-    co_await Api::post(u"webapi/prefs"_s, body);
+    co_await m_api.post(SessionEndpoints::prefs(), body);
 }
 
 void Session::saveOfflineProfile() const
 {
     if (m_cookie.isEmpty())
         return;
-    const OfflineProfile copy{sessionHash(), m_profile, Api::base().toString()};
+    const OfflineProfile copy{sessionHash(), m_profile, m_api.base().toString()};
     if (!AtomicFile::write(offlineProfileFile(), QJsonDocument(copy.toJson()).toJson()))
         qCWarning(lcSession) << "the offline profile could not be saved";
 }
@@ -458,8 +460,8 @@ bool Session::restoreOfflineProfile()
         const OfflineProfile copy = OfflineProfile::fromJson(Decode::parse(*bytes));
         // One without a server was written by an older version, for the built-in server.
         const bool ourServer = copy.server.isEmpty()
-                                   ? ServerAddress::compiledIn().url == Api::base()
-                                   : copy.server == Api::base().toString();
+                                   ? ServerAddress::compiledIn().url == m_api.base()
+                                   : copy.server == m_api.base().toString();
         if (copy.sessionHash != sessionHash() || !ourServer)
             return false;
         setProfile(copy.profile);
@@ -471,15 +473,13 @@ bool Session::restoreOfflineProfile()
     }
 }
 
-QCoro::Task<> Session::primeTabPages()
+QCoro::Task<> Session::primeTabPages(Api &api)
 {
     // Static work only: the session may be gone before these answer.
-    const QStringList paths = {u"webapi/automations"_s, u"webapi/projects"_s,
-                               u"webapi/claude-accounts"_s,
-                               u"webapi/codex-accounts"_s};
+    const QStringList paths = SessionEndpoints::tabPages();
     for (const QString &path : paths) {
         try {
-            co_await Api::page<QJsonValue>(path);
+            co_await api.page<QJsonValue>(path);
         } catch (...) {
         }
     }

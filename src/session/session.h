@@ -13,6 +13,7 @@
 #include <optional>
 #include <memory>
 
+class Api;
 class CoachEngine;
 class SecretStore;
 
@@ -48,7 +49,8 @@ public:
     // The keychain item that holds the cookie.
     static constexpr const char *cookieItem = "session";
 
-    explicit Session(std::unique_ptr<SecretStore> secrets, QObject *parent = nullptr);
+    // Registers itself as the identity of api, which must outlive it.
+    Session(Api &api, std::unique_ptr<SecretStore> secrets, QObject *parent = nullptr);
     ~Session() override;
 
     static Session *shared();
@@ -76,6 +78,8 @@ public:
     static QString sessionHash(const QString &cookie);
 
     CoachEngine *coach() const { return m_coach; }
+    // The transport this session signs in through.
+    Api &api() const { return m_api; }
 
     // Start-up: cookie from the keychain, the offline profile at once, then the server.
     QCoro::Task<> boot();
@@ -116,8 +120,9 @@ private:
     void applyLanguage(const QHash<QString, QString> &prefs);
     void saveOfflineProfile() const;
     bool restoreOfflineProfile();
-    static QCoro::Task<> primeTabPages();
+    static QCoro::Task<> primeTabPages(Api &api);
 
+    Api &m_api;
     std::unique_ptr<SecretStore> m_secrets;
     CoachEngine *m_coach;
     QString m_cookie;

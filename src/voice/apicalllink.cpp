@@ -6,6 +6,12 @@
 
 #include <stdexcept>
 
+ApiCallLink::ApiCallLink(Api &api, QObject *parent)
+    : CallLink(parent)
+    , m_api(api)
+{
+}
+
 ApiCallLink::~ApiCallLink()
 {
     close();
@@ -17,7 +23,7 @@ QCoro::Task<bool> ApiCallLink::open(QString path)
     QPointer<ApiCallLink> self(this);
     const quint64 generation = ++m_generation;
     try {
-        m_socket = std::make_unique<Api::PendingSocket>(Api::socket(path));
+        m_socket = std::make_unique<Api::PendingSocket>(m_api.socket(path));
     } catch (const std::exception &e) {
         qCInfo(lcCall) << "no call socket:" << e.what();
         co_return false;
@@ -70,7 +76,7 @@ QCoro::Task<bool> ApiCallLink::send(QByteArray text)
 
 QCoro::Task<QJsonObject> ApiCallLink::get(QString path, std::chrono::milliseconds timeout)
 {
-    const std::optional<QJsonValue> value = co_await Api::raw(path, "GET", timeout);
+    const std::optional<QJsonValue> value = co_await m_api.raw(path, "GET", timeout);
     if (!value || !value->isObject()) {
         throw std::runtime_error("the server's answer was not a JSON object");
     }
@@ -79,6 +85,6 @@ QCoro::Task<QJsonObject> ApiCallLink::get(QString path, std::chrono::millisecond
 
 QCoro::Task<QJsonObject> ApiCallLink::post(QString path, QJsonObject body)
 {
-    const QJsonObject reply = co_await Api::post(path, body);
+    const QJsonObject reply = co_await m_api.post(path, body);
     co_return reply;
 }

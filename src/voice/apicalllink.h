@@ -14,7 +14,8 @@ class ApiCallLink : public CallLink
     Q_OBJECT
 
 public:
-    using CallLink::CallLink;
+    // Talks through api, which must outlive it.
+    explicit ApiCallLink(Api &api, QObject *parent = nullptr);
     ~ApiCallLink() override;
 
     QCoro::Task<bool> open(QString path) override;
@@ -25,6 +26,7 @@ public:
     QCoro::Task<QJsonObject> post(QString path, QJsonObject body) override;
 
 private:
+    Api &m_api;
     std::unique_ptr<Api::PendingSocket> m_socket;
     quint64 m_generation = 0;
 };

@@ -1,4 +1,5 @@
 #include "voice/call.h"
+#include "voice/callendpoints.h"
 #include "voice/voicelog.h"
 
 #include "platform/audioport.h"
@@ -154,8 +155,7 @@ QCoro::Task<> Call::connectWire()
         fail(L::t(u"אין חיבור"_s, u"No connection"_s, u"Нет соединения"_s));
         co_return;
     }
-    const QString path = m_scope.path(u"webapi/voice-live/ws?provider="_s + m_provider +
-                                      u"&app_language="_s + L::current());
+    const QString path = m_scope.path(CallEndpoints::socket(m_provider, L::current()));
     const quint64 generation = ++m_wireGeneration;
     const bool opened = co_await m_link->open(path);
     if (!self || generation != m_wireGeneration || m_ending) {

@@ -1,5 +1,6 @@
 // The call's account-side requests: availability, the journal, preferences and memory.
 #include "voice/call.h"
+#include "voice/callendpoints.h"
 #include "voice/voicelog.h"
 
 #include "text/l.h"
@@ -56,7 +57,7 @@ QCoro::Task<> Call::checkAvailability(QString account)
     }
     std::optional<QJsonObject> status;
     try {
-        status = co_await m_link->get(m_scope.path(u"webapi/voice-live/status"_s), 25s);
+        status = co_await m_link->get(m_scope.path(CallEndpoints::status()), 25s);
     } catch (const std::exception &e) {
         qCInfo(lcCall) << "status failed:" << e.what();
     }
@@ -86,7 +87,7 @@ QCoro::Task<bool> Call::loadJournal()
     QPointer<Call> self(this);
     std::optional<QJsonObject> journal;
     try {
-        journal = co_await m_link->get(m_scope.path(u"webapi/voice-live/journal"_s), 25s);
+        journal = co_await m_link->get(m_scope.path(CallEndpoints::journal()), 25s);
     } catch (const std::exception &e) {
         qCInfo(lcCall) << "journal failed:" << e.what();
     }
@@ -142,7 +143,7 @@ QCoro::Task<> Call::choose(QString voice, QString language, QString provider)
     }
     std::optional<QJsonObject> reply;
     try {
-        reply = co_await m_link->post(m_scope.path(u"webapi/voice-live/preferences"_s), body);
+        reply = co_await m_link->post(m_scope.path(CallEndpoints::preferences()), body);
     } catch (const std::exception &e) {
         qCInfo(lcCall) << "preferences failed:" << e.what();
     }
@@ -169,7 +170,7 @@ QCoro::Task<> Call::consolidateMemory()
     emit memoryChanged();
     std::optional<QJsonObject> reply;
     try {
-        reply = co_await m_link->post(m_scope.path(u"webapi/voice-live/memory"_s), scopeFields());
+        reply = co_await m_link->post(m_scope.path(CallEndpoints::memory()), scopeFields());
     } catch (const std::exception &e) {
         qCInfo(lcCall) << "memory failed:" << e.what();
     }

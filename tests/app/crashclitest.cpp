@@ -48,12 +48,7 @@ class CrashCliTest : public QObject
     // The reports the service took, in order.
     QList<QJsonObject> reports()
     {
-        QList<QJsonObject> found;
-        for (const QJsonValue &e : service.log()) {
-            if (e["path"].toString() == u"webapi/client-report" && e["status"].toInt() == 200)
-                found << QJsonDocument::fromJson(e["body"].toString().toUtf8()).object();
-        }
-        return found;
+        return Service::bodies(service.requests(QStringLiteral("webapi/client-report"), true));
     }
 
     QString crashFolder() const { return QDir(home->path()).filePath("crash"); }

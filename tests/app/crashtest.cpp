@@ -3,7 +3,7 @@
 #include "app/diagnostics.h"
 #include "app/reportqueue.h"
 #include "app/vitals.h"
-#include "net/apierror.h"
+#include "net/api.h"
 #include "platform/atomicfile.h"
 #include "support/sync.h"
 #include "support/testhome.h"
@@ -141,7 +141,7 @@ private slots:
     {
         TestHome home;
         const QString folder = QDir(home.path()).filePath("diagnostics");
-        QVERIFY(Diagnostics::didReceive(QByteArray(500000, 'x'), folder));
+        QVERIFY(AtomicFile::write(QDir(folder).filePath("1-a.json"), QByteArray(500000, 'x')));
         QVERIFY(AtomicFile::write(QDir(folder).filePath("note.txt"), "not a payload"));
         ReportQueue queue(QDir(home.path()).filePath("reports"));
         QCOMPARE(Diagnostics::drain(queue, folder), 1);
@@ -183,42 +183,6 @@ private slots:
         QTEST(queue.size(), "left");
     }
 
-    void normalEndLeavesNothing()
-    {
-        TestHome home;
-        QList<QJsonObject> posted;
-        const auto setup = [&] {
-            Crash::Setup s;
-            s.folder = home.path();
-            s.clock = [] { return 100.0; };
-            s.watchEvery = 0;
-            s.post = [&](QJsonObject r) -> QCoro::Task<> {
-                posted << r;
-                co_return;
-            };
-            return s;
-        };
-        Crash::arm(setup());
-        QVERIFY(Crash::armed());
-        Crash::setForeground(true);
-        const QByteArray running = *AtomicFile::read(QDir(home.path()).filePath("run.json"));
-        QCOMPARE(QJsonDocument::fromJson(running).object().value("foreground").toBool(), true);
-        Crash::settled();
-        QVERIFY(!Crash::armed());
-
-        Crash::arm(setup());
-        QVERIFY(!Crash::deliverPrevious().has_value());
-        QCOMPARE(Crash::waiting(), 0);
-        // The same run killed in front instead is reported.
-        Crash::setForeground(true);
-        Crash::settled();
-        QVERIFY(AtomicFile::write(QDir(home.path()).filePath("run.json"), runJson(true, false, 0)));
-        Crash::arm(setup());
-        QCOMPARE(Crash::waiting(), 1);
-        QCOMPARE(Sync::run(Crash::flush()), 1);
-        QCOMPARE(posted.last().value("kind").toString(), u"killed_in_foreground"_s);
-        Crash::settled();
-    }
 };
 
 QTEST_GUILESS_MAIN(CrashTest)

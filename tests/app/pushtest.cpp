@@ -122,7 +122,7 @@ private slots:
         AppData::setSetting(QString::fromLatin1(PushCenter::marker), !accepted);
         if (!fault.isEmpty())
             service.fault(fault);
-        PushCenter center;
+        PushCenter center{identity.api()};
         QCOMPARE(Sync::run(center.publishToken(u"00ff10abcdef0123"_s)), accepted);
         QCOMPARE(PushCenter::registered(), accepted);
         QCOMPARE(center.failure().isEmpty(), accepted);
@@ -137,8 +137,8 @@ private slots:
 
     void registerThenStatusThenTest()
     {
-        PushCenter center;
-        PushStatusSheet sheet(&center);
+        PushCenter center{identity.api()};
+        PushStatusSheet sheet(identity.api(), &center);
         Sync::run(sheet.sendTest());
         QCOMPARE(sheet.test(), PushStatusSheet::Test::NoDevice);
 
@@ -175,8 +175,8 @@ private slots:
         service.fault({{"match", "webapi/push/status"},
                        {"status", 200},
                        {"body", QJsonObject{{"ready", true}, {"errors", QJsonArray{code}}}}});
-        PushCenter center;
-        PushStatusSheet sheet(&center);
+        PushCenter center{identity.api()};
+        PushStatusSheet sheet(identity.api(), &center);
         Sync::run(sheet.load());
         QFETCH(QString, lang);
         L::pin(lang); // after loading: the texts follow the language of the moment
@@ -236,7 +236,7 @@ private slots:
     void clickRoutesLikeATap()
     {
         FakeNotifier notifier;
-        PushCenter center(&notifier);
+        PushCenter center(identity.api(), &notifier);
         center.arm();
         QCOMPARE(center.authorization(), PushCenter::Authorization::Authorized);
         QSignalSpy routed(&center, &PushCenter::routed);

@@ -12,6 +12,7 @@
 #include "platform/clock.h"
 #include "platform/sleeper.h"
 #include "support/fakereachability.h"
+#include "support/testapi.h"
 #include "support/fakesleeper.h"
 #include "support/testhome.h"
 #include "text/l.h"
@@ -35,6 +36,7 @@ using namespace Qt::StringLiterals;
 class CallFixture : public QObject
 {
     Q_OBJECT
+
 
 public:
     CallFixture(FakeCallLink *link, FileAudioPort *port, FakeSleeper *sleeper)
@@ -80,7 +82,7 @@ public slots:
         m_home = std::make_unique<TestHome>();
         qputenv("HALVENMARK_SERVER", "http://127.0.0.1:9");
         L::set(u"en"_s);
-        m_session = std::make_unique<Session>(
+        m_session = std::make_unique<Session>(api, 
             std::make_unique<FileSecretStore>(QDir(m_home->path()).filePath(u"secrets"_s)));
         m_app = std::make_unique<App>(m_session.get(), m_chats);
         m_app->setOnboarded(true);
@@ -119,9 +121,10 @@ public slots:
 
 private:
     std::unique_ptr<TestHome> m_home;
+    TestApi api;
     std::unique_ptr<Session> m_session;
     FakeReachability m_reachability;
-    ChatStores m_chats{ChatPorts{Sleeper::real(), m_reachability, Clock::system()}};
+    ChatStores m_chats{ChatPorts{api, Sleeper::real(), m_reachability, Clock::system()}};
     std::unique_ptr<App> m_app;
     FakeSleeper m_sleeper;
     VoiceTuning m_tuning;

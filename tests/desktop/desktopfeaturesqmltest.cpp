@@ -16,6 +16,7 @@
 #include "platform/clock.h"
 #include "platform/sleeper.h"
 #include "support/fakereachability.h"
+#include "support/testapi.h"
 #include "support/fakesleeper.h"
 #include "support/testhome.h"
 #include "support/testidentity.h"
@@ -68,8 +69,9 @@ class Fixture : public QObject
     Q_OBJECT
 
 public:
-    Fixture(Service &service, QString home)
-        : m_service(service)
+    Fixture(Service &service, QString home, Api &api)
+        : api(api)
+        , m_service(service)
         , m_home(std::move(home))
     {}
 
@@ -79,7 +81,7 @@ public:
     // Three items of different kinds, saved as another device would have.
     Q_INVOKABLE void seedVault()
     {
-        VaultStore store(m_owner, nullptr, m_sleeper);
+        VaultStore store(api, m_owner, nullptr, m_sleeper);
         const QList<std::pair<VaultKind, QMap<QString, QString>>> items{
             {VaultKind::Login,
              {{u"title"_s, u"Mail"_s},
@@ -133,6 +135,7 @@ public:
     }
 
 private:
+    Api &api;
     Service &m_service;
     QString m_home;
     TrustingOwner m_owner;
@@ -151,18 +154,22 @@ public slots:
         m_home = std::make_unique<TestHome>();
         m_service = std::make_unique<Service>();
         L::set(u"en"_s);
-        m_session = std::make_unique<Session>(
+        qputenv("HALVENMARK_SERVER", m_service->base().toString().toUtf8());
+        Api &api = m_identity.api();
+        m_session = std::make_unique<Session>(api,
             std::make_unique<FileSecretStore>(QDir(m_home->path()).filePath(u"secrets"_s)));
-        m_app = std::make_unique<App>(m_session.get(), m_chats);
+        m_chats = std::make_unique<ChatStores>(
+            ChatPorts{api, Sleeper::real(), m_reachability, Clock::system()});
+        m_app = std::make_unique<App>(m_session.get(), *m_chats);
         m_app->setOnboarded(true);
         // Requests go out as the test's own identity, not the signed-out session's.
         m_identity.use(*m_service);
         m_identity.signIn();
-        m_notify = std::make_unique<NotifyController>(&m_notifier);
+        m_notify = std::make_unique<NotifyController>(api, &m_notifier);
         m_notify->arm();
-        m_health = std::make_unique<HealthController>([] { return u"demo"_s; });
-        m_vault = std::make_unique<VaultController>(&m_owner, &m_clipboard, m_sleeper);
-        m_fixture = std::make_unique<Fixture>(*m_service, m_home->path());
+        m_health = std::make_unique<HealthController>(api, [] { return u"demo"_s; });
+        m_vault = std::make_unique<VaultController>(api, &m_owner, &m_clipboard, m_sleeper);
+        m_fixture = std::make_unique<Fixture>(*m_service, m_home->path(), api);
     }
 
     void qmlEngineAvailable(QQmlEngine *engine)
@@ -182,6 +189,7 @@ public slots:
         m_health.reset();
         m_notify.reset();
         m_app.reset();
+        m_chats.reset();
         m_session.reset();
         m_service.reset();
         m_home.reset();
@@ -197,7 +205,7 @@ private:
     FakeSleeper m_sleeper;
     std::unique_ptr<Session> m_session;
     FakeReachability m_reachability;
-    ChatStores m_chats{ChatPorts{Sleeper::real(), m_reachability, Clock::system()}};
+    std::unique_ptr<ChatStores> m_chats;
     std::unique_ptr<App> m_app;
     std::unique_ptr<NotifyController> m_notify;
     std::unique_ptr<HealthController> m_health;

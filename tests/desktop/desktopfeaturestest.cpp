@@ -68,17 +68,6 @@ ChatFrame frame(const QString &type, const QString &run, const QString &conversa
     return f;
 }
 
-// Requests the service saw whose path ends with `tail`.
-QList<QJsonObject> requests(Service &service, const QString &tail)
-{
-    QList<QJsonObject> out;
-    for (const QJsonValue &entry : service.log()) {
-        if (entry[u"path"_s].toString().endsWith(tail))
-            out << entry.toObject();
-    }
-    return out;
-}
-
 } // namespace
 
 class DesktopFeaturesTest : public QObject
@@ -145,11 +134,12 @@ private slots:
         QFETCH(QString, page);
         QFETCH(QString, item);
         FakeNotifier notifier;
-        NotifyController notify(&notifier);
+        NotifyController notify(identity.api(), &notifier);
         notify.arm();
         FakeReachability reachability;
         FakeClock clock;
-        ChatStore store(ChatScope::main(), u"demo"_s, u"user"_s, ChatPorts{sleeper, reachability, clock});
+        ChatStore store(ChatScope::main(), u"demo"_s, u"user"_s,
+                        ChatPorts{identity.api(), sleeper, reachability, clock});
         notify.follow(&store);
         notify.setActive(active);
         QSignalSpy routed(&notify, &NotifyController::routed);
@@ -178,71 +168,16 @@ private slots:
         QVERIFY(notify.takeRoute().isEmpty()); // taken once
     }
 
-    void leavingTheWindowLocksTheVault()
-    {
-        VaultController vault(&owner, &clipboard, sleeper);
-        unlockWithLogin(vault, u"s3cret-one"_s);
-        vault.reveal(vault.store()->items().first().id);
-        QTRY_COMPARE(vault.revealedValue(), u"s3cret-one"_s);
-
-        vault.setActive(false);
-        QVERIFY(!vault.unlocked());
-        QVERIFY(vault.items().isEmpty());
-        QVERIFY(vault.revealedValue().isEmpty());
-        QVERIFY(vault.revealedId().isEmpty());
-        // Away from the window the password is not even asked.
-        vault.unlock();
-        QTest::qWait(50);
-        QCOMPARE(owner.asked, 1);
-        QVERIFY(!vault.unlocked());
-        // Back: locked until the owner proves it again.
-        vault.setActive(true);
-        QVERIFY(!vault.unlocked());
-        vault.unlock();
-        QTRY_VERIFY(vault.unlocked());
-        QCOMPARE(owner.asked, 2);
-    }
-
-    void revealIsFetchedEachTimeAndNeverKept()
-    {
-        VaultController vault(&owner, &clipboard, sleeper);
-        unlockWithLogin(vault, u"first"_s);
-        const QString id = vault.store()->items().first().id;
-        vault.reveal(id);
-        QTRY_COMPARE(vault.revealedValue(), u"first"_s);
-        vault.hide();
-        QVERIFY(vault.revealedValue().isEmpty());
-        // Changed elsewhere: the next reveal asks the server again and shows the new value.
-        VaultStore other(owner, nullptr, sleeper);
-        Sync::run(other.unlock());
-        Sync::run(other.save(other.items().first(), VaultKind::Login,
-                             {{u"password"_s, u"second"_s}}, false));
-        vault.reveal(id);
-        QTRY_COMPARE(vault.revealedValue(), u"second"_s);
-        QCOMPARE(requests(service, u"/reveal"_s).size(), 2);
-        // Nothing of either value in the list the screen binds to.
-        const QByteArray listed = QJsonDocument::fromVariant(vault.items()).toJson();
-        QVERIFY(!listed.contains("first") && !listed.contains("second"));
-
-        // Copy: on the clipboard, not on the screen.
-        QSignalSpy copied(&vault, &VaultController::copied);
-        vault.hide();
-        vault.copy(id);
-        QTRY_COMPARE(copied.size(), 1);
-        QCOMPARE(clipboard.content, u"second"_s);
-        QVERIFY(vault.revealedValue().isEmpty());
-    }
-
     void anEditKeepsTheSecretsLeftEmpty()
     {
-        VaultController vault(&owner, &clipboard, sleeper);
+        VaultController vault(identity.api(), &owner, &clipboard, sleeper);
         unlockWithLogin(vault, u"kept"_s);
         const QString id = vault.store()->items().first().id;
         QSignalSpy saved(&vault, &VaultController::saved);
         service.clearLog();
         vault.save(id, u"login"_s, {{u"title"_s, u" Mail box "_s}, {u"password"_s, u""_s}}, true);
         QTRY_COMPARE(saved.size(), 1);
-        const QList<QJsonObject> posts = requests(service, u"/vault/"_s + id);
+        const QList<QJsonObject> posts = service.requests(u"webapi/vault/"_s + id);
         QCOMPARE(posts.size(), 1);
         const QJsonObject body =
             QJsonDocument::fromJson(posts[0][u"body"_s].toString().toUtf8()).object();
@@ -258,7 +193,7 @@ private slots:
 
     void thePromptAsksAndACancelLeavesItLocked()
     {
-        VaultController vault(nullptr, &clipboard, sleeper); // the account's password, asked
+        VaultController vault(identity.api(), nullptr, &clipboard, sleeper); // the account's password, asked
         QSignalSpy asking(&vault, &VaultController::askingChanged);
         vault.unlock();
         QTRY_VERIFY(vault.asking());
@@ -314,7 +249,7 @@ private slots:
                        .toUtf8());
         file.close();
 
-        HealthController health([] { return u"demo"_s; });
+        HealthController health(identity.api(), [] { return u"demo"_s; });
         QSignalSpy syncing(&health, &HealthController::syncingChanged);
         health.linkExport(QUrl::fromLocalFile(path));
         QTRY_VERIFY(syncing.size() >= 2 && !health.syncing());
@@ -326,7 +261,7 @@ private slots:
 
         // The next start finds the same export again.
         {
-            HealthController again([] { return u"demo"_s; });
+            HealthController again(identity.api(), [] { return u"demo"_s; });
             again.arm();
             QVERIFY(again.linked());
             QCOMPARE(again.exportName(), u"export.xml"_s);

@@ -10,6 +10,7 @@
 
 #include "chat/outbox/chatoutbox.h"
 #include "chat/store/chatrowsmodel.h"
+#include "support/testapi.h"
 #include "support/testhome.h"
 
 #include <QAbstractItemModelTester>
@@ -24,6 +25,8 @@ using namespace Qt::StringLiterals;
 class DesktopModelsTest : public QObject
 {
     Q_OBJECT
+
+    TestApi api;
 
 private slots:
     void jsonTree_data();
@@ -159,7 +162,7 @@ void DesktopModelsTest::pasteAttaches()
     TestHome home;
     QTemporaryDir scratch;
     FakeReachability reachability;
-    ChatStores chats(ChatPorts{Sleeper::real(), reachability, Clock::system()});
+    ChatStores chats(ChatPorts{api, Sleeper::real(), reachability, Clock::system()});
     ChatController chat(chats, ChatScope::main(), u"tester"_s, u"user"_s);
     QMimeData data;
     if (image) {

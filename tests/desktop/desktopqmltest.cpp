@@ -11,6 +11,7 @@
 #include "platform/sleeper.h"
 #include "support/fakereachability.h"
 #include "platform/filesecretstore.h"
+#include "support/testapi.h"
 #include "support/testhome.h"
 #include "text/l.h"
 
@@ -33,6 +34,7 @@ using namespace Qt::StringLiterals;
 class Fixture : public QObject
 {
     Q_OBJECT
+
 
 public:
     explicit Fixture(ChatController *chat)
@@ -68,7 +70,7 @@ public slots:
         // Nothing listens on the discard port: every send stays in the outbox.
         qputenv("HALVENMARK_SERVER", "http://127.0.0.1:9");
         L::set(u"en"_s);
-        m_session = std::make_unique<Session>(
+        m_session = std::make_unique<Session>(api, 
             std::make_unique<FileSecretStore>(QDir(m_home->path()).filePath(u"secrets"_s)));
         m_app = std::make_unique<App>(m_session.get(), m_chats);
         m_app->setOnboarded(true);
@@ -98,8 +100,9 @@ public slots:
     }
 
 private:
+    TestApi api;
     FakeReachability m_reachability;
-    ChatStores m_chats{ChatPorts{Sleeper::real(), m_reachability, Clock::system()}};
+    ChatStores m_chats{ChatPorts{api, Sleeper::real(), m_reachability, Clock::system()}};
     std::unique_ptr<TestHome> m_home;
     std::unique_ptr<Session> m_session;
     std::unique_ptr<App> m_app;

@@ -27,19 +27,6 @@ class FeatureCliTest : public QObject
         return runCli(QStringLiteral(HALVENMARK_CLI), args, env, input);
     }
 
-    // Sizes of the accepted health pages, in order.
-    QList<int> pages()
-    {
-        QList<int> out;
-        for (const QJsonValue &e : service.log()) {
-            const QJsonObject body =
-                QJsonDocument::fromJson(e[u"body"].toString().toUtf8()).object();
-            if (e[u"path"].toString() == u"webapi/health/sync" && e[u"status"].toInt() == 200)
-                out << int(body[u"workouts"].toArray().size() + body[u"deleted"].toArray().size());
-        }
-        return out;
-    }
-
 private slots:
     void initTestCase() { QVERIFY2(service.running(), "the reference service did not start"); }
 
@@ -94,39 +81,6 @@ private slots:
         QCOMPARE(cli({"vault", "rm", items[0][u"id"].toString()}).status, 1);
     }
 
-    void healthImportThenALaterExport()
-    {
-        QTemporaryDir dir;
-        const auto write = [&](int from, int count) {
-            QByteArray xml = "<HealthData>";
-            const QDateTime first(QDate::currentDate().addDays(-30), QTime(6, 0), Qt::UTC);
-            for (int i = from; i < count; ++i) {
-                const QString start = first.addSecs(i * 600).toString(u"yyyy-MM-dd HH:mm:ss +0000");
-                xml +=
-                    QStringLiteral("<Workout workoutActivityType=\"HKWorkoutActivityTypeWalking\" "
-                                   "sourceName=\"W\" startDate=\"%1\" endDate=\"%1\"/>")
-                        .arg(start)
-                        .toUtf8();
-            }
-            QFile file(dir.filePath(u"export.xml"_qs));
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            file.write(xml + "</HealthData>");
-        };
-        write(0, 520);
-        Run run = cli({"health", "import", dir.filePath(u"export.xml"_qs), "--json"});
-        QCOMPARE(run.status, 0);
-        QCOMPARE(QJsonDocument::fromJson(run.out).object().value(u"total_workouts").toInt(), 520);
-        QCOMPARE(pages(), (QList<int>{500, 20}));
-
-        service.clearLog();
-        write(1, 523); // the next export of the same phone: the first gone, three more
-        QCOMPARE(cli({"health", "import", dir.filePath(u"export.xml"_qs)}).status, 0);
-        QCOMPARE(pages(), QList<int>{4});
-
-        QCOMPARE(cli({"health", "disconnect", "--forget"}).status, 0);
-        run = cli({"health", "--json"});
-        QCOMPARE(QJsonDocument::fromJson(run.out).object().value(u"connected").toBool(true), false);
-    }
 };
 
 QTEST_GUILESS_MAIN(FeatureCliTest)

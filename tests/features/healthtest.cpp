@@ -102,19 +102,14 @@ class HealthTest : public QObject
 
     std::unique_ptr<HealthSync> makeSync()
     {
-        return std::make_unique<HealthSync>(
+        return std::make_unique<HealthSync>(identity.api(), 
             &store, [this] { return identity.name; }, [] { return now; });
     }
 
     // The bodies of the pages the server accepted, in order.
     QList<QJsonObject> pages()
     {
-        QList<QJsonObject> out;
-        for (const QJsonValue &e : service.log()) {
-            if (e[u"path"].toString() == u"webapi/health/sync" && e[u"status"].toInt() == 200)
-                out << QJsonDocument::fromJson(e[u"body"].toString().toUtf8()).object();
-        }
-        return out;
+        return Service::bodies(service.requests(u"webapi/health/sync"_s, true));
     }
 
     static QList<int> sizes(const QList<QJsonObject> &bodies)

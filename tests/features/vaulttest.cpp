@@ -70,7 +70,7 @@ class VaultTest : public QObject
     // A new item through the service itself, as another device would have saved it.
     void seed()
     {
-        VaultStore store(owner, nullptr, sleeper);
+        VaultStore store(identity.api(), owner, nullptr, sleeper);
         const QMap<QString, QString> fields{{u"title"_s, u"Plan"_s}, {u"note"_s, u"text"_s}};
         Sync::run(store.save(std::nullopt, VaultKind::Note, fields, false));
     }
@@ -205,7 +205,7 @@ private slots:
         seed();
         owner.missing = missing;
         owner.accept = accept;
-        VaultStore store(owner, &clipboard, sleeper);
+        VaultStore store(identity.api(), owner, &clipboard, sleeper);
         store.setActive(active);
         Sync::run(store.unlock());
         QCOMPARE(owner.asked, asked);
@@ -218,7 +218,7 @@ private slots:
     void lockingForgetsItems()
     {
         seed();
-        VaultStore store(owner, &clipboard, sleeper);
+        VaultStore store(identity.api(), owner, &clipboard, sleeper);
         Sync::run(store.unlock());
         QCOMPARE(store.items().size(), 1);
         store.setActive(false);
@@ -235,7 +235,7 @@ private slots:
 
     void saveRevealAndRemove()
     {
-        VaultStore store(owner, &clipboard, sleeper);
+        VaultStore store(identity.api(), owner, &clipboard, sleeper);
         Sync::run(store.unlock());
         const auto save = [&](const QString &title, const QString &key) {
             const QMap<QString, QString> fields{{u"title"_s, title}, {u"key"_s, key}};
@@ -251,10 +251,7 @@ private slots:
         for (int i = 0; i < 2; ++i)
             QCOMPARE(Sync::run(store.reveal(a)), u"sk-1"_s);
         // Asked of the server each time, and nowhere in what the store holds.
-        int asked = 0;
-        for (const QJsonValue &e : service.log())
-            asked += e[u"path"].toString() == u"webapi/vault/%1/reveal"_s.arg(a.id);
-        QCOMPARE(asked, 2);
+        QCOMPARE(service.requests(u"webapi/vault/%1/reveal"_s.arg(a.id)).size(), 2);
         const QByteArray held = QJsonDocument::fromVariant(store.itemMaps()).toJson();
         QVERIFY(!held.contains("sk-1") && !held.contains("sk-2"));
         // Nor in any file of the app's (settings, page cache, outbox).
@@ -291,7 +288,7 @@ private slots:
         QFETCH(QJsonObject, fault);
         QFETCH(bool, advanceClock);
         QFETCH(QString, failure);
-        VaultStore store(owner, &clipboard, sleeper);
+        VaultStore store(identity.api(), owner, &clipboard, sleeper);
         Sync::run(store.unlock());
         sleeper.requested.clear();
         fault.insert(u"match"_s, u"webapi/vault"_s);

@@ -2,6 +2,7 @@
 // how each kind of reply is judged.
 
 #include "net/api.h"
+#include "net/wire.h"
 #include "net/identity.h"
 #include "net/projectcache.h"
 #include "platform/atomicfile.h"
@@ -41,7 +42,7 @@ class ApiTest : public QObject
 
     QString signIn(const QString &user = QStringLiteral("demo"))
     {
-        const Api::Login login = Sync::run(Api::login(user, user + QStringLiteral("-password")));
+        const Api::Login login = Sync::run(identity.api().login(user, user + QStringLiteral("-password")));
         return login.cookie;
     }
 
@@ -56,220 +57,30 @@ private slots:
     {
         service.reset();
         ProjectCache::clear();
-        Api::due().clear();
+        identity.api().due().clear();
         identity.value = signIn();
         identity.rejections = 0;
         service.clearLog();
-    }
-
-    void loginReadsCookieAndIdentity()
-    {
-        const Api::Login login = Sync::run(Api::login(QStringLiteral("owner"), QStringLiteral("owner-password")));
-        QVERIFY(!login.cookie.isEmpty());
-        QCOMPARE(login.user, QStringLiteral("owner"));
-        QCOMPARE(login.role, QStringLiteral("owner"));
-        const QJsonObject sent = lastRequest(service);
-        QCOMPARE(sent.value(u"headers").toObject().value(u"Content-Type").toString(),
-                 QStringLiteral("application/json"));
-        QVERIFY(!sent.value(u"headers").toObject().contains(u"Cookie"));
-    }
-
-    void loginFailures_data()
-    {
-        QTest::addColumn<QJsonObject>("fault");
-        QTest::addColumn<QString>("password");
-        QTest::addColumn<int>("status");
-        QTest::addColumn<QString>("reason");
-        QTest::newRow("wrong password") << QJsonObject() << "nope" << 401
-                                        << "Wrong user name or password.";
-        QTest::newRow("200 without cookie")
-            << QJsonObject{{"match", "webapi/auth/login"}, {"status", 200}, {"body", R"({"ok":true})"}}
-            << "demo-password" << 200 << "no session cookie in the reply";
-        QTest::newRow("rate limited") << QJsonObject{{"match", "webapi/auth/login"}, {"status", 429}}
-                                      << "demo-password" << 429 << "Slow down.";
-    }
-
-    void loginFailures()
-    {
-        QFETCH(QJsonObject, fault);
-        QFETCH(QString, password);
-        if (!fault.isEmpty())
-            service.fault(fault);
-        try {
-            Sync::run(Api::login(QStringLiteral("demo"), password));
-            QFAIL("login should have failed");
-        } catch (const Api::Failed &failed) {
-            QTEST(failed.status, "status");
-            QTEST(failed.description(), "reason");
-        }
-        QCOMPARE(identity.rejections, 0);
-    }
-
-    void tokenSignIn()
-    {
-        const QString token = service.token(QStringLiteral("demo"));
-        QVERIFY(!Sync::run(Api::exchange(token)).isEmpty());
-        QVERIFY_THROWS_EXCEPTION(Api::Failed, Sync::run(Api::exchange(token))); // one time only
-    }
-
-    void everyCallCarriesOnlyOurHeaders()
-    {
-        Sync::run(Api::post(QStringLiteral("webapi/prefs"), {{"lang", "he"}}));
-        const QJsonObject headers = lastRequest(service).value(u"headers").toObject();
-        QCOMPARE(headers.value(u"Cookie").toString(), QStringLiteral("rb_web_session=") + identity.value);
-        QCOMPARE(headers.value(u"User-Agent").toString(), Api::userAgent());
-        QCOMPARE(headers.value(u"Content-Type").toString(), QStringLiteral("application/json"));
     }
 
     void setCookieRepliesAreNeverReplayed()
     {
         // A sign-in reply sets a cookie; the next request must still carry only ours.
         signIn(QStringLiteral("owner"));
-        Sync::run(Api::page<QJsonValue>(QStringLiteral("webapi/projects")));
+        Sync::run(identity.api().page<QJsonValue>(QStringLiteral("webapi/projects")));
         const QJsonObject headers = lastRequest(service).value(u"headers").toObject();
         QCOMPARE(headers.value(u"Cookie").toString(), QStringLiteral("rb_web_session=") + identity.value);
-    }
-
-    void noCookieSendsNothing()
-    {
-        identity.value.clear();
-        QVERIFY_THROWS_EXCEPTION(Api::Unauthorized, Sync::run(Api::page<QJsonValue>(QStringLiteral("webapi/me"))));
-        QVERIFY_THROWS_EXCEPTION(Api::Unauthorized, Sync::run(Api::fetch(QStringLiteral("webapi/tasks"))));
-        QVERIFY_THROWS_EXCEPTION(Api::Unauthorized, Api::socket(QStringLiteral("webapi/ws")));
-        QVERIFY(service.log().isEmpty());
-    }
-
-    void conditionalRoundTrip()
-    {
-        const auto first = Sync::run(Api::page<QJsonValue>(QStringLiteral("webapi/projects")));
-        QCOMPARE(first.source, Api::Source::Fresh);
-        const auto second = Sync::run(Api::page<QJsonValue>(QStringLiteral("webapi/projects")));
-        QCOMPARE(second.source, Api::Source::Unchanged);
-        QCOMPARE(second.value, first.value);
-        QCOMPARE(second.digest, first.digest);
-        const QJsonArray log = service.log();
-        QCOMPARE(log.size(), 2);
-        QVERIFY(!log.at(0)[u"headers"].toObject().contains(u"X-RB-Have"));
-        QCOMPARE(log.at(1)[u"headers"][u"X-RB-Have"].toString(), first.digest);
-        QCOMPARE(log.at(1)[u"status"].toInt(), 304);
-
-        // A changed page comes back whole with a new digest and replaces the copy.
-        service.setPage(QStringLiteral("webapi/projects"), QJsonArray{QStringLiteral("new")});
-        const auto third = Sync::run(Api::page<QJsonValue>(QStringLiteral("webapi/projects")));
-        QCOMPARE(third.source, Api::Source::Fresh);
-        QCOMPARE(third.value, QJsonValue(QJsonArray{QStringLiteral("new")}));
-        QVERIFY(third.digest != first.digest);
-    }
-
-    void notModifiedWithoutHaveIsAnError()
-    {
-        service.fault({{"match", "webapi/tasks"}, {"status", 304}});
-        try {
-            Sync::run(Api::fetch(QStringLiteral("webapi/tasks")));
-            QFAIL("a 304 to an unconditional request must fail");
-        } catch (const Api::Failed &failed) {
-            QCOMPARE(failed.status, 304);
-        }
-    }
-
-    void offlineFallback_data()
-    {
-        QTest::addColumn<QJsonObject>("fault");
-        QTest::addColumn<bool>("servedFromDisk");
-        QTest::newRow("503 html") << QJsonObject{{"status", 503}} << true;
-        QTest::newRow("520") << QJsonObject{{"status", 520}} << true;
-        QTest::newRow("504") << QJsonObject{{"status", 504}} << true;
-        QTest::newRow("dropped connection") << QJsonObject{{"drop", true}} << true;
-        QTest::newRow("500 is a real error") << QJsonObject{{"status", 500}} << false;
-        QTest::newRow("429 is a real error") << QJsonObject{{"status", 429}} << false;
-    }
-
-    void offlineFallback()
-    {
-        QFETCH(QJsonObject, fault);
-        QFETCH(bool, servedFromDisk);
-        const QString path = QStringLiteral("webapi/projects");
-        const auto seen = Sync::run(Api::page<QJsonValue>(path));
-
-        fault.insert(QStringLiteral("match"), path);
-        fault.insert(QStringLiteral("times"), -1);
-        service.fault(fault);
-        if (servedFromDisk) {
-            const auto offline = Sync::run(Api::page<QJsonValue>(path));
-            QCOMPARE(offline.source, Api::Source::Saved);
-            QCOMPARE(offline.value, seen.value);
-            QCOMPARE(offline.digest, seen.digest);
-        } else {
-            QVERIFY_THROWS_EXCEPTION(Api::Failed, Sync::run(Api::page<QJsonValue>(path)));
-        }
-        // A page never seen has nothing to fall back on.
-        service.fault({{"match", "webapi/automations"}, {"status", 503}, {"times", -1}});
-        QVERIFY_THROWS_EXCEPTION(Api::Failed, Sync::run(Api::page<QJsonValue>(QStringLiteral("webapi/automations"))));
-    }
-
-    void staleCopyThatNoLongerDecodesGivesTheNetworkError()
-    {
-        struct Strict {
-            static Strict fromJson(const QJsonValue &v)
-            {
-                JsonRecord check(v); // an object, or a DecodeError
-                Q_UNUSED(check)
-                return {};
-            }
-        };
-        Sync::run(Api::page<QJsonValue>(QStringLiteral("webapi/tasks"))); // an array on disk
-        service.fault({{"match", "webapi/tasks"}, {"status", 502}, {"times", -1}});
-        try {
-            Sync::run(Api::page<Strict>(QStringLiteral("webapi/tasks")));
-            QFAIL("expected the network error");
-        } catch (const Api::Failed &failed) {
-            QCOMPARE(failed.status, 502);
-        }
-    }
-
-    void freshBodyThatDoesNotDecodeIsThrown()
-    {
-        service.setPage(QStringLiteral("webapi/x"), QJsonObject{{"count", "many"}});
-        struct Counted {
-            qint64 count = 0;
-            static Counted fromJson(const QJsonValue &v) { return {JsonRecord(v).integer(QStringLiteral("count"))}; }
-        };
-        try {
-            Sync::run(Api::page<Counted>(QStringLiteral("webapi/x")));
-            QFAIL("expected a decoding error");
-        } catch (const DecodeError &error) {
-            QCOMPARE(error.key, QStringLiteral("count"));
-        }
-        QVERIFY(!ProjectCache::read(QStringLiteral("webapi/x"), identity.name));
-    }
-
-    void oneRetryForADroppedConnection()
-    {
-        service.fault({{"match", "webapi/tasks"}, {"drop", true}});
-        const QByteArray body = Sync::run(Api::fetch(QStringLiteral("webapi/tasks")));
-        QVERIFY(QJsonDocument::fromJson(body).isArray());
-        QCOMPARE(service.log().size(), 2);
     }
 
     void downloadsGoStraightToDisk()
     {
         QTemporaryDir folder;
-        const QString saved = Sync::run(Api::download(QStringLiteral("webapi/files/blob.bin"), folder.path()));
+        const QString saved = Sync::run(identity.api().download(QStringLiteral("webapi/files/blob.bin"), folder.path()));
         QCOMPARE(QFileInfo(saved).fileName(), QStringLiteral("blob.bin"));
         QByteArray expected;
         for (int i = 0; i < 256; ++i)
             expected += char(i);
         QCOMPARE(AtomicFile::read(saved), std::optional<QByteArray>(expected));
-
-        // A refusal leaves nothing behind.
-        service.fault({{"match", "webapi/files/report.txt"}, {"status", 403}, {"body", R"({"error":"no","detail":"Not yours."})"}});
-        try {
-            Sync::run(Api::download(QStringLiteral("webapi/files/report.txt"), folder.path()));
-            QFAIL("a refused download must fail");
-        } catch (const Api::Failed &failed) {
-            QCOMPARE(failed.description(), QStringLiteral("Not yours."));
-        }
-        QCOMPARE(QDir(folder.path()).entryList(QDir::Files | QDir::Hidden), QStringList{"blob.bin"});
     }
 
     void tcpSocketsSendWithoutDelay()
@@ -284,11 +95,11 @@ private slots:
     void wholeExchangeHasATimeLimit()
     {
         // Slower than the limit, though well inside the idle timeout.
-        Api::setExchangeLimit(std::chrono::milliseconds(300));
-        const auto restore = qScopeGuard([] { Api::setExchangeLimit(std::chrono::seconds(120)); });
+        identity.api().setExchangeLimit(std::chrono::milliseconds(300));
+        const auto restore = qScopeGuard([this] { identity.api().setExchangeLimit(std::chrono::seconds(120)); });
         service.fault({{"match", "webapi/tasks"}, {"status", QJsonValue()}, {"delay", 3}, {"times", -1}});
         try {
-            Sync::run(Api::fetch(QStringLiteral("webapi/tasks")));
+            Sync::run(identity.api().fetch(QStringLiteral("webapi/tasks")));
             QFAIL("the exchange should have been cut off");
         } catch (const Api::TransportError &error) {
             QCOMPARE(error.code, QNetworkReply::TimeoutError);
@@ -297,11 +108,11 @@ private slots:
 
     void replyOverItsCapFails()
     {
-        Api::Request request = Api::authorized(QStringLiteral("webapi/echo"), "POST",
+        Api::Request request = identity.api().authorized(QStringLiteral("webapi/echo"), "POST",
                                                QJsonObject{{"text", QString(5000, u'a')}});
         request.maxBytes = 1000;
         try {
-            Sync::run(Api::exchange(request));
+            Sync::run(identity.api().exchange(request));
             QFAIL("a reply over the cap must fail");
         } catch (const Api::Failed &failed) {
             QCOMPARE(failed.code, QStringLiteral("too_large"));
@@ -323,76 +134,25 @@ private slots:
         service.fault({{"match", "webapi/echo"}, {"drop", true}, {"times", -1}});
         const QString path = QStringLiteral("webapi/echo");
         if (method == "GET")
-            QVERIFY_THROWS_EXCEPTION(Api::TransportError, Sync::run(Api::fetch(path)));
+            QVERIFY_THROWS_EXCEPTION(Api::TransportError, Sync::run(identity.api().fetch(path)));
         else if (method == "POST")
-            QVERIFY_THROWS_EXCEPTION(Api::TransportError, Sync::run(Api::post(path, {{"a", 1}})));
+            QVERIFY_THROWS_EXCEPTION(Api::TransportError, Sync::run(identity.api().post(path, {{"a", 1}})));
         else
-            QVERIFY_THROWS_EXCEPTION(Api::TransportError, Sync::run(Api::remove(path)));
+            QVERIFY_THROWS_EXCEPTION(Api::TransportError, Sync::run(identity.api().remove(path)));
         QTest::qWait(100); // a quiet re-send by Qt would arrive now
         QTEST(int(service.log().size()), "sent");
-    }
-
-    void onlyAPlain200IsKept()
-    {
-        service.fault({{"match", "webapi/tasks"}, {"status", 203}, {"body", "[1]"}});
-        const auto page = Sync::run(Api::page<QJsonValue>(QStringLiteral("webapi/tasks")));
-        QCOMPARE(page.value, QJsonValue(QJsonArray{1}));
-        QCOMPARE(ProjectCache::read(QStringLiteral("webapi/tasks"), QStringLiteral("demo")), std::nullopt);
-    }
-
-    void refreshingPagesAreDue()
-    {
-        service.setPage(QStringLiteral("webapi/board"), QJsonObject{{"cards", QJsonArray()}},
-                        {{"refreshing", 2.5}});
-        Sync::run(Api::page<QJsonValue>(QStringLiteral("/webapi/board")));
-        QCOMPARE(Api::due().value(QStringLiteral("webapi/board")), 2.5);
     }
 
     void projectFilesFallBackOffline()
     {
         const QString path = QStringLiteral("webapi/projects/1/files/notes.md");
-        const QByteArray online = Sync::run(Api::fetch(path));
+        const QByteArray online = Sync::run(identity.api().fetch(path));
         QVERIFY(!online.isEmpty());
         service.fault({{"match", path}, {"drop", true}, {"times", -1}});
-        QCOMPARE(Sync::run(Api::fetch(path)), online);
+        QCOMPARE(Sync::run(identity.api().fetch(path)), online);
         // Other paths have no copy to offer.
         service.fault({{"match", "webapi/tasks"}, {"drop", true}, {"times", -1}});
-        QVERIFY_THROWS_EXCEPTION(Api::TransportError, Sync::run(Api::fetch(QStringLiteral("webapi/tasks"))));
-    }
-
-    void staleCookieDoesNotSignOut()
-    {
-        const QString old = identity.value;
-        identity.value = signIn(); // a new session; the old one ends on the server
-        Api::Request request = Api::authorized(QStringLiteral("webapi/me"), "GET", std::nullopt, old);
-        service.expire(QStringLiteral("demo"));
-        QVERIFY_THROWS_EXCEPTION(Api::Unauthorized, Sync::run(Api::exchange(request)));
-        QCOMPARE(identity.rejections, 0);
-        // The same 401 to the cookie we hold now ends the session.
-        QVERIFY_THROWS_EXCEPTION(Api::Unauthorized, Sync::run(Api::post(QStringLiteral("webapi/prefs"), {})));
-        QCOMPARE(identity.rejections, 1);
-    }
-
-    void emptyAndOddBodies()
-    {
-        service.fault({{"match", "webapi/prefs"}, {"status", 200}, {"body", ""}});
-        QCOMPARE(Sync::run(Api::post(QStringLiteral("webapi/prefs"), {})), QJsonObject());
-        service.fault({{"match", "webapi/prefs"}, {"status", 204}});
-        QCOMPARE(Sync::run(Api::raw(QStringLiteral("webapi/prefs"), "POST", std::chrono::seconds(5), QJsonObject())),
-                 std::nullopt);
-        service.fault({{"match", "webapi/prefs"}, {"status", 200}, {"body", "42"}});
-        QCOMPARE(Sync::run(Api::raw(QStringLiteral("webapi/prefs"), "GET", std::chrono::seconds(5))),
-                 std::optional<QJsonValue>(42));
-    }
-
-    void openCallsSendNoCookie()
-    {
-        const QJsonObject reply = Sync::run(Api::openPost({{"message", "hi"}}, QStringLiteral("webapi/public/contact")));
-        QCOMPARE(reply.value(u"received")[u"message"].toString(), QStringLiteral("hi"));
-        const auto status = Sync::run(Api::open<QJsonObject>(QStringLiteral("webapi/public/status")));
-        QVERIFY(status.value(u"ok").toBool());
-        for (const QJsonValue &entry : service.log())
-            QVERIFY(!entry[u"headers"].toObject().contains(u"Cookie"));
+        QVERIFY_THROWS_EXCEPTION(Api::TransportError, Sync::run(identity.api().fetch(QStringLiteral("webapi/tasks"))));
     }
 
     void uploadIsStrictMultipart()
@@ -403,7 +163,7 @@ private slots:
         // Named: GCC 12 destroys brace-built aggregate arguments of a coroutine twice.
         const Api::Upload upload{{QStringLiteral("file"), QStringLiteral("photo.jpg"), QStringLiteral("image/jpeg"), data},
                                  {{QStringLiteral("scope"), QStringLiteral("main")}}};
-        const auto reply = Sync::run(Api::upload<QJsonObject>(QStringLiteral("webapi/upload"), upload));
+        const auto reply = Sync::run(identity.api().upload<QJsonObject>(QStringLiteral("webapi/upload"), upload));
         QCOMPARE(reply.value(u"size").toInt(), data.size());
         QCOMPARE(reply.value(u"sha256").toString(), ProjectCache::digest(data));
         QCOMPARE(reply.value(u"fields")[u"scope"].toString(), QStringLiteral("main"));
@@ -412,16 +172,16 @@ private slots:
 
     void namedDownload()
     {
-        const auto named = Sync::run(Api::fetchNamed(QStringLiteral("webapi/files/דוח שבועי.txt")));
+        const auto named = Sync::run(identity.api().fetchNamed(QStringLiteral("webapi/files/דוח שבועי.txt")));
         QCOMPARE(named.filename, QStringLiteral("דוח שבועי.txt"));
         QVERIFY(!named.data.isEmpty());
-        const auto bare = Sync::run(Api::fetchNamed(QStringLiteral("webapi/raw/report.txt")));
+        const auto bare = Sync::run(identity.api().fetchNamed(QStringLiteral("webapi/raw/report.txt")));
         QCOMPARE(bare.filename, QStringLiteral("report.txt"));
     }
 
     void socketTakesLargeMessages()
     {
-        Api::PendingSocket pending = Api::socket(QStringLiteral("webapi/ws"));
+        Api::PendingSocket pending = identity.api().socket(QStringLiteral("webapi/ws"));
         QCOMPARE(pending.request.url().scheme(), QStringLiteral("ws"));
         QWebSocket *ws = pending.socket.get();
         QSignalSpy messages(ws, &QWebSocket::textMessageReceived);

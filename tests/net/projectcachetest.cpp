@@ -2,6 +2,7 @@
 
 #include "net/api.h"
 #include "net/projectcache.h"
+#include "support/testapi.h"
 #include "support/testhome.h"
 
 #include <QCryptographicHash>
@@ -11,6 +12,8 @@
 class ProjectCacheTest : public QObject
 {
     Q_OBJECT
+
+    TestApi api;
 
     TestHome home;
 
@@ -47,7 +50,7 @@ private slots:
         QFETCH(QString, path);
         QFETCH(bool, kept);
         QCOMPARE(ProjectCache::keeps(path), kept);
-        QCOMPARE(ProjectCache::file(path, QStringLiteral("demo")).has_value(), kept);
+        QCOMPARE(ProjectCache::file(api.get().base().toString(), path, QStringLiteral("demo")).has_value(), kept);
     }
 
     void fileNames()
@@ -56,39 +59,39 @@ private slots:
             QCryptographicHash::hash("https://example.test/|demo|webapi/projects",
                                      QCryptographicHash::Sha256)
                 .toHex());
-        const auto file = ProjectCache::file(QStringLiteral("webapi/projects"), QStringLiteral("demo"));
+        const auto file = ProjectCache::file(api.get().base().toString(), QStringLiteral("webapi/projects"), QStringLiteral("demo"));
         QVERIFY(file);
         QCOMPARE(QFileInfo(*file).fileName(), expected);
         QCOMPARE(QFileInfo(*file).absolutePath(),
                  QDir(home.path()).filePath(QStringLiteral("project-cache")));
-        QVERIFY(!ProjectCache::file(QStringLiteral("webapi/projects"), QString()));
-        QVERIFY(*ProjectCache::file(QStringLiteral("webapi/projects"), QStringLiteral("other"))
+        QVERIFY(!ProjectCache::file(api.get().base().toString(), QStringLiteral("webapi/projects"), QString()));
+        QVERIFY(*ProjectCache::file(api.get().base().toString(), QStringLiteral("webapi/projects"), QStringLiteral("other"))
                 != *file);
     }
 
     void usersAreSeparateAndClearEmptiesAll()
     {
         const QString page = QStringLiteral("webapi/projects");
-        ProjectCache::write("alice's", page, QStringLiteral("alice"));
-        ProjectCache::write("bob's", page, QStringLiteral("bob"));
-        ProjectCache::remember(std::any(42), QStringLiteral("d"), page, QStringLiteral("alice"));
-        QCOMPARE(ProjectCache::read(page, QStringLiteral("alice")).value_or(""), QByteArray("alice's"));
-        QCOMPARE(ProjectCache::read(page, QStringLiteral("bob")).value_or(""), QByteArray("bob's"));
-        QVERIFY(!ProjectCache::remembered(page, QStringLiteral("bob")));
-        QCOMPARE(std::any_cast<int>(ProjectCache::remembered(page, QStringLiteral("alice"))->value), 42);
+        ProjectCache::write("alice's", api.get().base().toString(), page, QStringLiteral("alice"));
+        ProjectCache::write("bob's", api.get().base().toString(), page, QStringLiteral("bob"));
+        ProjectCache::remember(std::any(42), QStringLiteral("d"), api.get().base().toString(), page, QStringLiteral("alice"));
+        QCOMPARE(ProjectCache::read(api.get().base().toString(), page, QStringLiteral("alice")).value_or(""), QByteArray("alice's"));
+        QCOMPARE(ProjectCache::read(api.get().base().toString(), page, QStringLiteral("bob")).value_or(""), QByteArray("bob's"));
+        QVERIFY(!ProjectCache::remembered(api.get().base().toString(), page, QStringLiteral("bob")));
+        QCOMPARE(std::any_cast<int>(ProjectCache::remembered(api.get().base().toString(), page, QStringLiteral("alice"))->value), 42);
 
         ProjectCache::clear();
-        QVERIFY(!ProjectCache::read(page, QStringLiteral("alice")));
-        QVERIFY(!ProjectCache::read(page, QStringLiteral("bob")));
-        QVERIFY(!ProjectCache::remembered(page, QStringLiteral("alice")));
+        QVERIFY(!ProjectCache::read(api.get().base().toString(), page, QStringLiteral("alice")));
+        QVERIFY(!ProjectCache::read(api.get().base().toString(), page, QStringLiteral("bob")));
+        QVERIFY(!ProjectCache::remembered(api.get().base().toString(), page, QStringLiteral("alice")));
     }
 
     void pagesNotKeptAreNeverWritten()
     {
-        ProjectCache::write("x", QStringLiteral("webapi/tasks?offset=50"), QStringLiteral("demo"));
-        ProjectCache::remember(std::any(1), {}, QStringLiteral("webapi/me"), QStringLiteral("demo"));
+        ProjectCache::write("x", api.get().base().toString(), QStringLiteral("webapi/tasks?offset=50"), QStringLiteral("demo"));
+        ProjectCache::remember(std::any(1), {}, api.get().base().toString(), QStringLiteral("webapi/me"), QStringLiteral("demo"));
         QVERIFY(QDir(ProjectCache::directory()).isEmpty());
-        QVERIFY(!ProjectCache::remembered(QStringLiteral("webapi/me"), QStringLiteral("demo")));
+        QVERIFY(!ProjectCache::remembered(api.get().base().toString(), QStringLiteral("webapi/me"), QStringLiteral("demo")));
     }
 
     void digestIsLowerHexSha256()

@@ -1,6 +1,8 @@
 // The transport's pure pieces: addresses, queries, error bodies, multipart, cookies.
 
+#include "support/testapi.h"
 #include "net/api.h"
+#include "net/wire.h"
 #include "net/multipart.h"
 #include "net/serveraddress.h"
 #include "net/setcookie.h"
@@ -11,11 +13,13 @@ class WireTest : public QObject
 {
     Q_OBJECT
 
+    TestApi api;
+
 private slots:
     void initTestCase()
     {
         qputenv("HALVENMARK_SERVER", "https://example.test/base");
-        QCOMPARE(Api::base().toString(), QStringLiteral("https://example.test/base/"));
+        QCOMPARE(api.get().base().toString(), QStringLiteral("https://example.test/base/"));
     }
 
     void url_data()
@@ -44,7 +48,7 @@ private slots:
     {
         QFETCH(QString, path);
         QFETCH(QString, expected);
-        QCOMPARE(Api::url(path).toString(QUrl::FullyEncoded), expected);
+        QCOMPARE(Wire::url(api.get().base(), path).toString(QUrl::FullyEncoded), expected);
     }
 
     void isEncoded_data()
@@ -64,7 +68,7 @@ private slots:
     {
         QFETCH(QString, query);
         QFETCH(bool, encoded);
-        QCOMPARE(Api::isEncoded(query), encoded);
+        QCOMPARE(Wire::isEncoded(query), encoded);
     }
 
     void serverAddress_data()
@@ -95,7 +99,7 @@ private slots:
 
     void userAgent()
     {
-        QCOMPARE(Api::userAgent(), QStringLiteral("RelayboxApp/0.1.0.1 (Linux; native)"));
+        QCOMPARE(Wire::userAgent(), QStringLiteral("RelayboxApp/0.1.0.1 (Linux; native)"));
     }
 
     void failure_data()
@@ -129,7 +133,7 @@ private slots:
     {
         QFETCH(int, status);
         QFETCH(QByteArray, body);
-        const Api::Failed failed = Api::failure(status, body);
+        const Api::Failed failed = ApiError::failure(status, body);
         QCOMPARE(failed.status, status);
         QTEST(failed.reason, "reason");
         QTEST(failed.code, "code");
@@ -179,7 +183,7 @@ private slots:
     {
         QFETCH(QByteArray, header);
         QFETCH(double, seconds);
-        const auto parsed = Api::refreshSeconds(header);
+        const auto parsed = Wire::refreshSeconds(header);
         QCOMPARE(parsed.has_value(), !qIsNaN(seconds));
         if (parsed)
             QCOMPARE(*parsed, seconds);
@@ -249,7 +253,7 @@ private slots:
     {
         QFETCH(QByteArray, header);
         QFETCH(QString, path);
-        QTEST(Api::filenameFor(header, path), "name");
+        QTEST(Wire::filenameFor(header, path), "name");
     }
 };
 

@@ -2,7 +2,10 @@
 
 #include "platform/appdata.h"
 #include "platform/atomicfile.h"
+#include "platform/debouncer.h"
 #include "platform/filesecretstore.h"
+#include "platform/wavfile.h"
+#include "support/fakesleeper.h"
 #include "support/sync.h"
 #include "support/testhome.h"
 
@@ -14,6 +17,9 @@
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QtEndian>
+
+using namespace Qt::StringLiterals;
 
 #include <sys/mount.h>
 
@@ -95,24 +101,128 @@ private slots:
         QVERIFY(!QFile::exists(store.path()));
     }
 
-    void fullDiskKeepsTheOldFile()
+    // A refused write leaves the old file and no half-written one beside it.
+    void refusedWriteKeepsTheOldFile_data()
     {
+        QTest::addColumn<bool>("readOnly"); // else the disk is full
+        QTest::newRow("full disk") << false;
+        QTest::newRow("read-only folder") << true; // root writes through any mode bits
+    }
+
+    void refusedWriteKeepsTheOldFile()
+    {
+        QFETCH(bool, readOnly);
         QTemporaryDir mountPoint;
         const QByteArray where = QFile::encodeName(mountPoint.path());
         if (::mount("tmpfs", where.constData(), "tmpfs", 0, "size=64k") != 0)
-            QSKIP("mounting a small tmpfs is not allowed here; the full-disk case is not tested");
+            QSKIP("mounting a small tmpfs is not allowed here; refused writes are not tested");
         const auto unmount = qScopeGuard([&] { ::umount2(where.constData(), MNT_DETACH); });
         const QString file = QDir(mountPoint.path()).filePath("transcript");
         QVERIFY(AtomicFile::write(file, "the old contents"));
-        // The disk fills up; a small write still fits in the file's buffer and fails only later.
-        QFile filler(QDir(mountPoint.path()).filePath("filler"));
-        QVERIFY(filler.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
-        while (filler.write(QByteArray(4096, 'f')) > 0) {
+        if (readOnly) {
+            QCOMPARE(::mount("tmpfs", where.constData(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr), 0);
+        } else {
+            // A small write still fits in the file's buffer and fails only later.
+            QFile filler(QDir(mountPoint.path()).filePath("filler"));
+            QVERIFY(filler.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
+            while (filler.write(QByteArray(4096, 'f')) > 0) {
+            }
         }
-        filler.close();
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("could not write"));
+        if (!readOnly) // refused at the open, before any bytes
+            QTest::ignoreMessage(QtWarningMsg, QRegularExpression("could not write"));
         QVERIFY(!AtomicFile::write(file, QByteArray(8 * 1024, 'x')));
         QCOMPARE(AtomicFile::read(file), std::optional<QByteArray>("the old contents"));
+        QCOMPARE(QDir(mountPoint.path()).entryList(QDir::Files | QDir::Hidden).filter("transcript"),
+                 QStringList{"transcript"});
+    }
+
+    // Outside the data folder too: a replaced file and the folders made for it are owner-only.
+    void atomicFilesAreOwnerOnly()
+    {
+        QTemporaryDir dir;
+        const QString loose = dir.filePath("loose.txt");
+        QVERIFY(QFile(loose).open(QIODevice::WriteOnly));
+        QVERIFY(QFile::setPermissions(loose, ownerFile | QFileDevice::ReadGroup | QFileDevice::ReadOther));
+        QVERIFY(AtomicFile::write(loose, "new"));
+        QCOMPARE(int(QFileInfo(loose).permissions() & (ownerFolder | others)), int(ownerFile));
+        QVERIFY(AtomicFile::write(dir.filePath("a/b/c.txt"), "x"));
+        for (const char *made : {"a", "a/b"})
+            QCOMPARE(int(QFileInfo(dir.filePath(made)).permissions() & (ownerFolder | others)),
+                     int(ownerFolder));
+        QCOMPARE(AtomicFile::read(dir.filePath("missing")), std::nullopt);
+        TestHome home;
+        FileSecretStore store(AppData::path("secrets.json"));
+        QVERIFY(Sync::run(store.write("session", "c1")));
+        QCOMPARE(int(QFileInfo(store.path()).permissions() & (ownerFolder | others)), int(ownerFile));
+    }
+
+    // A burst of requests runs the action once, after the last; flush runs it now; never
+    // after its owner is gone.
+    void debouncer()
+    {
+        FakeSleeper sleeper;
+        auto owner = std::make_unique<QObject>();
+        int runs = 0;
+        Debouncer d(owner.get(), std::chrono::milliseconds(500), [&] { ++runs; }, &sleeper);
+        for (int i = 0; i < 3; ++i)
+            d.schedule();
+        QVERIFY(d.pending());
+        sleeper.advance();
+        QTRY_COMPARE(runs, 1);
+        QVERIFY(!d.pending());
+        d.schedule();
+        d.flush();
+        QCOMPARE(runs, 2);
+        sleeper.advance(); // the flushed wait ends without a second run
+        QTest::qWait(20);
+        QCOMPARE(runs, 2);
+        d.flush(); // nothing pending
+        QCOMPARE(runs, 2);
+        d.schedule();
+        owner.reset();
+        sleeper.advance();
+        QTest::qWait(20);
+        QCOMPARE(runs, 2);
+        QCOMPARE(sleeper.requested.size(), 5);
+    }
+
+    void wav_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<int>("frames"); // -1: refused
+        const auto wav = [](quint16 format, quint16 channels, quint16 bits, quint32 dataSize,
+                            int dataBytes, const QByteArray &extra = {}) {
+            WavFile w{16000, channels, QByteArray(dataBytes, '\1')};
+            QByteArray b = w.bytes();
+            qToLittleEndian(format, b.data() + 20);
+            qToLittleEndian(bits, b.data() + 34);
+            qToLittleEndian(dataSize, b.data() + 40);
+            return b.insert(36, extra);
+        };
+        QTest::newRow("mono") << wav(1, 1, 16, 8, 8) << 4;
+        QTest::newRow("stereo") << wav(1, 2, 16, 8, 8) << 2;
+        QTest::newRow("extensible") << wav(0xFFFE, 1, 16, 4, 4) << 2;
+        QTest::newRow("a chunk before the data") << wav(1, 1, 16, 4, 4, "LIST\3\0\0\0abc\0"_ba) << 2;
+        QTest::newRow("cut short: whole frames") << wav(1, 2, 16, 1000, 7) << 1;
+        QTest::newRow("odd data size: whole frames") << wav(1, 1, 16, 3, 3) << 1;
+        QTest::newRow("no data chunk") << wav(1, 1, 16, 0, 0).left(36) << 0;
+        QTest::newRow("8-bit") << wav(1, 1, 8, 4, 4) << -1;
+        QTest::newRow("float") << wav(3, 1, 16, 4, 4) << -1;
+        QTest::newRow("no channels") << wav(1, 0, 16, 4, 4) << -1;
+        QTest::newRow("not RIFF") << "RIFX\0\0\0\0WAVE"_ba << -1;
+        QTest::newRow("empty") << QByteArray() << -1;
+    }
+
+    void wav()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(int, frames);
+        QString error;
+        const WavFile w = WavFile::parse(bytes, &error);
+        QCOMPARE(w.isValid(), frames >= 0);
+        QCOMPARE(error.isEmpty(), frames >= 0);
+        if (frames >= 0)
+            QCOMPARE(w.samples.size(), frames * w.channels * 2);
     }
 };
 

@@ -7,6 +7,7 @@
 #include "platform/secretstore.h"
 #include "session/coachengine.h"
 #include "session/session.h"
+#include "support/testapi.h"
 #include "support/service.h"
 #include "support/sync.h"
 #include "support/testhome.h"
@@ -28,9 +29,9 @@ std::unique_ptr<SecretStore> secrets()
     return SecretStore::platform(QStringLiteral("Halvenmark"));
 }
 
-std::unique_ptr<Session> newSession()
+std::unique_ptr<Session> newSession(Api &api)
 {
-    return std::make_unique<Session>(secrets());
+    return std::make_unique<Session>(api, secrets());
 }
 
 // What the keychain item holds: the cookie and the server it belongs to.
@@ -70,6 +71,8 @@ class SessionTest : public QObject
 {
     Q_OBJECT
 
+    TestApi api;
+
     std::unique_ptr<TestHome> home;
     Service service;
 
@@ -77,7 +80,7 @@ class SessionTest : public QObject
 
     std::unique_ptr<Session> signedIn(const QString &user = QStringLiteral("demo"))
     {
-        auto session = newSession();
+        auto session = newSession(api);
         Sync::run(session->signIn(user, user + QStringLiteral("-password")));
         return session;
     }
@@ -103,7 +106,7 @@ private slots:
 
     void bootWithoutCookieShowsSignIn()
     {
-        auto session = newSession();
+        auto session = newSession(api);
         Sync::run(session->boot());
         QCOMPARE(session->gate(), Session::Gate::Out);
         QCOMPARE(session->exit(), Session::Exit::Fresh);
@@ -155,7 +158,7 @@ private slots:
     {
         QFETCH(QJsonObject, fault);
         service.fault(fault);
-        auto session = newSession();
+        auto session = newSession(api);
         QVERIFY_THROWS_EXCEPTION(std::exception,
                                  Sync::run(session->signIn(QStringLiteral("demo"), QStringLiteral("demo-password"))));
         QCOMPARE(session->gate(), Session::Gate::Out);
@@ -182,7 +185,7 @@ private slots:
         else
             storeCookie(cookie, server);
         service.clearLog();
-        auto session = newSession();
+        auto session = newSession(api);
         Sync::run(session->boot());
         QCOMPARE(session->gate(), Session::Gate::Out);
         QCOMPARE(session->user(), QString());
@@ -195,12 +198,12 @@ private slots:
     {
         auto session = signedIn();
         // Meanwhile another process signs out and in as someone else.
-        const QString newer = Sync::run(Api::login(QStringLiteral("owner"), QStringLiteral("owner-password"))).cookie;
+        const QString newer = Sync::run(api.get().login(QStringLiteral("owner"), QStringLiteral("owner-password"))).cookie;
         storeCookie(newer, service.base().toString() + u'/');
         const QJsonObject profile{{"sessionHash", Session::sessionHash(newer)}, {"user", "owner"},
                                   {"server", service.base().toString() + u'/'}};
         QVERIFY(AtomicFile::write(session->offlineProfileFile(), QJsonDocument(profile).toJson()));
-        ProjectCache::write("[1]", QStringLiteral("webapi/projects"), QStringLiteral("owner"));
+        ProjectCache::write("[1]", api.get().base().toString(), QStringLiteral("webapi/projects"), QStringLiteral("owner"));
 
         service.expire(QStringLiteral("demo"));
         QVERIFY_THROWS_EXCEPTION(Api::Unauthorized, Sync::run(session->refresh()));
@@ -208,7 +211,7 @@ private slots:
         QCOMPARE(session->gate(), Session::Gate::Out);
         QCOMPARE(storedCookie(), std::optional<QString>(newer));
         QVERIFY(QFile::exists(session->offlineProfileFile()));
-        QVERIFY(ProjectCache::read(QStringLiteral("webapi/projects"), QStringLiteral("owner")));
+        QVERIFY(ProjectCache::read(api.get().base().toString(), QStringLiteral("webapi/projects"), QStringLiteral("owner")));
     }
 
     void sessionEndedDuringRefreshIsNotReady()
@@ -217,7 +220,7 @@ private slots:
         // The server has no language, and refuses the cookie when told one.
         service.fault({{"match", "webapi/prefs"}, {"method", "GET"}, {"body", R"({"prefs":{}})"}, {"status", 200}});
         service.fault({{"match", "webapi/prefs"}, {"method", "POST"}, {"status", 401}});
-        auto session = newSession();
+        auto session = newSession(api);
         Sync::run(session->boot());
         Sync::run(session->settle());
         QVERIFY(postedPrefs(service.log()));
@@ -230,7 +233,7 @@ private slots:
 
     void tokenSignIn()
     {
-        auto session = newSession();
+        auto session = newSession(api);
         Sync::run(session->signIn(service.token(QStringLiteral("tt_7f3a9c"))));
         QCOMPARE(session->gate(), Session::Gate::Ready);
         QCOMPARE(session->label(), QStringLiteral("guest@example.com"));
@@ -241,7 +244,7 @@ private slots:
     {
         const QString cookie = signedIn()->cookie();
         serverDown();
-        auto session = newSession();
+        auto session = newSession(api);
         QSignalSpy profile(session.get(), &Session::profileChanged);
         Sync::run(session->boot());
         QCOMPARE(session->gate(), Session::Gate::Offline);
@@ -254,7 +257,7 @@ private slots:
     void bootOnlineIsReady()
     {
         signedIn();
-        auto session = newSession();
+        auto session = newSession(api);
         Sync::run(session->boot());
         QCOMPARE(session->gate(), Session::Gate::Ready);
     }
@@ -264,7 +267,7 @@ private slots:
         signedIn();
         storeCookie(QStringLiteral("another"), service.base().toString() + u'/');
         serverDown();
-        auto session = newSession();
+        auto session = newSession(api);
         Sync::run(session->boot());
         QCOMPARE(session->gate(), Session::Gate::Checking);
         QCOMPARE(session->user(), QString());
@@ -273,7 +276,7 @@ private slots:
     void expiredSessionSignsOutEverywhere()
     {
         auto session = signedIn();
-        Sync::run(Api::page<QJsonValue>(QStringLiteral("webapi/projects")));
+        Sync::run(api.get().page<QJsonValue>(QStringLiteral("webapi/projects")));
         int resets = 0;
         session->onForget([&] { ++resets; });
         const int closes = session->coach()->closes();
@@ -290,14 +293,14 @@ private slots:
         QCOMPARE(resets, 1);
         QVERIFY(session->coach()->closes() > closes);
         QVERIFY(!QFile::exists(session->offlineProfileFile()));
-        QVERIFY(!ProjectCache::read(QStringLiteral("webapi/projects"), QStringLiteral("demo")));
+        QVERIFY(!ProjectCache::read(api.get().base().toString(), QStringLiteral("webapi/projects"), QStringLiteral("demo")));
         QCOMPARE(storedCookie(), std::nullopt);
     }
 
     void everyForgetStepRunsWhenOneFails()
     {
         auto session = signedIn();
-        Sync::run(Api::page<QJsonValue>(QStringLiteral("webapi/projects")));
+        Sync::run(api.get().page<QJsonValue>(QStringLiteral("webapi/projects")));
         bool later = false;
         session->onForget([] { throw std::runtime_error("chat reset broke"); });
         QTest::ignoreMessage(QtWarningMsg, "sign-out step reset hook failed: chat reset broke");
@@ -364,7 +367,7 @@ private slots:
         QCOMPARE(profile.count(), 1);
 
         // Another device chose Russian: the next refresh applies it.
-        Sync::run(Api::post(QStringLiteral("webapi/prefs"), {{"lang", "ru"}}));
+        Sync::run(api.get().post(QStringLiteral("webapi/prefs"), {{"lang", "ru"}}));
         Sync::run(session->refresh());
         QCOMPARE(L::current(), QStringLiteral("ru"));
     }

@@ -66,6 +66,31 @@ QJsonArray Service::log()
     return control("GET", QStringLiteral("log")).value(u"requests").toArray();
 }
 
+QList<QJsonObject> Service::requests(const QString &path, bool accepted)
+{
+    QList<QJsonObject> out;
+    for (const QJsonValue &entry : log()) {
+        if (entry[u"path"].toString() == path && (!accepted || entry[u"status"].toInt() == 200))
+            out << entry.toObject();
+    }
+    return out;
+}
+
+QList<QJsonObject> Service::bodies(const QList<QJsonObject> &requests)
+{
+    QList<QJsonObject> out;
+    for (const QJsonObject &r : requests)
+        out << QJsonDocument::fromJson(r[u"body"].toString().toUtf8()).object();
+    return out;
+}
+
+QJsonArray Service::messages(const QString &conversation, const QString &user)
+{
+    return control("GET", QStringLiteral("messages?user=%1&conversation_id=%2").arg(user, conversation))
+        .value(u"messages")
+        .toArray();
+}
+
 void Service::clearLog()
 {
     control("DELETE", QStringLiteral("log"));

@@ -25,6 +25,13 @@ public:
     // The next `times` requests whose path starts with `match` get this answer instead.
     void fault(const QJsonObject &fault);
     QJsonArray log();
+    // The logged requests for exactly this path; only those answered 200 when `accepted`.
+    QList<QJsonObject> requests(const QString &path, bool accepted = false);
+    // Their bodies, as JSON objects.
+    static QList<QJsonObject> bodies(const QList<QJsonObject> &requests);
+    // What one of the user's conversations holds on the server.
+    QJsonArray messages(const QString &conversation = QStringLiteral("main"),
+                        const QString &user = QStringLiteral("demo"));
     void clearLog();
     QString token(const QString &user);
     void expire(const QString &user);

@@ -3,6 +3,7 @@
 #include "net/api.h"
 #include "net/identity.h"
 #include "support/service.h"
+#include "support/testapi.h"
 #include "support/sync.h"
 
 // A signed-in identity for transport-level tests, without a Session: it holds a cookie,
@@ -13,6 +14,13 @@ public:
     QString value;
     QString name = QStringLiteral("demo");
     int rejections = 0;
+    TestApi transport;
+
+    TestIdentity() = default;
+    // Pointed at the service before anything can make the transport.
+    explicit TestIdentity(const Service &service) { use(service); }
+
+    Api &api() { return transport.get(); }
 
     QString cookie() const override { return value; }
     QString user() const override { return name; }
@@ -22,13 +30,13 @@ public:
     void use(const Service &service)
     {
         qputenv("HALVENMARK_SERVER", service.base().toString().toUtf8());
-        Api::setIdentity(this);
+        api().setIdentity(this);
     }
 
     // Signs in with the seed's password ("<user>-password").
     void signIn(const QString &user = QStringLiteral("demo"))
     {
         name = user;
-        value = Sync::run(Api::login(user, user + QStringLiteral("-password"))).cookie;
+        value = Sync::run(api().login(user, user + QStringLiteral("-password"))).cookie;
     }
 };

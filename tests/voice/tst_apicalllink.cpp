@@ -45,7 +45,7 @@ private slots:
 
     void framesGoBothWaysUntilTheServerDrops()
     {
-        ApiCallLink link;
+        ApiCallLink link{identity.api()};
         QSignalSpy received(&link, &CallLink::received);
         QSignalSpy dropped(&link, &CallLink::dropped);
         QVERIFY(Sync::run(link.open(socketPath)));
@@ -67,7 +67,7 @@ private slots:
 
     void closingItselfIsNoDrop()
     {
-        ApiCallLink link;
+        ApiCallLink link{identity.api()};
         QSignalSpy dropped(&link, &CallLink::dropped);
         QVERIFY(Sync::run(link.open(socketPath)));
         link.close();
@@ -87,14 +87,14 @@ private slots:
         if (!signedIn) {
             identity.value.clear();
         }
-        ApiCallLink link;
+        ApiCallLink link{identity.api()};
         QVERIFY(!Sync::run(link.open(socketPath)));
         QVERIFY(!link.isOpen());
     }
 
     void requestsCarryTheSession()
     {
-        ApiCallLink link;
+        ApiCallLink link{identity.api()};
         const QJsonObject status =
             Sync::run(link.get(u"webapi/voice-live/status"_s, std::chrono::seconds(25)));
         QVERIFY(status.value(u"available"_s).toBool());

@@ -48,80 +48,97 @@ ChatMessage ChatMessage::fromJson(const QJsonValue &value)
 namespace {
 
 // One look-up per key, no key text made: a transcript of tens of thousands of messages is
-// decoded at close to the speed of parsing it. Lenient: a key of the wrong type (or a number
+// decoded at close to the speed of reading it. Lenient: a key of the wrong type (or a number
 // out of range) takes its default, and the message stays.
 class Reader
 {
 public:
-    explicit Reader(QJsonObject object)
-        : m_object(std::move(object))
+    using Field = ChatMessage::Field;
+
+    explicit Reader(const ChatMessage::Fields &field)
+        : m_field(field)
     {
     }
 
-    QJsonValue get(QLatin1StringView key) const
-    {
-        const QJsonValue v = m_object.value(key);
-        return v.isNull() ? QJsonValue(QJsonValue::Undefined) : v;
-    }
+    Field get(QLatin1StringView key) const { return m_field(key); }
     QString string(QLatin1StringView key) const
     {
-        const QJsonValue v = get(key);
-        if (v.isString())
-            return v.toString();
-        if (!v.isUndefined())
+        Field v = get(key);
+        if (v.type == QJsonValue::String)
+            return std::move(v.text);
+        if (v.type != QJsonValue::Undefined)
             wrong(key, "a string", v);
         return {};
     }
     std::optional<QString> optional(QLatin1StringView key) const
     {
-        const QJsonValue v = get(key);
-        if (v.isString())
-            return v.toString();
-        if (!v.isUndefined())
+        Field v = get(key);
+        if (v.type == QJsonValue::String)
+            return std::move(v.text);
+        if (v.type != QJsonValue::Undefined)
             wrong(key, "a string", v);
         return std::nullopt;
     }
     // Ids sent as numbers are kept as their digits.
     std::optional<QString> id(QLatin1StringView key) const
     {
-        const QJsonValue v = get(key);
-        if (v.isString())
-            return v.toString();
-        if (v.isDouble()) {
-            if (auto text = ChatJson::looseText(v))
+        Field v = get(key);
+        if (v.type == QJsonValue::String)
+            return std::move(v.text);
+        if (v.type == QJsonValue::Double) {
+            if (auto text = ChatJson::looseText(QJsonValue(v.number)))
                 return text;
         }
-        if (!v.isUndefined())
+        if (v.type != QJsonValue::Undefined)
             wrong(key, "a string", v);
         return std::nullopt;
     }
-    static void wrong(QLatin1StringView key, const char *expected, const QJsonValue &v)
+    static void wrong(QLatin1StringView key, const char *expected, const Field &v)
     {
         qCDebug(lcModel) << "message key" << key << "should be" << expected << "found"
-                         << Decode::typeName(v) << "- default used";
+                         << Decode::typeName(QJsonValue(v.type)) << "- default used";
     }
 
 private:
-    QJsonObject m_object;
+    const ChatMessage::Fields &m_field;
 };
 
 } // namespace
 
 ChatMessage ChatMessage::fromJson(const QJsonValue &value, double now)
 {
-    using namespace ChatJson;
     if (!value.isObject())
         throw DecodeError({}, u"an object"_s, Decode::typeName(value));
-    const Reader r(value.toObject());
+    const QJsonObject object = value.toObject();
+    return fromFields(
+        [&object](QLatin1StringView key) {
+            const QJsonValue v = object.value(key);
+            Field f;
+            f.type = v.isNull() ? QJsonValue::Undefined : v.type();
+            if (v.isString())
+                f.text = v.toString();
+            else if (v.isDouble())
+                f.number = v.toDouble();
+            else if (v.isArray())
+                f.list = v.toArray();
+            return f;
+        },
+        now);
+}
+
+ChatMessage ChatMessage::fromFields(const Fields &field, double now)
+{
+    using namespace ChatJson;
+    const Reader r(field);
     ChatMessage m;
 
-    if (const QJsonValue seq = r.get("seq"_L1); seq.isDouble()) {
-        const double d = seq.toDouble();
+    if (const Field seq = r.get("seq"_L1); seq.type == QJsonValue::Double) {
+        const double d = seq.number;
         if (d == std::floor(d) && d >= 0 && d <= double(maxSeq))
             m.seq = qint64(d);
         else
             qCDebug(lcModel) << "message seq" << d << "out of range - default used";
-    } else if (!seq.isUndefined()) {
+    } else if (seq.type != QJsonValue::Undefined) {
         Reader::wrong("seq"_L1, "a whole number", seq);
     }
     m.role = r.string("role"_L1);
@@ -138,9 +155,9 @@ ChatMessage ChatMessage::fromJson(const QJsonValue &value, double now)
     m.voiceFile = r.optional("voice_file"_L1);
     m.runID = r.id("run_id"_L1);
     m.createdAt = now;
-    if (const QJsonValue created = r.get("created_at"_L1); created.isDouble())
-        m.createdAt = created.toDouble();
-    else if (!created.isUndefined())
+    if (const Field created = r.get("created_at"_L1); created.type == QJsonValue::Double)
+        m.createdAt = created.number;
+    else if (created.type != QJsonValue::Undefined)
         Reader::wrong("created_at"_L1, "a number", created);
     if (!isSaneTime(m.createdAt)) {
         qCDebug(lcModel) << "message time" << m.createdAt << "out of range - now used";
@@ -155,8 +172,8 @@ ChatMessage ChatMessage::fromJson(const QJsonValue &value, double now)
     m.replyRef = r.id("reply_ref"_L1);
     m.taskNo = r.id("task_no"_L1);
     m.routeVote = r.optional("route_vote"_L1);
-    if (const QJsonValue items = r.get("attachments"_L1); items.isArray()) {
-        const QJsonArray list = items.toArray();
+    if (const Field items = r.get("attachments"_L1); items.type == QJsonValue::Array) {
+        const QJsonArray &list = items.list;
         QList<ChatAttachment> out;
         out.reserve(list.size());
         for (const QJsonValue &item : list) {
@@ -168,7 +185,7 @@ ChatMessage ChatMessage::fromJson(const QJsonValue &value, double now)
             }
         }
         m.attachments = std::move(out);
-    } else if (!items.isUndefined()) {
+    } else if (items.type != QJsonValue::Undefined) {
         Reader::wrong("attachments"_L1, "a list", items);
     }
     m.localID = freshID();

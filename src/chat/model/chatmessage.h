@@ -2,11 +2,13 @@
 
 #include "chat/model/chatattachment.h"
 
+#include <QJsonArray>
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QList>
 #include <QString>
 
+#include <functional>
 #include <optional>
 
 // One message of the conversation as the server sends it, or as the client makes it
@@ -42,6 +44,19 @@ struct ChatMessage
     static ChatMessage fromJson(const QJsonValue &value);
     // The same with the decoding time given.
     static ChatMessage fromJson(const QJsonValue &value, double now);
+
+    // One key's value as any JSON reader found it: the transcript's own reader hands its keys
+    // to the same rules without building a document first.
+    struct Field
+    {
+        QJsonValue::Type type = QJsonValue::Undefined; // a null reads as Undefined
+        QString text;                                  // a string
+        double number = 0;                             // a number
+        QJsonArray list;                               // a list
+    };
+    using Fields = std::function<Field(QLatin1StringView key)>;
+    // The rules of fromJson over the keys of one object.
+    static ChatMessage fromFields(const Fields &field, double now);
     // The server's keys; absent optionals left out; localID never written.
     QJsonObject toJson() const;
 

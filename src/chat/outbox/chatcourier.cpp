@@ -2,11 +2,12 @@
 #include "chat/chatlogging.h"
 
 #include "chat/transfer/chatbackgroundtransfer.h"
-#include "chat/model/chatjson.h"
+#include "chat/model/chatendpoints.h"
 #include "chat/outbox/chatoutbox.h"
 #include "chat/model/uploadreply.h"
 #include "chat/voice/voicedelivery.h"
 #include "net/api.h"
+#include "net/wire.h"
 #include "platform/atomicfile.h"
 #include "platform/sleeper.h"
 #include "text/l.h"
@@ -75,8 +76,9 @@ ChatCourier::Result refused(QString reason)
 
 } // namespace
 
-ChatCourier::ChatCourier(ChatScope scope, QString storageKey, Sleeper *sleeper)
-    : m_scope(std::move(scope))
+ChatCourier::ChatCourier(Api &api, ChatScope scope, QString storageKey, Sleeper *sleeper)
+    : m_api(api)
+    , m_scope(std::move(scope))
     , m_storageKey(std::move(storageKey))
     , m_sleeper(sleeper ? sleeper : &Sleeper::real())
 {
@@ -89,7 +91,7 @@ QCoro::Task<ChatCourier::Result> ChatCourier::deliver(OutboxTurn turn, const Cha
         paths.append(outbox->dataPath(file.fileID));
     if (turn.voiceNote)
         paths.append(outbox->dataPath(turn.voiceNote->fileID)); // last
-    Route route{m_scope, m_storageKey, m_sleeper};
+    Route route{&m_api, m_scope, m_storageKey, m_sleeper};
     return deliverWith(std::move(route), std::move(turn), std::move(paths));
 }
 
@@ -98,7 +100,7 @@ QCoro::Task<ChatCourier::Result> ChatCourier::deliverWith(Route route, OutboxTur
 {
     if (turn.voiceNote) {
         // A voice turn is its recording: the server's answer to it settles the turn.
-        co_return co_await VoiceDelivery::deliver(std::move(route.scope), std::move(route.storageKey),
+        co_return co_await VoiceDelivery::deliver(*route.api, std::move(route.scope), std::move(route.storageKey),
                                                   route.sleeper, std::move(turn), dataPaths.last());
     }
 
@@ -126,9 +128,9 @@ QCoro::Task<ChatCourier::Result> ChatCourier::deliverWith(Route route, OutboxTur
         // Named, not a braced temporary: GCC 12 destroys brace-built aggregate arguments of a
         // coroutine twice.
         const Api::Options options{{}, key};
-        const QString path = route.scope.path(u"webapi/upload"_s);
+        const QString path = ChatEndpoints::upload(route.scope);
         try {
-            reply = co_await Api::upload<UploadReply>(path, upload, options);
+            reply = co_await route.api->upload<UploadReply>(path, upload, options);
         } catch (...) {
             failed = std::current_exception();
         }
@@ -141,7 +143,7 @@ QCoro::Task<ChatCourier::Result> ChatCourier::deliverWith(Route route, OutboxTur
             const Failure kind = classify(failed);
             if (kind == Failure::Offline || kind == Failure::Blip)
                 co_return offline();
-            co_return refused(Api::reasonOf(failed));
+            co_return refused(Wire::reasonOf(failed));
         }
         if (!reply.ok || !reply.fileID) {
             co_return refused(reply.error.value_or(L::t(u"השרת לא קיבל את הקובץ %1."_s,
@@ -171,23 +173,22 @@ QCoro::Task<ChatCourier::Result> ChatCourier::sendText(Route route, OutboxTurn t
     const QString key = ChatBackgroundTransfer::key(route.storageKey, u"chat"_s, turn.id);
 
     const Api::Options options{{}, key};
-    const QString path = route.scope.path(u"webapi/chat"_s);
+    const QString path = ChatEndpoints::chat(route.scope);
     for (int attempt = 0;; ++attempt) {
         std::exception_ptr failed;
         QJsonObject reply;
         try {
-            reply = co_await Api::post(path, body, options);
+            reply = co_await route.api->post(path, body, options);
         } catch (...) {
             failed = std::current_exception();
         }
         if (!failed) {
-            const qint64 seq = ChatJson::looseInteger(reply.value(u"user_seq")).value_or(0);
-            const QString run = reply.value(u"run_id").toString();
-            if (seq >= 1 && !run.isEmpty()) {
+            const auto accepted = ChatEndpoints::Accepted::fromJson(reply);
+            if (accepted.confirmed()) {
                 Result done;
                 done.delivery = Delivery::Settled;
-                done.userSeq = seq;
-                done.runID = run;
+                done.userSeq = accepted.userSeq;
+                done.runID = accepted.runID;
                 co_return done;
             }
             // Kept for Retry, which must post again rather than read this answer back.
@@ -200,12 +201,12 @@ QCoro::Task<ChatCourier::Result> ChatCourier::sendText(Route route, OutboxTurn t
         }
         const Failure kind = classify(failed);
         if (kind == Failure::DeadReply) {
-            Result dead = refused(Api::reasonOf(failed));
+            Result dead = refused(Wire::reasonOf(failed));
             dead.deadReply = true;
             co_return dead;
         }
         if (kind == Failure::Refused)
-            co_return refused(Api::reasonOf(failed));
+            co_return refused(Wire::reasonOf(failed));
         if (kind == Failure::Offline || attempt > 0)
             co_return offline();
         qCDebug(lcChat) << "the chat post hit a blip; one more try in" << blipPause.count() << "s";

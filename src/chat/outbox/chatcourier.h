@@ -7,6 +7,7 @@
 #include <QCoroTask>
 #include <QString>
 
+class Api;
 class ChatOutbox;
 class Sleeper;
 
@@ -26,7 +27,7 @@ public:
         bool unconfirmed = false; // taken by the server without confirming
     };
 
-    ChatCourier(ChatScope scope, QString storageKey, Sleeper *sleeper);
+    ChatCourier(Api &api, ChatScope scope, QString storageKey, Sleeper *sleeper);
 
     // Touches neither this courier nor the outbox after its first wait: what it needs is
     // copied first, so the store may go while it runs.
@@ -38,6 +39,7 @@ public:
 
 private:
     struct Route {
+        Api *api;
         ChatScope scope;
         QString storageKey;
         Sleeper *sleeper;
@@ -45,6 +47,7 @@ private:
     static QCoro::Task<Result> deliverWith(Route route, OutboxTurn turn, QStringList dataPaths);
     static QCoro::Task<Result> sendText(Route route, OutboxTurn turn, QStringList attachmentLines);
 
+    Api &m_api;
     ChatScope m_scope;
     QString m_storageKey;
     Sleeper *m_sleeper;

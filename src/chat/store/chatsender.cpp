@@ -7,7 +7,7 @@
 
 #include "chat/model/tasknumber.h"
 #include "chat/transfer/chatbackgroundtransfer.h"
-#include "chat/model/chatjson.h"
+#include "chat/model/chatendpoints.h"
 #include "chat/outbox/chatoutbox.h"
 #include "chat/store/chatcomposer.h"
 #include "chat/store/chatsync.h"
@@ -51,9 +51,11 @@ QStringList ChatSender::transferKeys(const QString &storageKey, const OutboxTurn
     return keys;
 }
 
-ChatSender::ChatSender(ChatScope scope, QString storageKey, Parts parts, Sleeper &sleeper,
-                       Reachability &reachability, Clock &clock, QObject *parent)
+ChatSender::ChatSender(Api &api, ChatScope scope, QString storageKey, Parts parts,
+                       Sleeper &sleeper, Reachability &reachability, Clock &clock,
+                       QObject *parent)
     : QObject(parent)
+    , m_api(api)
     , m_scope(std::move(scope))
     , m_storageKey(std::move(storageKey))
     , m_outbox(parts.outbox)
@@ -63,7 +65,7 @@ ChatSender::ChatSender(ChatScope scope, QString storageKey, Parts parts, Sleeper
     , m_sleeper(sleeper)
     , m_reachability(reachability)
     , m_clock(clock)
-    , m_courier(m_scope, m_storageKey, &sleeper)
+    , m_courier(m_api, m_scope, m_storageKey, &sleeper)
     , m_pending(new PendingTurnsModel(this))
     , m_meter(new UploadMeter(&sleeper, {}, this))
 {
@@ -426,12 +428,11 @@ std::optional<std::pair<qint64, QString>> ChatSender::keptAnswer(const QString &
         transfers->stored(ChatBackgroundTransfer::key(storageKey, u"chat"_s, turn.id));
     if (!receipt || receipt->status < 200 || receipt->status > 299)
         return std::nullopt;
-    const QJsonObject reply = QJsonDocument::fromJson(receipt->data).object();
-    const std::optional<qint64> seq = ChatJson::looseInteger(reply.value(u"user_seq"));
-    const QString run = reply.value(u"run_id").toString();
-    if (!seq || *seq < 1 || run.isEmpty())
+    const auto accepted =
+        ChatEndpoints::Accepted::fromJson(QJsonDocument::fromJson(receipt->data).object());
+    if (!accepted.confirmed())
         return std::nullopt;
-    return std::pair(*seq, run);
+    return std::pair(accepted.userSeq, accepted.runID);
 }
 
 void ChatSender::resumeBackgroundTransfers()
@@ -452,7 +453,7 @@ QCoro::Task<bool> ChatSender::cancelTask(int number)
     emit cancellingChanged();
     bool ok = true;
     try {
-        co_await Api::post(u"webapi/tasks/p-"_s + QString::number(number) + u"/stop"_s, QJsonObject());
+        co_await m_api.post(ChatEndpoints::stopTask(number), QJsonObject());
     } catch (const std::exception &e) {
         ok = false;
         qCInfo(lcChat) << "stopping task" << number << "failed:" << e.what();
@@ -481,7 +482,7 @@ QCoro::Task<bool> ChatSender::voteRoute(qint64 seq, QString want, QString level,
     body.insert(u"seq"_s, seq);
     bool ok = true;
     try {
-        co_await Api::post(u"webapi/router/feedback"_s, body);
+        co_await m_api.post(ChatEndpoints::routerFeedback(), body);
     } catch (...) {
         ok = false;
     }
@@ -498,28 +499,31 @@ QCoro::Task<bool> ChatSender::processed(QString turnID)
         co_await sleeper->sleep(2s);
         if (!self || !turnOf(turnID))
             co_return true; // settled meanwhile (or the store is gone)
-        QString status;
+        using Heard = ChatEndpoints::VoiceStatus::Heard;
+        Heard heard = Heard::Processing;
         try {
             // The status check carries its own content type, as the server expects of it.
-            Api::Request request = Api::authorized(
-                u"webapi/voice/status?client_request_id="_s + turnID, "GET"_ba);
+            Api::Request request =
+                m_api.authorized(ChatEndpoints::voiceStatus(turnID), "GET"_ba);
             request.request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json"_ba);
-            const Api::Reply reply = co_await Api::exchange(request);
-            status = QJsonDocument::fromJson(reply.data).object().value(u"status").toString();
+            const Api::Reply reply = co_await m_api.exchange(request);
+            heard = ChatEndpoints::VoiceStatus::fromJson(
+                        QJsonDocument::fromJson(reply.data).object())
+                        .heard;
         } catch (const std::exception &e) {
             qCDebug(lcChat) << "voice status unknown for now:" << e.what();
             continue;
         }
         if (!self)
             co_return false;
-        if (status == u"unknown_request") {
+        if (heard == Heard::Unknown) {
             // The server never got the recording: it goes again, not as the answer kept before.
             if (auto *transfers = ChatBackgroundTransfer::shared())
                 transfers->discard(ChatBackgroundTransfer::key(m_storageKey, u"voice"_s, turnID));
             const Delivery again = co_await deliverTurn(turnID);
             co_return again == Delivery::Settled;
         }
-        if (status == u"done" || status == u"processed")
+        if (heard == Heard::Done)
             co_return true;
     }
     co_return false;

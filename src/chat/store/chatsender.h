@@ -15,6 +15,7 @@ class ChatComposer;
 class ChatOutbox;
 class ChatSync;
 class ChatTimeline;
+class Api;
 class Clock;
 class PendingTurnsModel;
 class Reachability;
@@ -42,7 +43,7 @@ public:
         ChatTimeline &timeline;
         ChatSync &sync;
     };
-    ChatSender(ChatScope scope, QString storageKey, Parts parts, Sleeper &sleeper,
+    ChatSender(Api &api, ChatScope scope, QString storageKey, Parts parts, Sleeper &sleeper,
                Reachability &reachability, Clock &clock, QObject *parent = nullptr);
 
     const QList<PendingTurn> &pendingTurns() const;
@@ -102,6 +103,7 @@ private:
     // The reply target and the place in the conversation of a turn written now.
     void address(OutboxTurn &turn) const;
 
+    Api &m_api;
     ChatScope m_scope;
     QString m_storageKey;
     ChatOutbox &m_outbox;

@@ -8,6 +8,7 @@ using namespace Qt::StringLiterals;
 ChatStore::ChatStore(ChatScope scope, QString account, QString role, ChatPorts ports,
                      QObject *parent)
     : QObject(parent)
+    , m_api(ports.api)
     , m_scope(std::move(scope))
     , m_account(std::move(account))
     , m_outbox(std::make_unique<ChatOutbox>(storageKey()))
@@ -15,12 +16,12 @@ ChatStore::ChatStore(ChatScope scope, QString account, QString role, ChatPorts p
     , m_files(std::make_unique<ChatFiles>(m_scope, m_account, role == u"owner", *m_timeline,
                                           ports.sleeper))
     , m_composer(std::make_unique<ChatComposer>(*m_outbox, ports.sleeper, ports.clock))
-    , m_sync(std::make_unique<ChatSync>(m_scope, *m_timeline, *m_outbox, ports.sleeper,
-                                        ports.reachability))
+    , m_sync(std::make_unique<ChatSync>(ports.api, m_scope, *m_timeline, *m_outbox,
+                                        ports.sleeper, ports.reachability))
 {
     ChatSender::Parts parts{*m_outbox, *m_composer, *m_timeline, *m_sync};
-    m_sender = std::make_unique<ChatSender>(m_scope, storageKey(), parts, ports.sleeper,
-                                            ports.reachability, ports.clock);
+    m_sender = std::make_unique<ChatSender>(ports.api, m_scope, storageKey(), parts,
+                                            ports.sleeper, ports.reachability, ports.clock);
 
     ChatTimeline *timeline = m_timeline.get();
     connect(timeline, &ChatTimeline::laneChanged, this, &ChatStore::laneChanged);
@@ -130,7 +131,7 @@ void ChatStore::absorb(const MessagesFeed &feed, bool replacing)
 
 QCoro::Task<QString> ChatStore::transcribe(float peak, QByteArray wav) const
 {
-    return VoiceDelivery::transcribe(m_scope, peak, std::move(wav));
+    return VoiceDelivery::transcribe(m_api, m_scope, peak, std::move(wav));
 }
 
 void ChatStore::forget()

@@ -242,6 +242,7 @@ private:
     void reset();
     void setBanner(const QString &text);
 
+    Api &m_api;
     ChatScope m_scope;
     QString m_account;
     QString m_banner;

@@ -1,6 +1,7 @@
 #include "chat/store/chatsync.h"
 #include "chat/chatlogging.h"
 
+#include "chat/model/chatendpoints.h"
 #include "chat/model/runrecord.h"
 #include "chat/outbox/chatoutbox.h"
 #include "chat/store/chatbackoff.h"
@@ -8,10 +9,10 @@
 #include "net/api.h"
 #include "net/failuretext.h"
 #include "platform/reachability.h"
+#include "platform/shutdown.h"
 #include "platform/sleeper.h"
 #include "text/l.h"
 
-#include <QCoroTimer>
 #include <QCoroWebSocket>
 #include <QElapsedTimer>
 #include <QJsonDocument>
@@ -49,9 +50,10 @@ struct DeleteLater {
 
 } // namespace
 
-ChatSync::ChatSync(ChatScope scope, ChatTimeline &timeline, const ChatOutbox &outbox,
+ChatSync::ChatSync(Api &api, ChatScope scope, ChatTimeline &timeline, const ChatOutbox &outbox,
                    Sleeper &sleeper, Reachability &reachability, QObject *parent)
     : QObject(parent)
+    , m_api(api)
     , m_scope(std::move(scope))
     , m_timeline(timeline)
     , m_outbox(outbox)
@@ -188,19 +190,15 @@ QCoro::Task<> ChatSync::fetch(bool withActivity)
     QPointer<ChatSync> self(this);
     setLoading(true);
     for (;;) {
-        QString base = u"webapi/messages?since="_s + QString::number(m_timeline.cursor());
-        if (withActivity) {
-            base += u"&activity_since="_s + QString::number(m_timeline.activityCursor());
-        } else {
-            const QStringList tasks = m_timeline.laneTasks();
-            if (!tasks.isEmpty())
-                base += u"&tasks="_s + tasks.join(u',');
-        }
+        const QString path = ChatEndpoints::messagesSince(
+            m_scope, m_timeline.cursor(),
+            withActivity ? std::optional<qint64>(m_timeline.activityCursor()) : std::nullopt,
+            withActivity ? QStringList() : m_timeline.laneTasks());
         std::exception_ptr failed;
         MessagesFeed feed;
         bool tooLarge = false;
         try {
-            const QByteArray body = co_await Api::fetch(m_scope.path(base));
+            const QByteArray body = co_await m_api.fetch(path);
             tooLarge = body.size() > maxPageBytes;
             if (!tooLarge)
                 feed = Decode::from<MessagesFeed>(body);
@@ -319,14 +317,16 @@ QCoro::Task<> ChatSync::socketLoop(QPointer<ChatSync> store)
 {
     const int session = store->m_session;
     Sleeper *sleeper = &store->m_sleeper;
-    auto current = [&] { return store && store->m_open && store->m_session == session; };
+    auto current = [&] {
+        return store && store->m_open && store->m_session == session && !Shutdown::begun();
+    };
     bool reopening = false;
     while (current()) {
         // Deleted later, never from inside one of its own signals.
         std::unique_ptr<QWebSocket, DeleteLater> socket;
         QNetworkRequest request;
         try {
-            Api::PendingSocket pending = Api::socket(store->m_scope.path(u"webapi/ws"_s));
+            Api::PendingSocket pending = store->m_api.socket(ChatEndpoints::socket(store->m_scope));
             socket.reset(pending.socket.release());
             request = pending.request;
         } catch (const Api::Unauthorized &) {
@@ -347,9 +347,10 @@ QCoro::Task<> ChatSync::socketLoop(QPointer<ChatSync> store)
             QElapsedTimer open;
             open.start();
             // Looked at four times a second rather than awaiting the signal with a time-out,
-            // whose QCoro 0.8 timer can outlive the wait.
+            // whose QCoro 0.8 timer can outlive the wait. The real sleeper, not the store's:
+            // it wakes when the process ends.
             while (current() && socket->state() == QAbstractSocket::ConnectedState)
-                co_await QCoro::sleepFor(250ms);
+                co_await Sleeper::real().sleep(250ms);
             if (!store)
                 co_return;
             store->setConnected(false);
@@ -382,7 +383,7 @@ QCoro::Task<> ChatSync::pollLoop(QPointer<ChatSync> store)
     Sleeper *sleeper = &store->m_sleeper;
     for (;;) {
         co_await sleeper->sleep(12s);
-        if (!store || !store->m_open || store->m_session != session)
+        if (!store || !store->m_open || store->m_session != session || Shutdown::begun())
             co_return;
         co_await store->refresh();
     }
@@ -402,14 +403,16 @@ void ChatSync::poll(const QString &runID)
 QCoro::Task<> ChatSync::followRun(QPointer<ChatSync> store, QString runID)
 {
     Sleeper *sleeper = &store->m_sleeper;
-    auto awaited = [&] { return store && store->m_open && store->m_awaitingRun.contains(runID); };
+    auto awaited = [&] {
+        return store && store->m_open && store->m_awaitingRun.contains(runID) && !Shutdown::begun();
+    };
     while (awaited()) {
         co_await sleeper->sleep(2s);
         if (!awaited())
             break;
         std::optional<RunRecord> run;
         try {
-            const auto body = co_await Api::raw(u"webapi/runs/"_s + runID, "GET"_ba, 25s);
+            const auto body = co_await store->m_api.raw(ChatEndpoints::run(runID), "GET"_ba, 25s);
             if (body)
                 run = RunRecord::fromJson(*body);
         } catch (const std::exception &e) {

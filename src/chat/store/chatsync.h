@@ -11,6 +11,7 @@
 
 #include <chrono>
 
+class Api;
 class ChatOutbox;
 class ChatTimeline;
 class QWebSocket;
@@ -32,8 +33,8 @@ public:
     // A socket that stays open this long (or delivers a frame) was healthy: back-off resets.
     static constexpr std::chrono::seconds steadySocket{30};
 
-    ChatSync(ChatScope scope, ChatTimeline &timeline, const ChatOutbox &outbox, Sleeper &sleeper,
-             Reachability &reachability, QObject *parent = nullptr);
+    ChatSync(Api &api, ChatScope scope, ChatTimeline &timeline, const ChatOutbox &outbox,
+             Sleeper &sleeper, Reachability &reachability, QObject *parent = nullptr);
 
     bool isOpen() const { return m_open; }
     bool connected() const { return m_connected; }
@@ -88,6 +89,7 @@ private:
     void setFailure(const QString &failure);
     void setNetworkAvailable(bool available);
 
+    Api &m_api;
     ChatScope m_scope;
     ChatTimeline &m_timeline;
     const ChatOutbox &m_outbox;

@@ -1,7 +1,6 @@
 #include "chat/transfer/chatbackgroundtransfer.h"
 #include "chat/chatlogging.h"
 
-#include "net/networkmanager.h"
 #include "platform/appdata.h"
 #include "platform/atomicfile.h"
 #include "platform/sleeper.h"
@@ -151,18 +150,27 @@ struct ChatBackgroundTransfer::Flight {
     }
 };
 
-ChatBackgroundTransfer::ChatBackgroundTransfer(Sleeper *sleeper, QObject *parent)
+ChatBackgroundTransfer::ChatBackgroundTransfer(Api &api, Sleeper *sleeper, QObject *parent)
     : QObject(parent)
+    , m_api(api)
     , m_sleeper(sleeper ? sleeper : &Sleeper::real())
 {
     instances().append(this);
-    Api::setBackgroundSender(this);
+    m_api.setBackgroundSender(this);
 }
 
 ChatBackgroundTransfer::~ChatBackgroundTransfer()
 {
     instances().removeOne(this);
-    Api::setBackgroundSender(shared());
+    if (m_api.backgroundSender() == this) {
+        // The newest other instance on the same transport takes over, as if this one never was.
+        BackgroundSender *next = nullptr;
+        for (ChatBackgroundTransfer *other : std::as_const(instances())) {
+            if (&other->m_api == &m_api)
+                next = other;
+        }
+        m_api.setBackgroundSender(next);
+    }
     // What is on disk stays for the next run; callers still waiting hear that it stopped.
     for (const std::shared_ptr<Flight> &flight : std::as_const(m_flights)) {
         if (flight->reply) {
@@ -279,7 +287,7 @@ ChatBackgroundTransfer::launch(const QString &key, Api::Request request, Route r
         }
     }
 
-    QNetworkAccessManager *manager = Network::manager();
+    QNetworkAccessManager *manager = m_api.manager();
     QNetworkReply *reply =
         source ? manager->sendCustomRequest(request.request, request.method, source.get())
                : manager->sendCustomRequest(request.request, request.method, request.body);

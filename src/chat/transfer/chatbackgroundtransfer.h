@@ -38,9 +38,11 @@ class ChatBackgroundTransfer : public QObject, public BackgroundSender
     Q_OBJECT
 
 public:
-    // One per process, made by main (and by tests); registers itself with
-    // Api::setBackgroundSender. The sleeper paces watch(); the platform's when null.
-    explicit ChatBackgroundTransfer(Sleeper *sleeper = nullptr, QObject *parent = nullptr);
+    // One per process, made by main (and by tests); registers itself as api's background
+    // sender and sends through api's network manager. The sleeper paces watch(); the
+    // platform's when null.
+    explicit ChatBackgroundTransfer(Api &api, Sleeper *sleeper = nullptr,
+                                    QObject *parent = nullptr);
     ~ChatBackgroundTransfer() override;
 
     // The newest live instance, or nullptr.
@@ -89,6 +91,7 @@ private:
 
     std::optional<Api::Reply> receipt(const QString &key) const;
 
+    Api &m_api;
     Sleeper *m_sleeper;
     QHash<QString, std::shared_ptr<Flight>> m_flights;
     QSet<QString> m_stale; // discarded, yet still on disk

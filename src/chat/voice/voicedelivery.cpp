@@ -2,9 +2,10 @@
 #include "chat/chatlogging.h"
 
 #include "chat/transfer/chatbackgroundtransfer.h"
-#include "chat/model/chatjson.h"
+#include "chat/model/chatendpoints.h"
 #include "chat/voice/voicereply.h"
 #include "net/api.h"
+#include "net/wire.h"
 #include "platform/atomicfile.h"
 #include "platform/sleeper.h"
 #include "text/l.h"
@@ -65,34 +66,18 @@ void forget(const QString &key)
         transfers->discard(key);
 }
 
-enum class Heard { Processing, Done, Unknown, Asking };
+using Heard = ChatEndpoints::VoiceStatus::Heard;
 
-struct Status {
-    Heard heard = Heard::Asking;
-    qint64 seq = 0;
-    QString run;
-};
-
-// One ask of "webapi/voice/status"; Asking when the answer did not come.
-QCoro::Task<Status> askStatus(QString turnID)
+// One ask of the voice status; nothing when the answer did not come.
+QCoro::Task<std::optional<ChatEndpoints::VoiceStatus>> askStatus(Api &api, QString turnID)
 {
-    Status out;
+    std::optional<ChatEndpoints::VoiceStatus> out;
     try {
         // The status check carries its own content type, as the server expects of it.
-        Api::Request request =
-            Api::authorized(u"webapi/voice/status?client_request_id="_s + turnID, "GET"_ba);
+        Api::Request request = api.authorized(ChatEndpoints::voiceStatus(turnID), "GET"_ba);
         request.request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json"_ba);
-        const Api::Reply reply = co_await Api::exchange(request);
-        const QJsonObject body = QJsonDocument::fromJson(reply.data).object();
-        const QString status = body.value(u"status").toString();
-        out.seq = ChatJson::looseInteger(body.value(u"user_seq")).value_or(0);
-        out.run = body.value(u"run_id").toString();
-        if (status == u"unknown_request")
-            out.heard = Heard::Unknown;
-        else if (status == u"done" || status == u"processed")
-            out.heard = Heard::Done;
-        else
-            out.heard = Heard::Processing;
+        const Api::Reply reply = co_await api.exchange(request);
+        out = ChatEndpoints::VoiceStatus::fromJson(QJsonDocument::fromJson(reply.data).object());
     } catch (const std::exception &e) {
         qCDebug(lcVoiceNotes) << "voice status unknown for now:" << e.what();
     }
@@ -137,8 +122,8 @@ Multipart::Fields fields(const OutboxTurn &turn, const ChatScope &scope, bool re
     return out;
 }
 
-QCoro::Task<ChatCourier::Result> deliver(ChatScope scope, QString storageKey, Sleeper *sleeper,
-                                         OutboxTurn turn, QString dataPath)
+QCoro::Task<ChatCourier::Result> deliver(Api &api, ChatScope scope, QString storageKey,
+                                         Sleeper *sleeper, OutboxTurn turn, QString dataPath)
 {
     const std::optional<QByteArray> wav =
         dataPath.isEmpty() ? std::nullopt : AtomicFile::read(dataPath);
@@ -149,7 +134,7 @@ QCoro::Task<ChatCourier::Result> deliver(ChatScope scope, QString storageKey, Sl
                             u"Записи больше нет на устройстве."_s));
     }
     const QString key = ChatBackgroundTransfer::key(storageKey, u"voice"_s, turn.id);
-    const QString path = scope.path(u"webapi/voice"_s);
+    const QString path = ChatEndpoints::voice(scope);
     bool reprocess = false;
     for (int posts = 0; posts < 2; ++posts) {
         Api::Upload upload{{u"audio"_s, u"note.wav"_s, u"audio/wav"_s, *wav},
@@ -159,7 +144,7 @@ QCoro::Task<ChatCourier::Result> deliver(ChatScope scope, QString storageKey, Sl
         std::exception_ptr failed;
         VoiceReply reply;
         try {
-            reply = co_await Api::upload<VoiceReply>(path, upload, options);
+            reply = co_await api.upload<VoiceReply>(path, upload, options);
         } catch (...) {
             failed = std::current_exception();
         }
@@ -169,7 +154,7 @@ QCoro::Task<ChatCourier::Result> deliver(ChatScope scope, QString storageKey, Sl
             if (kind == Failure::Offline)
                 co_return kept(Delivery::Offline, TurnFailure::Offline);
             ChatCourier::Result refused =
-                kept(Delivery::Stopped, TurnFailure::Refused, Api::reasonOf(failed));
+                kept(Delivery::Stopped, TurnFailure::Refused, Wire::reasonOf(failed));
             refused.deadReply = kind == Failure::DeadReply;
             co_return refused;
         }
@@ -185,10 +170,13 @@ QCoro::Task<ChatCourier::Result> deliver(ChatScope scope, QString storageKey, Sl
         // Taken, still being transcribed: the turn stays until the server says it is done.
         for (int asked = 0; asked < statusAsks; ++asked) {
             co_await sleeper->sleep(statusEvery);
-            const Status status = co_await askStatus(turn.id);
-            if (status.heard == Heard::Done)
-                co_return settled(status.seq, status.run);
-            if (status.heard == Heard::Unknown) {
+            const std::optional<ChatEndpoints::VoiceStatus> status =
+                co_await askStatus(api, turn.id);
+            if (!status)
+                continue;
+            if (status->heard == Heard::Done)
+                co_return settled(status->accepted.userSeq, status->accepted.runID);
+            if (status->heard == Heard::Unknown) {
                 qCInfo(lcVoiceNotes)
                     << "the server lost voice turn" << turn.id << "- sending it again";
                 forget(key);
@@ -203,7 +191,7 @@ QCoro::Task<ChatCourier::Result> deliver(ChatScope scope, QString storageKey, Sl
     co_return kept(Delivery::Offline, TurnFailure::Offline);
 }
 
-QCoro::Task<QString> transcribe(ChatScope scope, float peak, QByteArray wav)
+QCoro::Task<QString> transcribe(Api &api, ChatScope scope, float peak, QByteArray wav)
 {
     Multipart::Fields given{{u"submit"_s, u"0"_s},
                             {u"device"_s, u"iphone-native"_s},
@@ -213,8 +201,8 @@ QCoro::Task<QString> transcribe(ChatScope scope, float peak, QByteArray wav)
         given.append({it.key(), it.value().isDouble() ? QString::number(it.value().toInteger())
                                                       : it.value().toString()});
     Api::Upload upload{{u"audio"_s, u"note.wav"_s, u"audio/wav"_s, std::move(wav)}, given};
-    const QString path = scope.path(u"webapi/voice"_s);
-    const VoiceReply reply = co_await Api::upload<VoiceReply>(path, upload);
+    const QString path = ChatEndpoints::voice(scope);
+    const VoiceReply reply = co_await api.upload<VoiceReply>(path, upload);
     if (!reply.ok)
         throw Api::Failed(200, reply.error.value_or(QString()));
     co_return reply.text.value_or(QString());

@@ -8,6 +8,7 @@
 #include <QCoroTask>
 #include <QString>
 
+class Api;
 class Sleeper;
 
 // The voice step of delivering a turn, and recordings sent only to be heard.
@@ -26,10 +27,10 @@ Multipart::Fields fields(const OutboxTurn &turn, const ChatScope &scope, bool re
 // server answers that it is still transcribing, its status is asked every 2 s for up to a
 // minute within this attempt (so the turn stays in flight); a server that never got the note
 // gets it once more. Copies what it needs before its first wait.
-QCoro::Task<ChatCourier::Result> deliver(ChatScope scope, QString storageKey, Sleeper *sleeper,
-                                         OutboxTurn turn, QString dataPath);
+QCoro::Task<ChatCourier::Result> deliver(Api &api, ChatScope scope, QString storageKey,
+                                         Sleeper *sleeper, OutboxTurn turn, QString dataPath);
 
 // The text the server heard in a recording; nothing is stored. Throws like Api.
-QCoro::Task<QString> transcribe(ChatScope scope, float peak, QByteArray wav);
+QCoro::Task<QString> transcribe(Api &api, ChatScope scope, float peak, QByteArray wav);
 
 } // namespace VoiceDelivery

@@ -1,4 +1,6 @@
 #include "voiceplayer.h"
+
+#include "chat/model/chatendpoints.h"
 #include "chat/chatlogging.h"
 
 #include "chat/voice/patience.h"
@@ -21,15 +23,11 @@ constexpr auto tick = 250ms;
 // The server holds a "make the voice" request up to 8 s for news; our own limit is beyond that.
 constexpr int prepareTimeoutMs = 20'000;
 
-QString messagePath(qint64 seq, const QString &rest)
-{
-    return u"webapi/messages/"_s + QString::number(seq) + rest;
-}
-
 } // namespace
 
-VoicePlayer::VoicePlayer(Dependencies deps, QObject *parent)
+VoicePlayer::VoicePlayer(Api &api, Dependencies deps, QObject *parent)
     : QObject(parent)
+    , m_api(api)
     , m_deps(std::move(deps))
 {
     Q_ASSERT(m_deps.output && m_deps.sleeper && m_deps.clock);
@@ -123,7 +121,7 @@ void VoicePlayer::playAttachment(const QString &fileID)
     m_fileID = fileID;
     emit activeChanged();
     setPhase(Phase::Loading);
-    loadFile(u"webapi/files/"_s + fileID + u"?playback=1"_s, m_generation);
+    loadFile(ChatEndpoints::filePlayback(fileID), m_generation);
 }
 
 void VoicePlayer::stop()
@@ -282,18 +280,19 @@ QCoro::Task<std::optional<QByteArray>> VoicePlayer::fetchPatiently(QString path,
     const std::function<double()> clock = m_deps.clock;
     const double start = clock();
     const QJsonObject fields = m_scope.fields();
+    Api &api = m_api; // outlives the player
     Patience patience;
     for (;;) {
         std::exception_ptr failed;
         QByteArray body;
         try {
             if (post) {
-                Api::Request request = Api::authorized(path, "POST"_ba, fields);
+                Api::Request request = api.authorized(path, "POST"_ba, fields);
                 request.request.setTransferTimeout(prepareTimeoutMs);
-                const Api::Reply reply = co_await Api::exchange(request);
+                const Api::Reply reply = co_await api.exchange(request);
                 body = reply.data;
             } else {
-                body = co_await Api::fetch(path);
+                body = co_await api.fetch(path);
             }
         } catch (...) {
             failed = std::current_exception();
@@ -335,7 +334,7 @@ QCoro::Task<> VoicePlayer::loadSpeech(int generation)
     bool again = false;
     for (;;) {
         const QString ask =
-            scope.path(messagePath(seq, again ? u"/voice?wait=8&retry=1"_s : u"/voice?wait=8"_s));
+            scope.path(ChatEndpoints::message(seq, again ? u"/voice?wait=8&retry=1"_s : u"/voice?wait=8"_s));
         const std::optional<QByteArray> body = co_await fetchPatiently(ask, true, generation);
         if (!self || !current(generation))
             co_return;
@@ -360,7 +359,7 @@ QCoro::Task<> VoicePlayer::loadSpeech(int generation)
             if (part.index != m_files.size())
                 continue; // parts land in order; a gap waits for the next answer
             const QString partPath = scope.path(
-                messagePath(seq, u"/voice-part/"_s + QString::number(part.index)));
+                ChatEndpoints::message(seq, u"/voice-part/"_s + QString::number(part.index)));
             const std::optional<QByteArray> bytes = co_await fetchPatiently(partPath, false, generation);
             if (!self || !current(generation))
                 co_return;

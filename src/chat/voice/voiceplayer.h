@@ -17,6 +17,8 @@ class VoiceOutput;
 // The one player of voice messages for the whole app: starting one message stops another.
 // The agent's speech is fetched part by part while the server still makes it, and playing
 // starts with the first part; when parts will not play the whole file is played instead.
+class Api;
+
 class VoicePlayer : public QObject
 {
     Q_OBJECT
@@ -43,7 +45,8 @@ public:
         QString cache;                 // folder for downloaded voice
     };
 
-    explicit VoicePlayer(Dependencies deps, QObject *parent = nullptr);
+    // Fetches through api, which must outlive it.
+    VoicePlayer(Api &api, Dependencies deps, QObject *parent = nullptr);
     ~VoicePlayer() override;
 
     Phase phase() const { return m_phase; }
@@ -94,6 +97,8 @@ private:
     void onEnded();
     void onFailed(const QString &why);
     void setPhase(Phase phase);
+
+    Api &m_api;
     bool current(int generation) const { return generation == m_generation; }
 
     Dependencies m_deps;

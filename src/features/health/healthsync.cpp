@@ -1,5 +1,7 @@
 #include "healthsync.h"
 
+#include "healthendpoints.h"
+
 #include "healthrows.h"
 #include "net/api.h"
 #include "net/failuretext.h"
@@ -40,8 +42,10 @@ QString syncFailureText(const std::exception_ptr &error)
 
 } // namespace
 
-HealthSync::HealthSync(HealthStore *store, CurrentUser currentUser, Clock now, QObject *parent)
+HealthSync::HealthSync(Api &api, HealthStore *store, CurrentUser currentUser, Clock now,
+                       QObject *parent)
     : QObject(parent)
+    , m_api(api)
     , m_store(store)
     , m_currentUser(std::move(currentUser))
     , m_now(now ? std::move(now) : Clock([] { return QDateTime::currentDateTime(); }))
@@ -190,7 +194,7 @@ QCoro::Task<> HealthSync::syncOnce()
             {u"days"_s, days},
         };
         const Api::Options options;
-        const QJsonObject answer = co_await Api::post(u"webapi/health/sync"_s, body, options);
+        const QJsonObject answer = co_await m_api.post(HealthEndpoints::sync(), body, options);
         if (!self)
             co_return;
         // Unlinked, or linked by someone else, while the page was on its way: not ours to keep.
@@ -229,7 +233,7 @@ QCoro::Task<> HealthSync::refresh()
     QPointer<HealthSync> self(this);
     std::optional<QJsonValue> answer;
     try {
-        answer = co_await Api::raw(u"webapi/health"_s, "GET"_ba, 30s);
+        answer = co_await m_api.raw(HealthEndpoints::summary(), "GET"_ba, 30s);
     } catch (...) {
         if (self)
             setFailure(FailureText::of(std::current_exception()));
@@ -251,7 +255,7 @@ QCoro::Task<> HealthSync::disconnect(bool forget)
     try {
         const QJsonObject body{{u"forget"_s, forget}};
         const Api::Options options;
-        co_await Api::post(u"webapi/health/disconnect"_s, body, options);
+        co_await m_api.post(HealthEndpoints::disconnect(), body, options);
         done = true;
     } catch (...) {
     }

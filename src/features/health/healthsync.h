@@ -14,6 +14,8 @@ class HealthStore;
 
 // The link between this device's health store and the user's health on the server: who
 // linked it, the incremental upload and the summary the panel shows. Main thread only.
+class Api;
+
 class HealthSync : public QObject
 {
     Q_OBJECT
@@ -36,8 +38,8 @@ public:
     using Clock = std::function<QDateTime()>;
     using CurrentUser = std::function<QString()>;
 
-    // store may be null: the device has none, and the panel only says so.
-    HealthSync(HealthStore *store, CurrentUser currentUser, Clock now = {},
+    // store may be null: the device has none, and the panel only says so. api must outlive it.
+    HealthSync(Api &api, HealthStore *store, CurrentUser currentUser, Clock now = {},
                QObject *parent = nullptr);
 
     const std::optional<HealthView> &view() const { return m_view; }
@@ -78,6 +80,7 @@ private:
     void setLinked(bool linked);
     void setSyncing(bool syncing);
 
+    Api &m_api;
     HealthStore *m_store;
     CurrentUser m_currentUser;
     Clock m_now;

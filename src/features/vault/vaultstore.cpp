@@ -46,10 +46,10 @@ signals:
 
 namespace {
 
-QCoro::Task<> exchangeInto(std::shared_ptr<VaultPending> pending, Api::Request request)
+QCoro::Task<> exchangeInto(Api &api, std::shared_ptr<VaultPending> pending, Api::Request request)
 {
     try {
-        Api::Reply reply = co_await Api::exchange(std::move(request));
+        Api::Reply reply = co_await api.exchange(std::move(request));
         pending->settle(std::move(reply.data), {});
     } catch (const Api::Failed &failed) {
         pending->settle({}, std::make_exception_ptr(VaultFailure::http(failed.status)));
@@ -68,16 +68,24 @@ QCoro::Task<> deadline(std::shared_ptr<VaultPending> pending, Sleeper &sleeper)
     pending->settle({}, std::make_exception_ptr(VaultFailure::unreachable()));
 }
 
+// The vault's server paths: the list, and one item (with what follows its id).
+QString listPath()
+{
+    return u"webapi/vault"_s;
+}
+
 QString itemPath(const QString &id, const QString &tail = {})
 {
-    return u"webapi/vault/"_s + QString::fromLatin1(QUrl::toPercentEncoding(id)) + tail;
+    return listPath() + u'/' + QString::fromLatin1(QUrl::toPercentEncoding(id)) + tail;
 }
 
 } // namespace
 
-VaultStore::VaultStore(OwnerAuth &auth, Clipboard *clipboard, Sleeper &sleeper, QObject *parent)
+VaultStore::VaultStore(Api &api, OwnerAuth &auth, Clipboard *clipboard, Sleeper &sleeper,
+                       QObject *parent)
     : QObject(parent)
     , m_auth(auth)
+    , m_api(api)
     , m_sleeper(sleeper)
 {
     if (clipboard)
@@ -145,7 +153,7 @@ QCoro::Task<> VaultStore::load()
     QList<VaultItem> items;
     std::exception_ptr error;
     try {
-        const QJsonValue body = co_await call("GET"_ba, u"webapi/vault"_s, std::nullopt);
+        const QJsonValue body = co_await call("GET"_ba, listPath(), std::nullopt);
         items = vaultListBody(body);
     } catch (...) {
         error = std::current_exception();
@@ -168,7 +176,7 @@ QCoro::Task<VaultItem> VaultStore::save(std::optional<VaultItem> item, VaultKind
         body.insert(it.key(), it.value());
     body.insert(u"kind"_s, VaultKinds::raw(kind));
     body.insert(u"primary"_s, primary);
-    const QString path = item ? itemPath(item->id) : u"webapi/vault"_s;
+    const QString path = item ? itemPath(item->id) : listPath();
     QPointer<VaultStore> self(this);
     const QJsonValue answer = co_await call("POST"_ba, path, body);
     const VaultItem saved = VaultOneBody::from(answer).item;
@@ -221,11 +229,11 @@ QString VaultStore::generate()
 QCoro::Task<QJsonValue> VaultStore::call(QByteArray method, QString path,
                                          std::optional<QJsonObject> body)
 {
-    Api::Request request = Api::authorized(path, method, std::move(body));
+    Api::Request request = m_api.authorized(path, method, std::move(body));
     request.request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json"_ba);
     request.request.setTransferTimeout(int(std::chrono::milliseconds(timeout).count()));
     auto pending = std::make_shared<VaultPending>();
-    exchangeInto(pending, std::move(request));
+    exchangeInto(m_api, pending, std::move(request));
     deadline(pending, m_sleeper);
     if (!pending->done)
         co_await qCoro(pending.get(), &VaultPending::settled);

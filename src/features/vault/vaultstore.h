@@ -13,6 +13,7 @@
 #include <exception>
 #include <optional>
 
+class Api;
 class Clipboard;
 class OwnerAuth;
 class Sleeper;
@@ -39,7 +40,8 @@ public:
     static constexpr std::chrono::seconds timeout{60};
 
     // clipboard may be null (no display): copy() then says false.
-    VaultStore(OwnerAuth &auth, Clipboard *clipboard, Sleeper &sleeper, QObject *parent = nullptr);
+    VaultStore(Api &api, OwnerAuth &auth, Clipboard *clipboard, Sleeper &sleeper,
+               QObject *parent = nullptr);
     ~VaultStore() override;
 
     const QList<VaultItem> &items() const { return m_items; }
@@ -83,6 +85,7 @@ private:
     void setAuthError(const QString &error);
 
     OwnerAuth &m_auth;
+    Api &m_api;
     Sleeper &m_sleeper;
     VaultClipboard *m_clipboard = nullptr;
     QList<VaultItem> m_items;

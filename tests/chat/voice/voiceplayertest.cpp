@@ -103,7 +103,7 @@ private slots:
                   .toInteger();
         sleeper.requested.clear();
         output.played.clear();
-        player = std::make_unique<VoicePlayer>(VoicePlayer::Dependencies{
+        player = std::make_unique<VoicePlayer>(identity.api(), VoicePlayer::Dependencies{
             &output, &sleeper, [this] { return fakeNow(); }, home.path()});
     }
 

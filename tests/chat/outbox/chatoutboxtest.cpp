@@ -1,4 +1,5 @@
-// The outbox on disk: a kill loses nothing confirmed, and damaged files keep what they can.
+// The outbox on disk: a change cut off at any byte loses nothing confirmed, and damaged files
+// keep what they can.
 
 #include "chat/outbox/chatoutbox.h"
 #include "net/jsonrecord.h"
@@ -15,7 +16,6 @@
 #include <QTest>
 
 #include <csignal>
-#include <cstdio>
 #include <sys/resource.h>
 
 using namespace Qt::StringLiterals;
@@ -89,22 +89,6 @@ void writeFile(const QString &name, const QByteArray &bytes)
     QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(bytes) == bytes.size());
 }
 
-// The killed writer: change 2k appends turn k, change 2k+1 removes turn k-2.
-constexpr int writerPad = 1500;
-
-int runWriter(const char *home)
-{
-    qputenv("HALVENMARK_HOME", home);
-    ChatOutbox ob(key);
-    for (int i = 0; i < 10000; ++i) {
-        if (!(i % 2 ? ob.remove(turn(i / 2 - 2).id) : ob.append(turn(i / 2, u"v1"_s, writerPad))))
-            return 2;
-        std::printf("ok\n"); // only once the change is confirmed
-        std::fflush(stdout);
-    }
-    return 0;
-}
-
 // One of two writers sharing the folder: appends turns "<tag>-0" … "<tag>-<count-1>".
 int runAppender(const char *home, const char *tag, int count)
 {
@@ -115,15 +99,6 @@ int runAppender(const char *home, const char *tag, int count)
             return 2;
     }
     return 0;
-}
-
-// Its queue after n changes: the last three turns appended.
-QList<OutboxTurn> writerQueueAfter(int n)
-{
-    QList<OutboxTurn> turns;
-    for (int k = std::max(0, n / 2 - 2); k < (n + 1) / 2; ++k)
-        turns.append(turn(k, u"v1"_s, writerPad));
-    return turns;
 }
 
 } // namespace
@@ -408,38 +383,10 @@ private slots:
         }
     }
 
-    // A real writer killed: every confirmed change is on disk, at most one more, none doubled.
-    void killedWriter_data()
-    {
-        QTest::addColumn<int>("confirmed");
-        for (int n : {1, 9, 60, 170})
-            QTest::addRow("after %d", n) << n;
-    }
-
-    void killedWriter()
-    {
-        QFETCH(int, confirmed);
-        QProcess writer;
-        writer.start(QCoreApplication::applicationFilePath(), {u"--outbox-writer"_s, home->path()});
-        QByteArray out;
-        while (out.count("ok\n") < confirmed) {
-            QVERIFY2(writer.waitForReadyRead(20000), writer.readAllStandardError().constData());
-            out += writer.readAllStandardOutput();
-        }
-        writer.kill();
-        QVERIFY(writer.waitForFinished());
-        const int seen = int((out + writer.readAllStandardOutput()).count("ok\n"));
-
-        const OutboxState got = reloaded();
-        QVERIFY2(got.turns == writerQueueAfter(seen) || got.turns == writerQueueAfter(seen + 1),
-                 qPrintable(u"%1 confirmed, found %2"_s.arg(seen).arg(summary(got))));
-    }
 };
 
 int main(int argc, char **argv)
 {
-    if (argc == 3 && qstrcmp(argv[1], "--outbox-writer") == 0)
-        return runWriter(argv[2]);
     if (argc == 5 && qstrcmp(argv[1], "--outbox-appender") == 0)
         return runAppender(argv[2], argv[3], atoi(argv[4]));
     QCoreApplication app(argc, argv);

@@ -9,6 +9,7 @@
 #include "chat/store/transcript.h"
 #include "platform/appdata.h"
 #include "support/fakeclock.h"
+#include "support/testapi.h"
 #include "support/fakereachability.h"
 #include "support/fakesleeper.h"
 #include "support/testhome.h"
@@ -62,11 +63,13 @@ class ChatStoreTest : public QObject
 {
     Q_OBJECT
 
+    TestApi api;
+
     std::unique_ptr<TestHome> home;
     FakeSleeper sleeper;
     FakeReachability reachability;
     FakeClock clock;
-    ChatStores chats{ChatPorts{sleeper, reachability, clock}};
+    ChatStores chats{ChatPorts{api, sleeper, reachability, clock}};
 
     std::unique_ptr<ChatStore> newStore(const ChatScope &scope = ChatScope::main())
     {

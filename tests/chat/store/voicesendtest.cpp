@@ -22,11 +22,11 @@ class VoiceSendTest : public QObject
 
     std::unique_ptr<TestHome> home;
     Service service;
-    TestIdentity identity;
+    TestIdentity identity{service};
     FakeSleeper sleeper;
     FakeReachability reachability;
     FakeClock clock;
-    ChatStores chats{ChatPorts{sleeper, reachability, clock}};
+    ChatStores chats{ChatPorts{identity.api(), sleeper, reachability, clock}};
     std::unique_ptr<ChatBackgroundTransfer> transfers;
 
     // A short, valid 16 kHz mono WAV file.
@@ -47,13 +47,7 @@ class VoiceSendTest : public QObject
         return store;
     }
 
-    QJsonArray stored(const QString &conversation)
-    {
-        return service
-            .control("GET", QStringLiteral("messages?user=demo&conversation_id=") + conversation)
-            .value(u"messages")
-            .toArray();
-    }
+    QJsonArray stored(const QString &conversation) { return service.messages(conversation); }
 
     QJsonArray received()
     {
@@ -84,7 +78,6 @@ private slots:
     void initTestCase()
     {
         QVERIFY2(service.running(), "the reference service did not start");
-        identity.use(service);
     }
 
     void init()
@@ -92,7 +85,7 @@ private slots:
         transfers.reset();
         home.reset();
         home = std::make_unique<TestHome>();
-        transfers = std::make_unique<ChatBackgroundTransfer>(&sleeper);
+        transfers = std::make_unique<ChatBackgroundTransfer>(identity.api(), &sleeper);
         service.reset();
         service.control("POST", QStringLiteral("agent"), {{"mode", "silent"}});
         identity.signIn();

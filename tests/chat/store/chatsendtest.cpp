@@ -29,11 +29,11 @@ class ChatSendTest : public QObject
 
     std::unique_ptr<TestHome> home;
     Service service;
-    TestIdentity identity;
+    TestIdentity identity{service};
     FakeSleeper sleeper;
     FakeReachability reachability;
     FakeClock clock;
-    ChatStores chats{ChatPorts{sleeper, reachability, clock}};
+    ChatStores chats{ChatPorts{identity.api(), sleeper, reachability, clock}};
     std::unique_ptr<ChatBackgroundTransfer> transfers;
 
     std::unique_ptr<ChatStore> newStore()
@@ -87,7 +87,6 @@ private slots:
     void initTestCase()
     {
         QVERIFY2(service.running(), "the reference service did not start");
-        identity.use(service);
     }
 
     void init()
@@ -96,7 +95,7 @@ private slots:
         transfers.reset();
         home.reset();
         home = std::make_unique<TestHome>();
-        transfers = std::make_unique<ChatBackgroundTransfer>(&sleeper);
+        transfers = std::make_unique<ChatBackgroundTransfer>(identity.api(), &sleeper);
         service.reset();
         service.control("POST", QStringLiteral("agent"), {{"mode", "silent"}});
         identity.signIn();

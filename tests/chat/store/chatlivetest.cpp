@@ -37,11 +37,11 @@ class ChatLiveTest : public QObject
 
     std::unique_ptr<TestHome> home;
     Service service;
-    TestIdentity identity;
+    TestIdentity identity{service};
     FakeSleeper sleeper;
     FakeReachability reachability;
     FakeClock clock;
-    ChatStores chats{ChatPorts{sleeper, reachability, clock}};
+    ChatStores chats{ChatPorts{identity.api(), sleeper, reachability, clock}};
 
     std::unique_ptr<ChatStore> newStore(const ChatScope &scope = ChatScope::main())
     {
@@ -76,7 +76,6 @@ private slots:
     void initTestCase()
     {
         QVERIFY2(service.running(), "the reference service did not start");
-        identity.use(service);
     }
 
     void init()

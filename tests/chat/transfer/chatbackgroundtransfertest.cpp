@@ -27,14 +27,14 @@ QString chatKey(const QString &id)
 }
 
 // One background chat post, named after its request id.
-QCoro::Task<QJsonObject> send(QString id, QString text = QStringLiteral("hi"))
+QCoro::Task<QJsonObject> send(Api &api, QString id, QString text = QStringLiteral("hi"))
 {
     Api::Options options;
     options.backgroundID = chatKey(id);
     QJsonObject body;
     body.insert(QStringLiteral("text"), text);
     body.insert(QStringLiteral("client_request_id"), id);
-    co_return co_await Api::post(QStringLiteral("webapi/chat"), body, options);
+    co_return co_await api.post(QStringLiteral("webapi/chat"), body, options);
 }
 
 QByteArray fileBytes(const QString &path)
@@ -55,21 +55,8 @@ class ChatBackgroundTransferTest : public QObject
     std::unique_ptr<TestHome> home;
     std::unique_ptr<ChatBackgroundTransfer> transfer;
 
-    int chatRequests()
-    {
-        int n = 0;
-        for (const QJsonValue &entry : service.log())
-            n += entry[u"path"].toString() == u"webapi/chat";
-        return n;
-    }
-
-    qsizetype messages()
-    {
-        return service.control("GET", QStringLiteral("messages?user=demo&conversation_id=main"))
-            .value(u"messages")
-            .toArray()
-            .size();
-    }
+    int chatRequests() { return int(service.requests(QStringLiteral("webapi/chat")).size()); }
+    qsizetype messages() { return service.messages().size(); }
 
     QString bodyPath(const QString &key) const
     {
@@ -98,7 +85,7 @@ private slots:
         identity.signIn();
         service.clearLog();
         sleeper.requested.clear();
-        transfer = std::make_unique<ChatBackgroundTransfer>(&sleeper);
+        transfer = std::make_unique<ChatBackgroundTransfer>(identity.api(), &sleeper);
     }
 
     void cleanup() { transfer.reset(); }
@@ -106,16 +93,16 @@ private slots:
     // A newer instance going must hand background sends back to the older one.
     void registersAsTheOneInstance()
     {
-        { ChatBackgroundTransfer newer(&sleeper); }
+        { ChatBackgroundTransfer newer(identity.api(), &sleeper); }
         QCOMPARE(ChatBackgroundTransfer::shared(), transfer.get());
-        Sync::run(send(QStringLiteral("t0")));
+        Sync::run(send(identity.api(), QStringLiteral("t0")));
         QVERIFY(transfer->stored(chatKey(QStringLiteral("t0"))));
     }
 
     void answersFromTheReceiptWithoutSending()
     {
         const QString key = chatKey(QStringLiteral("t1"));
-        const QJsonObject first = Sync::run(send(QStringLiteral("t1")));
+        const QJsonObject first = Sync::run(send(identity.api(), QStringLiteral("t1")));
         // The body sent is the body kept, byte for byte.
         const QJsonArray log = service.log();
         QCOMPARE(log.size(), 1);
@@ -126,9 +113,9 @@ private slots:
 
         // Again, and again after a restart: the kept answer, nothing on the wire.
         service.clearLog();
-        QCOMPARE(Sync::run(send(QStringLiteral("t1"), QStringLiteral("changed"))), first);
-        transfer = std::make_unique<ChatBackgroundTransfer>(&sleeper);
-        QCOMPARE(Sync::run(send(QStringLiteral("t1"), QStringLiteral("changed"))), first);
+        QCOMPARE(Sync::run(send(identity.api(), QStringLiteral("t1"), QStringLiteral("changed"))), first);
+        transfer = std::make_unique<ChatBackgroundTransfer>(identity.api(), &sleeper);
+        QCOMPARE(Sync::run(send(identity.api(), QStringLiteral("t1"), QStringLiteral("changed"))), first);
         QVERIFY(service.log().isEmpty());
         QCOMPARE(messages(), 1);
     }
@@ -156,7 +143,7 @@ private slots:
         file.close();
         if (sends)
             QTest::ignoreMessage(QtWarningMsg, QRegularExpression("unreadable receipt"));
-        Sync::run(send(QStringLiteral("t2")));
+        Sync::run(send(identity.api(), QStringLiteral("t2")));
         QCOMPARE(chatRequests(), sends ? 1 : 0);
         if (sends) // the unreadable receipt gave way to the real answer
             QCOMPARE(transfer->stored(key)->status, 200);
@@ -179,8 +166,8 @@ private slots:
         QJsonObject second;
         auto both = [&]() -> QCoro::Task<> {
             // Both start at once: a task runs up to its first wait when it is made.
-            QCoro::Task<QJsonObject> a = send(QStringLiteral("a"));
-            QCoro::Task<QJsonObject> b = send(secondId);
+            QCoro::Task<QJsonObject> a = send(identity.api(), QStringLiteral("a"));
+            QCoro::Task<QJsonObject> b = send(identity.api(), secondId);
             first = co_await a;
             second = co_await b;
         };
@@ -215,7 +202,7 @@ private slots:
                              : QJsonObject{{"status", status}, {"body", body}});
         QString outcome;
         try {
-            Sync::run(send(QStringLiteral("t3")));
+            Sync::run(send(identity.api(), QStringLiteral("t3")));
         } catch (const Api::Failed &failed) {
             outcome = failed.description();
         } catch (const Api::Unauthorized &) {
@@ -225,7 +212,7 @@ private slots:
         QCOMPARE(transfer->stored(chatKey(QStringLiteral("t3")))->status, status);
         if (status == 401)
             identity.signIn();
-        Sync::run(send(QStringLiteral("t3")));
+        Sync::run(send(identity.api(), QStringLiteral("t3")));
         QCOMPARE(chatRequests(), 2);
         QCOMPARE(transfer->stored(chatKey(QStringLiteral("t3")))->status, 200);
     }
@@ -246,7 +233,7 @@ private slots:
         fault(cause);
         const QString key = chatKey(QStringLiteral("t4"));
         const QString text(200'000, u'x'); // big enough to be cut in the middle
-        QVERIFY_THROWS_EXCEPTION(Api::TransportError, Sync::run(send(QStringLiteral("t4"), text)));
+        QVERIFY_THROWS_EXCEPTION(Api::TransportError, Sync::run(send(identity.api(), QStringLiteral("t4"), text)));
         QVERIFY(!transfer->stored(key));
         QVERIFY(!transfer->running(key));
         QVERIFY(!fileBytes(bodyPath(key)).isEmpty());
@@ -254,7 +241,7 @@ private slots:
 
         // The next attempt sends again and the server, knowing the request id, keeps one message.
         service.control("DELETE", QStringLiteral("faults"));
-        QCOMPARE(Sync::run(send(QStringLiteral("t4"), text)).value(u"user_seq").toInt(), 1);
+        QCOMPARE(Sync::run(send(identity.api(), QStringLiteral("t4"), text)).value(u"user_seq").toInt(), 1);
         QCOMPARE(messages(), 1);
         QVERIFY(transfer->stored(key));
     }
@@ -265,7 +252,7 @@ private slots:
         bool stopped = false;
         auto caller = [&]() -> QCoro::Task<> {
             try {
-                co_await send(QStringLiteral("t6"));
+                co_await send(identity.api(), QStringLiteral("t6"));
             } catch (const Api::TransportError &) {
                 stopped = true;
             }
@@ -281,7 +268,7 @@ private slots:
     {
         const QStringList ids{QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")};
         for (const QString &id : ids)
-            Sync::run(send(id));
+            Sync::run(send(identity.api(), id));
         transfer->acknowledged({chatKey(ids[0]), chatKey(ids[1]), chatKey(QStringLiteral("x"))});
         QVERIFY(!QDir(transfer->folder(chatKey(ids[0]))).exists());
         QVERIFY(!QDir(transfer->folder(chatKey(ids[1]))).exists());
@@ -306,7 +293,7 @@ private slots:
                                   QStringLiteral("application/octet-stream"), data},
                                  {{QStringLiteral("client_request_id"), QStringLiteral("f1")}}};
         const Api::Reply reply =
-            Sync::run(Api::upload(QStringLiteral("webapi/upload"), upload, options));
+            Sync::run(identity.api().upload(QStringLiteral("webapi/upload"), upload, options));
         QCOMPARE(QJsonDocument::fromJson(reply.data)[u"sha256"].toString(),
                  QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex());
 

@@ -1,0 +1,98 @@
+// The end of the process: what waits or is under way finishes, nothing new starts, and a
+// debounced save still happens. Shutdown cannot be undone, so this binary ends it once.
+
+#include "platform/shutdown.h"
+#include "net/api.h"
+#include "platform/debouncer.h"
+#include "platform/sleeper.h"
+#include "support/service.h"
+#include "support/sync.h"
+#include "support/testhome.h"
+#include "support/testidentity.h"
+
+#include <QTest>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+QCoro::Task<> sleepLong(bool *woke)
+{
+    co_await Sleeper::real().sleep(1h);
+    *woke = true;
+}
+
+QCoro::Task<> fetch(Api *api, QString path, bool *ended, bool *canceled)
+{
+    try {
+        co_await api->raw(path, "GET", 90s);
+    } catch (const Api::TransportError &error) {
+        *canceled = error.code == QNetworkReply::OperationCanceledError;
+    }
+    *ended = true;
+}
+
+bool logged(Service &service, const QString &path)
+{
+    for (const QJsonValue &entry : service.log()) {
+        if (entry[u"path"].toString() == path)
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+class ShutdownTest : public QObject
+{
+    Q_OBJECT
+
+    TestHome home;
+    Service service;
+    TestIdentity identity;
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY2(service.running(), "the reference service did not start");
+        identity.use(service);
+        identity.signIn();
+    }
+
+    void endsWhatRunsAndStartsNothing()
+    {
+        const QString slow = QStringLiteral("webapi/projects");
+        service.fault({{"match", slow}, {"status", QJsonValue()}, {"delay", 60}});
+        service.clearLog();
+
+        bool woke = false;
+        QCoro::Task<> sleeping = sleepLong(&woke);
+        bool ended = false;
+        bool canceled = false;
+        QCoro::Task<> exchanging = fetch(&identity.api(), slow, &ended, &canceled);
+        QObject owner;
+        int saves = 0;
+        Debouncer save(&owner, 1h, [&saves] { ++saves; });
+        save.schedule();
+        QTRY_VERIFY(logged(service, slow));
+        QVERIFY(!woke && !ended);
+
+        Shutdown::begin();
+        QVERIFY(Shutdown::begun());
+        // All at once, without waiting on any timer.
+        QVERIFY(woke);
+        QVERIFY(ended);
+        QVERIFY(canceled);
+        QCOMPARE(saves, 1);
+
+        // Nothing new: a wait ends its loop at once, a request never leaves.
+        QVERIFY_THROWS_EXCEPTION(Shutdown::Ended, Sync::run(Sleeper::real().sleep(1ms)));
+        service.clearLog();
+        QVERIFY_THROWS_EXCEPTION(Api::TransportError,
+                                 Sync::run(identity.api().raw(QStringLiteral("webapi/me"), "GET", 5s)));
+        QVERIFY(!logged(service, QStringLiteral("webapi/me")));
+    }
+};
+
+QTEST_MAIN(ShutdownTest)
+#include "shutdowntest.moc"
