@@ -15,9 +15,9 @@ bool interactive(const Invocation &in)
     return (in.command == u"chat" && in.args.isEmpty()) || in.command == u"watch";
 }
 
-void arm(const Invocation &in)
+void arm(const Invocation &in, const Clock &clock)
 {
-    Crash::arm();
+    Crash::arm(clock);
     Crash::setSurface(u"cli "_s + in.command);
     if (interactive(in))
         Crash::setForeground(true);

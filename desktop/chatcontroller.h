@@ -9,6 +9,7 @@
 #include <QtQml/qqmlregistration.h>
 
 #include "messagerows.h"
+#include "platform/ports.h"
 #include "composerfiles.h"
 class QMimeData;
 class AudioPort;
@@ -41,7 +42,8 @@ class ChatController : public QObject
     Q_PROPERTY(ComposerFiles *files READ files CONSTANT)
 
 public:
-    ChatController(ChatScope scope, QString account, QString role, QObject *parent = nullptr);
+    ChatController(ChatScope scope, QString account, QString role, const Ports &ports,
+                   QObject *parent = nullptr);
     ~ChatController() override;
 
     ChatStore *store() const { return m_store; }
@@ -98,6 +100,7 @@ signals:
     void recordLevelChanged();
 
 private:
+    const Ports m_ports;
     QString m_account;
     ChatStore *m_store;
     MessageRows *m_rows;

@@ -1,5 +1,6 @@
 #include "healthcontroller.h"
 
+#include "platform/clock.h"
 #include "features/health/healthactivity.h"
 #include "features/health/healthexportstore.h"
 #include "features/health/healthsync.h"
@@ -24,9 +25,9 @@ QVariant number(const std::optional<double> &value)
 
 } // namespace
 
-HealthController::HealthController(CurrentUser currentUser, QObject *parent)
+HealthController::HealthController(CurrentUser currentUser, const Clock &clock, QObject *parent)
     : QObject(parent)
-    , m_sync(new HealthSync(nullptr, std::move(currentUser), {}, this))
+    , m_sync(new HealthSync(nullptr, std::move(currentUser), clock, this))
 {
     if (!s_instance)
         s_instance = this;
@@ -58,7 +59,7 @@ HealthController::~HealthController()
 HealthController *HealthController::create(QQmlEngine *, QJSEngine *)
 {
     if (!s_instance)
-        s_instance = new HealthController([] { return QString(); });
+        s_instance = new HealthController([] { return QString(); }, Clock::system());
     QQmlEngine::setObjectOwnership(s_instance, QQmlEngine::CppOwnership);
     return s_instance;
 }

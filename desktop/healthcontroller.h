@@ -9,6 +9,8 @@
 #include <functional>
 #include <memory>
 
+class Clock;
+
 class HealthStore;
 class HealthSync;
 class QQmlEngine;
@@ -41,7 +43,8 @@ public:
 
     static constexpr const char *exportKey = "desktop.health.export";
 
-    explicit HealthController(CurrentUser currentUser, QObject *parent = nullptr);
+    // The clock outlives the controller.
+    HealthController(CurrentUser currentUser, const Clock &clock, QObject *parent = nullptr);
     ~HealthController() override;
 
     static HealthController *create(QQmlEngine *, QJSEngine *);

@@ -12,8 +12,11 @@
 #include "chat/store/chatstore.h"
 #include "net/api.h"
 #include "platform/appactivity.h"
+#include "platform/clock.h"
 #include "platform/guiclipboard.h"
 #include "platform/notifier.h"
+#include "platform/ports.h"
+#include "platform/reachability.h"
 #include "platform/secretstore.h"
 #include "platform/sleeper.h"
 #include "session/session.h"
@@ -77,16 +80,20 @@ int main(int argc, char **argv)
         return 2;
     }
 
+    // The machine's services, built once here and handed down.
+    Reachability *reachability = Reachability::platform(&app);
+    const Ports ports{Clock::system(), Sleeper::real(), *reachability};
+
     // The stores of the app's whole life, made here and nowhere else.
     Session session(SecretStore::platform(u"Halvenmark"_s));
     session.onForget([] { ChatStore::resetAll(); });
     ChatBackgroundTransfer transfers;
-    App shell(&session);
+    App shell(&session, ports);
     NotifyController notify(Notifier::platform(&app));
-    HealthController health([&session] { return session.user(); });
+    HealthController health([&session] { return session.user(); }, ports.clock);
     GuiClipboard clipboard;
     VaultController vault(nullptr, GuiClipboard::displayPresent() ? &clipboard : nullptr,
-                          Sleeper::real());
+                          ports.sleeper);
 
     QQmlApplicationEngine engine;
     DesktopApp::guard(engine);
@@ -96,7 +103,7 @@ int main(int argc, char **argv)
 
     LaunchSteps steps;
     steps.armCrash = [&] {
-        Crash::arm();
+        Crash::arm(ports.clock);
         Crash::setSurface(u"desktop"_s);
         // What the last run left goes out once the server knows who we are.
         QObject::connect(&session, &Session::gateChanged, &session, [&session] {

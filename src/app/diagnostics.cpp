@@ -3,6 +3,7 @@
 #include "crash.h"
 #include "net/api.h"
 #include "platform/atomicfile.h"
+#include "platform/clock.h"
 #include "reportqueue.h"
 
 #include <QDateTime>
@@ -20,9 +21,9 @@ QString folder()
     return QDir(Crash::folder()).filePath(u"diagnostics"_s);
 }
 
-bool didReceive(const QByteArray &payload, const QString &folder)
+bool didReceive(const QByteArray &payload, const Clock &clock, const QString &folder)
 {
-    const QString name = u"%1-%2.json"_s.arg(QDateTime::currentMSecsSinceEpoch())
+    const QString name = u"%1-%2.json"_s.arg(clock.now().toMSecsSinceEpoch())
                              .arg(QUuid::createUuid().toString(QUuid::Id128).left(8));
     return AtomicFile::write(QDir(folder).filePath(name), payload);
 }

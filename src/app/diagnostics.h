@@ -4,6 +4,8 @@
 #include <QJsonObject>
 #include <QString>
 
+class Clock;
+
 class ReportQueue;
 
 // On-device diagnostic payloads (JSON from the platform), kept as files until sent.
@@ -15,7 +17,8 @@ constexpr qsizetype maxPayload = 400'000;
 QString folder();
 
 // Keeps a payload as a ".json" file in the folder until the next drain.
-bool didReceive(const QByteArray &payload, const QString &folder = Diagnostics::folder());
+bool didReceive(const QByteArray &payload, const Clock &clock,
+                const QString &folder = Diagnostics::folder());
 
 // The report for one payload: at most the first 400,000 bytes ("truncated" then true),
 // as a JSON object in "payload" when it parses, else as text in "raw".

@@ -6,6 +6,8 @@
 
 #include <functional>
 
+class Clock;
+
 // Reports waiting for the server, one JSON file each, so that a report survives a run that
 // ends (or is signed out) before it went out. Main thread only.
 class ReportQueue
@@ -13,7 +15,8 @@ class ReportQueue
 public:
     using Poster = std::function<QCoro::Task<>(QJsonObject)>;
 
-    explicit ReportQueue(QString folder);
+    // The clock names the files by age; it outlives the queue.
+    ReportQueue(QString folder, const Clock &clock);
 
     // Keeps the report on disk; the oldest go when more than `limit` wait (a crash loop).
     bool add(const QJsonObject &report);
@@ -33,4 +36,5 @@ private:
     QStringList files() const;
 
     QString m_folder;
+    const Clock *m_clock;
 };

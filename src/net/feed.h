@@ -11,7 +11,8 @@ template<class T>
 class Feed
 {
 public:
-    explicit Feed(QString path, double every = 0, Sleeper *sleeper = nullptr)
+    // The sleeper times reloads and outlives the feed.
+    Feed(QString path, double every, Sleeper &sleeper)
         : m_core(std::make_unique<FeedCore>(std::move(path), every, Api::decoderFor<T>(),
                                             &Feed::present, sleeper))
     {

@@ -20,13 +20,13 @@ std::chrono::milliseconds millis(double seconds)
 } // namespace
 
 FeedCore::FeedCore(QString path, double every, Api::Decoder decode, Presenter present,
-                   Sleeper *sleeper, QObject *parent)
+                   Sleeper &sleeper, QObject *parent)
     : QObject(parent)
     , m_path(Api::relativePath(std::move(path)))
     , m_every(every)
     , m_decode(std::move(decode))
     , m_present(std::move(present))
-    , m_sleeper(sleeper ? sleeper : &Sleeper::real())
+    , m_sleeper(&sleeper)
 {
     // A page already read in this run shows at once, with no network at all.
     if (const auto known = ProjectCache::remembered(m_path, Api::signedInUser())) {

@@ -5,6 +5,7 @@
 
 #include "chat/outbox/chatoutbox.h"
 #include "chat/store/chatrowsmodel.h"
+#include "support/liveports.h"
 #include "support/testhome.h"
 
 #include <QAbstractItemModelTester>
@@ -153,7 +154,8 @@ void DesktopModelsTest::pasteAttaches()
 
     TestHome home;
     QTemporaryDir scratch;
-    ChatController chat(ChatScope::main(), u"tester"_s, u"user"_s);
+    LivePorts live;
+    ChatController chat(ChatScope::main(), u"tester"_s, u"user"_s, live.ports);
     QMimeData data;
     if (image) {
         QImage picture(40, 30, QImage::Format_ARGB32);

@@ -62,7 +62,7 @@ private slots:
     void firstAnswerPublishes()
     {
         service.setPage(QStringLiteral("webapi/counter"), QJsonObject{{"count", 7}});
-        Feed<Counter> feed(QStringLiteral("/webapi/counter"));
+        Feed<Counter> feed(QStringLiteral("/webapi/counter"), 0, sleeper);
         QVERIFY(feed.loading());
         QCOMPARE(feed.value().count, 0);
         QSignalSpy changed(feed.object(), &FeedCore::valueChanged);
@@ -79,12 +79,12 @@ private slots:
     {
         service.setPage(QStringLiteral("webapi/counter"), QJsonObject{{"count", 3}});
         {
-            Feed<Counter> first(QStringLiteral("webapi/counter"));
+            Feed<Counter> first(QStringLiteral("webapi/counter"), 0, sleeper);
             Sync::run(first.load());
         }
         service.fault({{"match", "*"}, {"drop", true}, {"times", -1}});
         service.clearLog();
-        Feed<Counter> again(QStringLiteral("webapi/counter"));
+        Feed<Counter> again(QStringLiteral("webapi/counter"), 0, sleeper);
         QCOMPARE(again.value().count, 3);
         QVERIFY(!again.digest().isEmpty());
         QVERIFY(service.log().isEmpty());
@@ -93,7 +93,7 @@ private slots:
     void rebuildingPageIsAskedAtMostThreeTimesInARow()
     {
         service.setPage(QStringLiteral("webapi/board"), QJsonObject{{"count", 1}}, {{"refreshing", 2}});
-        Feed<Counter> feed(QStringLiteral("webapi/board"), 0, &sleeper);
+        Feed<Counter> feed(QStringLiteral("webapi/board"), 0, sleeper);
         Sync::run(feed.load());
         for (int round = 1; round <= FeedCore::maxRefreshRetries; ++round) {
             QTRY_COMPARE(sleeper.waiting(), 1);
@@ -136,7 +136,7 @@ private slots:
         QFETCH(QString, text);
         L::pin(lang);
         service.setPage(QStringLiteral("webapi/counter"), QJsonObject{{"count", 5}});
-        Feed<Counter> feed(QStringLiteral("webapi/counter"));
+        Feed<Counter> feed(QStringLiteral("webapi/counter"), 0, sleeper);
         Sync::run(feed.load());
         ProjectCache::clear(); // no saved copy to fall back on
         fault.insert(QStringLiteral("match"), QStringLiteral("webapi/counter"));
@@ -150,7 +150,7 @@ private slots:
 
     void unauthorizedIsSilent()
     {
-        Feed<Counter> feed(QStringLiteral("webapi/tasks"));
+        Feed<Counter> feed(QStringLiteral("webapi/tasks"), 0, sleeper);
         service.expire(QStringLiteral("demo"));
         Sync::run(feed.load());
         QCOMPARE(feed.failure(), QString());
@@ -160,12 +160,12 @@ private slots:
     void watchReloadsOnItsPeriod()
     {
         service.setPage(QStringLiteral("webapi/counter"), QJsonObject{{"count", 1}});
-        Feed<Counter> idle(QStringLiteral("webapi/counter"), 0, &sleeper);
+        Feed<Counter> idle(QStringLiteral("webapi/counter"), 0, sleeper);
         idle.watch();
         QVERIFY(!idle.object()->watching());
         QVERIFY(sleeper.requested.isEmpty());
 
-        auto feed = std::make_unique<Feed<Counter>>(QStringLiteral("webapi/counter"), 5, &sleeper);
+        auto feed = std::make_unique<Feed<Counter>>(QStringLiteral("webapi/counter"), 5, sleeper);
         feed->watch();
         feed->watch(); // one loop only
         QCOMPARE(sleeper.requested, (QList<std::chrono::milliseconds>{std::chrono::seconds(5)}));

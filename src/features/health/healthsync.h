@@ -10,6 +10,7 @@
 #include <functional>
 #include <optional>
 
+class Clock;
 class HealthStore;
 
 // The link between this device's health store and the user's health on the server: who
@@ -33,11 +34,10 @@ public:
     static constexpr const char *userKey = "rb.health.user";
     static QString anchorKey(const QString &user);
 
-    using Clock = std::function<QDateTime()>;
     using CurrentUser = std::function<QString()>;
 
-    // store may be null: the device has none, and the panel only says so.
-    HealthSync(HealthStore *store, CurrentUser currentUser, Clock now = {},
+    // store may be null: the device has none, and the panel only says so. The clock outlives it.
+    HealthSync(HealthStore *store, CurrentUser currentUser, const Clock &clock,
                QObject *parent = nullptr);
 
     const std::optional<HealthView> &view() const { return m_view; }
@@ -71,6 +71,8 @@ signals:
 private:
     void startObserving();
     QCoro::Task<QJsonArray> dailyTotals(int days);
+    // Days begin at local midnight.
+    QDateTime localNow() const;
     std::optional<QByteArray> loadAnchor() const;
     void saveAnchor(const QByteArray &anchor);
     void setView(std::optional<HealthView> view);
@@ -80,7 +82,7 @@ private:
 
     HealthStore *m_store;
     CurrentUser m_currentUser;
-    Clock m_now;
+    const Clock &m_clock;
     std::optional<HealthView> m_view;
     bool m_syncing = false;
     bool m_pending = false;
