@@ -524,8 +524,10 @@ QCoro::Task<int> chat(Invocation in, const Ports &ports)
         co_return SignedOut;
     // Answers kept by transfers of an earlier run settle their turns before anything is sent.
     ChatStore::resumeAllBackgroundTransfers(Session::shared()->user());
-    if (sub.isEmpty())
-        co_return co_await ChatPrompt::run(in.project ? ChatScope::project(*in.project) : ChatScope::main(), ports);
+    if (sub.isEmpty()) {
+        const ChatScope scope = in.project ? ChatScope::project(*in.project) : ChatScope::main();
+        co_return co_await ChatPrompt::run(scope, ports);
+    }
     if (sub == u"send" && !in.voice.isEmpty())
         co_return co_await VoiceCommands::sendVoice(in, ports);
     co_return co_await found->second(in, ports);

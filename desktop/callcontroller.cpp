@@ -27,8 +27,8 @@ QVariantMap choice(const QString &value, const QString &label)
 } // namespace
 
 CallController::CallController(ChatScope scope, QString account, std::unique_ptr<CallLink> link,
-                               std::unique_ptr<AudioPort> port, Sleeper &sleeper, const Clock &clock,
-                               VoiceTuning &tuning, QObject *parent)
+                               std::unique_ptr<AudioPort> port, Sleeper &sleeper,
+                               const Clock &clock, VoiceTuning &tuning, QObject *parent)
     : QObject(parent)
     , m_account(std::move(account))
     , m_link(std::move(link))

@@ -267,7 +267,8 @@ void Call::traceNote(const QString &tag, const QString &id, const QString &text)
         }
     }
     m_trace.append(
-        {id.isEmpty() ? u"e"_s + QString::number(m_trace.size()) : id, m_clock.uptime(), tag, text});
+        {id.isEmpty() ? u"e"_s + QString::number(m_trace.size()) : id, m_clock.uptime(), tag,
+         text});
     emit traceChanged();
 }
 

@@ -189,7 +189,8 @@ private slots:
             deps.cache = home.path();
             return new VoicePlayer(deps, parent);
         });
-        chat = std::make_unique<ChatController>(ChatScope::main(), u"demo"_s, u"user"_s, live.ports);
+        chat = std::make_unique<ChatController>(ChatScope::main(), u"demo"_s, u"user"_s,
+                                                live.ports);
         chat->store()->prepare();
         files()->setShrink([this](QString, QString target, VideoCompress::Progress progress,
                                   VideoCompress::Stopped stopped) {
