@@ -13,12 +13,13 @@
 
 namespace ChatPrompt {
 
-QCoro::Task<int> run(ChatScope scope)
+QCoro::Task<int> run(ChatScope scope, const Ports &ports)
 {
     const Session *session = Session::shared();
-    ChatStore store(session->api(), scope, session->user(), session->role());
+    const ChatDependencies deps{&ports.sleeper, &ports.reachability};
+    ChatStore store(session->api(), scope, session->user(), session->role(), deps);
     if (ChatScreen::possible()) {
-        InteractiveChat chat(store);
+        InteractiveChat chat(store, ports.clock);
         if (chat.start()) {
             const int status = co_await chat.run();
             co_return status;

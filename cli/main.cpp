@@ -21,7 +21,11 @@ using namespace Qt::StringLiterals;
 #include "net/api.h"
 #include "net/networkmanager.h"
 #include "app/reportqueue.h"
+#include "platform/clock.h"
+#include "platform/ports.h"
+#include "platform/reachability.h"
 #include "platform/secretstore.h"
+#include "platform/sleeper.h"
 #include "chat/transfer/chatbackgroundtransfer.h"
 #include "chat/store/chatstore.h"
 #include "session/session.h"
@@ -36,7 +40,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-using Command = std::function<QCoro::Task<int>(Invocation)>;
+using Command = std::function<QCoro::Task<int>(Invocation, const Ports &)>;
 
 const std::map<QString, Command> &commands()
 {
@@ -116,14 +120,18 @@ int main(int argc, char **argv)
     }
     // --- end of the transport ---
 
-    CliVitals::arm(in, ReportQueue::server(api));
+    // The machine's services, built once here and handed down.
+    Reachability *reachability = Reachability::platform(&app);
+    const Ports ports{Clock::system(), Sleeper::real(), *reachability};
+
+    CliVitals::arm(in, ports.clock, ReportQueue::server(api));
     Session session(api, SecretStore::platform(u"Halvenmark"_s));
     session.onForget([] { ChatStore::resetAll(); });
     ChatBackgroundTransfer transfers(api);
     // Started from inside the event loop: a command that finishes without waiting on
     // anything must still be able to end the loop.
     QTimer::singleShot(0, &app, [&] {
-        QCoro::connect(settled(found->second(in), &session), &app, [](int code) {
+        QCoro::connect(settled(found->second(in, ports), &session), &app, [](int code) {
             Crash::settled();
             QCoreApplication::exit(code);
         });

@@ -4,6 +4,8 @@
 #include "terminaltext.h"
 #include "net/api.h"
 #include "net/feed.h"
+#include "platform/clock.h"
+#include "platform/sleeper.h"
 #include "session/session.h"
 #include "outcome.h"
 #include "sessioncommands.h"
@@ -17,7 +19,6 @@
 #include <QStringDecoder>
 
 #include <cstdio>
-#include <QTime>
 
 #include <unistd.h>
 
@@ -38,7 +39,7 @@ PageKind kindOf(const QByteArray &body)
     return utf8.hasError() ? PageKind::Binary : PageKind::Text;
 }
 
-QCoro::Task<int> get(Invocation in)
+QCoro::Task<int> get(Invocation in, const Ports &)
 {
     if (in.args.size() != 1) {
         Console::err(L::t(u"שימוש: get PATH"_s, u"Usage: get PATH"_s,
@@ -101,7 +102,7 @@ QCoro::Task<int> get(Invocation in)
 namespace {
 
 // On a terminal the page is redrawn in place; into a pipe each version is one JSON line.
-void draw(const QJsonValue &page)
+void draw(const QJsonValue &page, const Clock &clock)
 {
     if (isatty(STDOUT_FILENO) != 1) {
         const QByteArray line = page.isArray() ? QJsonDocument(page.toArray()).toJson(QJsonDocument::Compact)
@@ -112,12 +113,12 @@ void draw(const QJsonValue &page)
     Console::write(u"\x1b[H\x1b[2J"_s); // home, clear
     Console::json(page);
     Console::out(L::t(u"עודכן ב־%1"_s, u"Updated at %1"_s, u"Обновлено в %1"_s)
-                     .arg(QTime::currentTime().toString(u"HH:mm:ss"_s)));
+                     .arg(clock.now().toLocalTime().toString(u"HH:mm:ss"_s)));
 }
 
 } // namespace
 
-QCoro::Task<int> watch(Invocation in)
+QCoro::Task<int> watch(Invocation in, const Ports &ports)
 {
     if (in.args.size() != 1 || in.every < 0) {
         Console::err(L::t(u"שימוש: watch PATH [--every SECONDS]"_s, u"Usage: watch PATH [--every SECONDS]"_s,
@@ -128,10 +129,12 @@ QCoro::Task<int> watch(Invocation in)
     if (!ready)
         co_return SignedOut;
 
-    Feed<QJsonValue> feed(Session::shared()->api(), in.args.first(), in.every > 0 ? in.every : 10);
+    Feed<QJsonValue> feed(Session::shared()->api(), in.args.first(), in.every > 0 ? in.every : 10,
+                          ports.sleeper);
     FeedCore *core = feed.object();
-    QObject::connect(core, &FeedCore::valueChanged, core, [core] {
-        draw(std::any_cast<QJsonValue>(core->typedValue()));
+    const Clock &clock = ports.clock;
+    QObject::connect(core, &FeedCore::valueChanged, core, [core, &clock] {
+        draw(std::any_cast<QJsonValue>(core->typedValue()), clock);
     });
     QObject::connect(core, &FeedCore::failureChanged, core, [core] {
         if (!core->failure().isEmpty())

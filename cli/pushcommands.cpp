@@ -17,7 +17,7 @@ using namespace Qt::StringLiterals;
 
 namespace PushCommands {
 
-QCoro::Task<int> push(Invocation in)
+QCoro::Task<int> push(Invocation in, const Ports &)
 {
     const QString action = in.args.value(0);
     if (in.args.size() != 1 || (action != u"status" && action != u"test")) {

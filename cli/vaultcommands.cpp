@@ -203,7 +203,7 @@ QCoro::Task<int> add(VaultStore &store, Invocation in)
 
 namespace VaultCommands {
 
-QCoro::Task<int> vault(Invocation in)
+QCoro::Task<int> vault(Invocation in, const Ports &ports)
 {
     const QString action = in.args.value(0);
     if (action == u"generate" && in.args.size() == 1) {
@@ -232,7 +232,7 @@ QCoro::Task<int> vault(Invocation in)
     const bool needsOwner = action == u"reveal" || action == u"copy";
     OwnerAuth &owner =
         needsOwner ? static_cast<OwnerAuth &>(pam) : static_cast<OwnerAuth &>(terminal);
-    VaultStore store(Session::shared()->api(), owner, nullptr, Sleeper::real());
+    VaultStore store(Session::shared()->api(), owner, nullptr, ports.sleeper);
 
     if (action == u"list") {
         const int code = co_await list(store, in.json);

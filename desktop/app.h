@@ -15,6 +15,7 @@
 #include "chatcontroller.h"
 #include "callcontroller.h"
 #include "voicecontroller.h"
+#include "platform/ports.h"
 class QQmlEngine;
 class QJSEngine;
 
@@ -53,13 +54,16 @@ class App : public QObject
     Q_PROPERTY(VoiceController *voice READ voice CONSTANT)
 
 public:
-    explicit App(Session *session, QObject *parent = nullptr);
+    // The ports outlive the app.
+    App(Session *session, const Ports &ports, QObject *parent = nullptr);
     ~App() override;
 
     static App *create(QQmlEngine *, QJSEngine *);
     static App *instance();
 
     Session *session() const { return m_session; }
+    // The machine's services main built, for objects QML makes.
+    const Ports &ports() const { return m_ports; }
     Language *language() const { return m_language; }
     QString gate() const;
     ChatController *chat() const { return m_chat; }
@@ -126,6 +130,7 @@ private:
     static QCoro::Task<> catchUp(QPointer<App> app);
 
     Session *m_session;
+    const Ports m_ports;
     Language *m_language;
     ChatController *m_chat = nullptr;
     ChatController *m_projectChat = nullptr;

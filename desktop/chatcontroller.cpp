@@ -11,10 +11,10 @@
 #include "messagerows.h"
 #include "text/l.h"
 
+#include "platform/clock.h"
 #include <QClipboard>
 #include <QCoroTask>
 #include <QPointer>
-#include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
 #include <QGuiApplication>
@@ -23,10 +23,12 @@
 using namespace Qt::StringLiterals;
 
 ChatController::ChatController(Api &api, ChatScope scope, QString account, QString role,
-                               QObject *parent)
+                               const Ports &ports, QObject *parent)
     : QObject(parent)
+    , m_ports(ports)
     , m_account(account)
-    , m_store(new ChatStore(api, std::move(scope), std::move(account), std::move(role), {}, this))
+    , m_store(new ChatStore(api, std::move(scope), std::move(account), std::move(role),
+                            ChatDependencies{&ports.sleeper, &ports.reachability}, this))
     , m_rows(new MessageRows(this))
     , m_files(new ComposerFiles(m_store, this))
 {
@@ -55,7 +57,7 @@ void ChatController::refresh()
 
 QVariantList ChatController::pending() const
 {
-    const double now = QDateTime::currentMSecsSinceEpoch() / 1000.0;
+    const double now = m_ports.clock.now().toMSecsSinceEpoch() / 1000.0;
     QVariantList out;
     for (const PendingTurn &turn : m_store->pendingTurns()) {
         QString state = u"sending"_s;
@@ -190,6 +192,7 @@ void ChatController::startRecording()
             m_microphone = new QtAudioPort(this);
         Recorder::Dependencies deps;
         deps.port = m_microphone;
+        deps.sleeper = &m_ports.sleeper;
         m_recorder = new Recorder(deps, this);
         connect(m_recorder, &Recorder::recordingChanged, this, &ChatController::recordingChanged);
         connect(m_recorder, &Recorder::errorChanged, this, &ChatController::recordingChanged);

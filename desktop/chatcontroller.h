@@ -9,6 +9,7 @@
 #include <QtQml/qqmlregistration.h>
 
 #include "messagerows.h"
+#include "platform/ports.h"
 #include "composerfiles.h"
 class Api;
 class QMimeData;
@@ -42,7 +43,8 @@ class ChatController : public QObject
     Q_PROPERTY(ComposerFiles *files READ files CONSTANT)
 
 public:
-    ChatController(Api &api, ChatScope scope, QString account, QString role,
+    // api and the ports outlive the controller.
+    ChatController(Api &api, ChatScope scope, QString account, QString role, const Ports &ports,
                    QObject *parent = nullptr);
     ~ChatController() override;
 
@@ -100,6 +102,7 @@ signals:
     void recordLevelChanged();
 
 private:
+    const Ports m_ports;
     QString m_account;
     ChatStore *m_store;
     MessageRows *m_rows;

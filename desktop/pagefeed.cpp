@@ -63,7 +63,8 @@ void PageFeed::rebuild()
             [](const QByteArray &body) -> std::any { return Decode::parse(body); },
             [](const std::any &value) {
                 return std::any_cast<const QJsonValue &>(value).toVariant();
-            });
+            },
+            app->ports().sleeper);
         connect(m_core.get(), &FeedCore::valueChanged, this, &PageFeed::valueChanged);
         connect(m_core.get(), &FeedCore::loadingChanged, this, &PageFeed::loadingChanged);
         connect(m_core.get(), &FeedCore::failureChanged, this, &PageFeed::failureChanged);

@@ -9,7 +9,9 @@
 #include "platform/fileaudioport.h"
 #include "platform/filesecretstore.h"
 #include "support/testapi.h"
+#include "support/fakeclock.h"
 #include "support/fakesleeper.h"
+#include "support/liveports.h"
 #include "support/testhome.h"
 #include "text/l.h"
 #include "voice/voicetuning.h"
@@ -80,7 +82,7 @@ public slots:
         L::set(u"en"_s);
         m_session = std::make_unique<Session>(api, 
             std::make_unique<FileSecretStore>(QDir(m_home->path()).filePath(u"secrets"_s)));
-        m_app = std::make_unique<App>(m_session.get());
+        m_app = std::make_unique<App>(m_session.get(), m_live.ports);
         m_app->setOnboarded(true);
         auto *link = new FakeCallLink;
         auto *port = new FileAudioPort;
@@ -88,7 +90,7 @@ public slots:
                             {"bluez_sink.headset", u"Headset"_s}};
         m_call = std::make_unique<CallController>(
             ChatScope::main(), u"tester"_s, std::unique_ptr<CallLink>(link),
-            std::unique_ptr<AudioPort>(port), &m_sleeper, [] { return 100.0; }, &m_tuning);
+            std::unique_ptr<AudioPort>(port), m_sleeper, m_clock, m_tuning);
         m_fixture = std::make_unique<CallFixture>(link, port, &m_sleeper);
     }
 
@@ -120,7 +122,9 @@ private:
     TestApi api;
     std::unique_ptr<Session> m_session;
     std::unique_ptr<App> m_app;
+    LivePorts m_live;
     FakeSleeper m_sleeper;
+    FakeClock m_clock;
     VoiceTuning m_tuning;
     std::unique_ptr<CallController> m_call;
     std::unique_ptr<CallFixture> m_fixture;

@@ -14,6 +14,7 @@
 #include "platform/appdata.h"
 #include "platform/clipboard.h"
 #include "platform/ownerauth.h"
+#include "platform/clock.h"
 #include "support/fakesleeper.h"
 #include "support/testhome.h"
 #include "support/testidentity.h"
@@ -244,7 +245,7 @@ private slots:
                        .toUtf8());
         file.close();
 
-        HealthController health(identity.api(), [] { return u"demo"_s; });
+        HealthController health(identity.api(), [] { return u"demo"_s; }, Clock::system());
         QSignalSpy syncing(&health, &HealthController::syncingChanged);
         health.linkExport(QUrl::fromLocalFile(path));
         QTRY_VERIFY(syncing.size() >= 2 && !health.syncing());
@@ -256,7 +257,7 @@ private slots:
 
         // The next start finds the same export again.
         {
-            HealthController again(identity.api(), [] { return u"demo"_s; });
+            HealthController again(identity.api(), [] { return u"demo"_s; }, Clock::system());
             again.arm();
             QVERIFY(again.linked());
             QCOMPARE(again.exportName(), u"export.xml"_s);

@@ -6,6 +6,7 @@
 #include "chat/outbox/chatoutbox.h"
 #include "chat/store/chatrowsmodel.h"
 #include "support/testapi.h"
+#include "support/liveports.h"
 #include "support/testhome.h"
 
 #include <QAbstractItemModelTester>
@@ -156,7 +157,8 @@ void DesktopModelsTest::pasteAttaches()
 
     TestHome home;
     QTemporaryDir scratch;
-    ChatController chat(api, ChatScope::main(), u"tester"_s, u"user"_s);
+    LivePorts live;
+    ChatController chat(api, ChatScope::main(), u"tester"_s, u"user"_s, live.ports);
     QMimeData data;
     if (image) {
         QImage picture(40, 30, QImage::Format_ARGB32);

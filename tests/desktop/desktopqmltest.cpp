@@ -7,6 +7,7 @@
 
 #include "chat/model/messagesfeed.h"
 #include "platform/filesecretstore.h"
+#include "support/liveports.h"
 #include "support/testapi.h"
 #include "support/testhome.h"
 #include "text/l.h"
@@ -68,9 +69,10 @@ public slots:
         L::set(u"en"_s);
         m_session = std::make_unique<Session>(api, 
             std::make_unique<FileSecretStore>(QDir(m_home->path()).filePath(u"secrets"_s)));
-        m_app = std::make_unique<App>(m_session.get());
+        m_app = std::make_unique<App>(m_session.get(), m_live.ports);
         m_app->setOnboarded(true);
-        m_chat = std::make_unique<ChatController>(api, ChatScope::main(), u"tester"_s, u"user"_s);
+        m_chat = std::make_unique<ChatController>(api, ChatScope::main(), u"tester"_s, u"user"_s,
+                                                  m_live.ports);
         m_chat->store()->prepare();
         m_fixture = std::make_unique<Fixture>(m_chat.get());
     }
@@ -98,6 +100,7 @@ public slots:
 private:
     std::unique_ptr<TestHome> m_home;
     TestApi api;
+    LivePorts m_live;
     std::unique_ptr<Session> m_session;
     std::unique_ptr<App> m_app;
     std::unique_ptr<ChatController> m_chat;

@@ -15,6 +15,7 @@
 #include "platform/filesecretstore.h"
 #include "platform/voiceoutput.h"
 #include "support/fakesleeper.h"
+#include "support/liveports.h"
 #include "support/service.h"
 #include "support/testhome.h"
 #include "support/testidentity.h"
@@ -117,6 +118,7 @@ class DesktopVoiceTest : public QObject
     Service service;
     TestIdentity identity;
     FakeSleeper sleeper;
+    LivePorts live;
     FakeOutput output;
     FakeShrink shrink;
     std::unique_ptr<Session> session;
@@ -175,7 +177,7 @@ private slots:
         qputenv("HALVENMARK_SERVER", service.base().toString().toUtf8());
         session = std::make_unique<Session>(identity.api(),
             std::make_unique<FileSecretStore>(QDir(home.path()).filePath(u"secrets"_s)));
-        app = std::make_unique<App>(session.get());
+        app = std::make_unique<App>(session.get(), live.ports);
         app->setOnboarded(true);
         identity.use(service);
         identity.signIn();
@@ -187,7 +189,8 @@ private slots:
             deps.cache = home.path();
             return new VoicePlayer(identity.api(), deps, parent);
         });
-        chat = std::make_unique<ChatController>(identity.api(), ChatScope::main(), u"demo"_s, u"user"_s);
+        chat = std::make_unique<ChatController>(identity.api(), ChatScope::main(), u"demo"_s,
+                                                u"user"_s, live.ports);
         chat->store()->prepare();
         files()->setShrink([this](QString, QString target, VideoCompress::Progress progress,
                                   VideoCompress::Stopped stopped) {
