@@ -64,12 +64,13 @@ bool signedOut()
 
 // A call object for the account requests: no sound devices are opened by them.
 struct Desk {
-    ApiCallLink link{Session::shared()->api()};
+    ApiCallLink link;
     FileAudioPort silent;
     Call call;
 
     Desk(const Invocation &in, const Ports &ports)
-        : call(scopeOf(in), &link, &silent, ports.sleeper, ports.clock, VoiceTuning::shared())
+        : link(ports.api)
+        , call(scopeOf(in), &link, &silent, ports.sleeper, ports.clock, VoiceTuning::shared())
     {}
 };
 
@@ -273,7 +274,7 @@ QCoro::Task<int> live(Invocation in, const Ports &ports)
     // A refused reconnect is part of the call's story (its phase says so); QCoro's uncategorised
     // warning about it would only scribble over the status line.
     QLoggingCategory::setFilterRules(u"default.warning=false"_s);
-    ApiCallLink link(Session::shared()->api());
+    ApiCallLink link(ports.api);
     Call call(scopeOf(in), &link, port, ports.sleeper, ports.clock, VoiceTuning::shared());
     co_await call.checkAvailability(Session::shared()->user());
     if (!call.availabilityChecked())

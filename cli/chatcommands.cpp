@@ -63,8 +63,7 @@ std::unique_ptr<ChatStore> storeFor(const Invocation &in, const Ports &ports)
     const Session *session = Session::shared();
     const ChatScope scope = in.project ? ChatScope::project(*in.project) : ChatScope::main();
     const ChatDependencies deps{&ports.sleeper, &ports.reachability};
-    return std::make_unique<ChatStore>(session->api(), scope, session->user(), session->role(),
-                                       deps);
+    return std::make_unique<ChatStore>(ports.api, scope, session->user(), session->role(), deps);
 }
 
 QCoro::Task<int> stopTask(ChatStore &store, int task)

@@ -17,7 +17,7 @@ QCoro::Task<int> run(ChatScope scope, const Ports &ports)
 {
     const Session *session = Session::shared();
     const ChatDependencies deps{&ports.sleeper, &ports.reachability};
-    ChatStore store(session->api(), scope, session->user(), session->role(), deps);
+    ChatStore store(ports.api, scope, session->user(), session->role(), deps);
     if (ChatScreen::possible()) {
         InteractiveChat chat(store, ports.clock);
         if (chat.start()) {

@@ -120,9 +120,9 @@ int main(int argc, char **argv)
     }
     // --- end of the transport ---
 
-    // The machine's services, built once here and handed down.
+    // The transport and the machine's services, built once here and handed down.
     Reachability *reachability = Reachability::platform(&app);
-    const Ports ports{Clock::system(), Sleeper::real(), *reachability};
+    const Ports ports{api, Clock::system(), Sleeper::real(), *reachability};
 
     CliVitals::arm(in, ports.clock, ReportQueue::server(api));
     Session session(api, SecretStore::platform(u"Halvenmark"_s));

@@ -39,7 +39,7 @@ PageKind kindOf(const QByteArray &body)
     return utf8.hasError() ? PageKind::Binary : PageKind::Text;
 }
 
-QCoro::Task<int> get(Invocation in, const Ports &)
+QCoro::Task<int> get(Invocation in, const Ports &ports)
 {
     if (in.args.size() != 1) {
         Console::err(L::t(u"שימוש: get PATH"_s, u"Usage: get PATH"_s,
@@ -52,9 +52,10 @@ QCoro::Task<int> get(Invocation in, const Ports &)
     // The body as it came: JSON, text or bytes are told apart here, not by the transport.
     Api::AnyPage page;
     try {
-        page = co_await Session::shared()->api().page(in.args.first(), [](const QByteArray &body) -> std::any { return body; });
+        page = co_await ports.api.page(in.args.first(),
+                                       [](const QByteArray &body) -> std::any { return body; });
     } catch (...) {
-        co_return Outcome::report(std::current_exception());
+        co_return Outcome::report(std::current_exception(), ports.api);
     }
     const QByteArray body = std::any_cast<QByteArray>(page.value);
     if (page.source == Api::Source::Saved)
@@ -129,8 +130,7 @@ QCoro::Task<int> watch(Invocation in, const Ports &ports)
     if (!ready)
         co_return SignedOut;
 
-    Feed<QJsonValue> feed(Session::shared()->api(), in.args.first(), in.every > 0 ? in.every : 10,
-                          ports.sleeper);
+    Feed<QJsonValue> feed(ports.api, in.args.first(), in.every > 0 ? in.every : 10, ports.sleeper);
     FeedCore *core = feed.object();
     const Clock &clock = ports.clock;
     QObject::connect(core, &FeedCore::valueChanged, core, [core, &clock] {

@@ -88,7 +88,7 @@ QCoro::Task<int> deliverVoice(const Invocation &in, const Ports &ports, float pe
 {
     const Session *session = Session::shared();
     const ChatDependencies deps{&ports.sleeper, &ports.reachability};
-    ChatStore store(session->api(), scopeOf(in), session->user(), session->role(), deps);
+    ChatStore store(ports.api, scopeOf(in), session->user(), session->role(), deps);
     store.prepare();
     qint64 userSeq = 0;
     QObject::connect(&store, &ChatStore::settled, &store,
@@ -195,7 +195,7 @@ QCoro::Task<int> transcribe(Invocation in, const Ports &ports)
         co_return Refused;
     const Session *session = Session::shared();
     const ChatDependencies deps{&ports.sleeper, &ports.reachability};
-    ChatStore store(session->api(), scopeOf(in), session->user(), session->role(), deps);
+    ChatStore store(ports.api, scopeOf(in), session->user(), session->role(), deps);
     std::exception_ptr failed;
     QString heard;
     try {
@@ -204,7 +204,7 @@ QCoro::Task<int> transcribe(Invocation in, const Ports &ports)
         failed = std::current_exception();
     }
     if (failed)
-        co_return Outcome::report(failed);
+        co_return Outcome::report(failed, ports.api);
     Console::out(TerminalText::safe(heard));
     co_return Done;
 }
@@ -305,7 +305,7 @@ QCoro::Task<int> play(Invocation in, const Ports &ports)
     deps.sleeper = &ports.sleeper;
     deps.clock = [&clock = ports.clock] { return clock.uptime(); };
     deps.cache = AppData::path(u"voice-cache"_s);
-    VoicePlayer player(Session::shared()->api(), deps);
+    VoicePlayer player(ports.api, deps);
     while (player.rate() != (in.rate == 0 ? 1.0 : in.rate))
         player.cycleRate();
 

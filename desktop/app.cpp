@@ -51,7 +51,7 @@ App::App(Session *session, const Ports &ports, QObject *parent)
     , m_session(session)
     , m_ports(ports)
     , m_language(new Language(this))
-    , m_voice(new VoiceController(VoiceController::platform(session->api(), ports), this))
+    , m_voice(new VoiceController(VoiceController::platform(ports.api, ports), this))
 {
     s_instance = this;
     m_sinceStart.start();
@@ -247,9 +247,8 @@ void App::openProject(int id, const QString &name)
     if (id < 1 || !m_session->signedIn())
         return;
     closeProject();
-    m_projectChat =
-        new ChatController(m_session->api(), ChatScope::project(id), m_session->user(),
-                           m_session->role(), m_ports, this);
+    m_projectChat = new ChatController(m_ports.api, ChatScope::project(id), m_session->user(),
+                                       m_session->role(), m_ports, this);
     m_projectChat->setVoice(m_voice);
     m_projectName = name;
     emit projectChatChanged();
@@ -336,11 +335,11 @@ void App::follow()
     if (!in)
         closeProject();
     if (in && !m_chat) {
-        m_chat = new ChatController(m_session->api(), ChatScope::main(), m_session->user(),
+        m_chat = new ChatController(m_ports.api, ChatScope::main(), m_session->user(),
                                     m_session->role(), m_ports, this);
         m_chat->setVoice(m_voice);
-        m_call = CallController::live(m_session->api(), ChatScope::main(), m_session->user(),
-                                      m_ports, this);
+        m_call =
+            CallController::live(m_ports.api, ChatScope::main(), m_session->user(), m_ports, this);
         // A call and a voice message must not talk over each other.
         connect(m_call, &CallController::phaseChanged, m_voice, [this, call = m_call] {
             if (call->active())

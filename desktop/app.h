@@ -62,7 +62,7 @@ public:
     static App *instance();
 
     Session *session() const { return m_session; }
-    // The machine's services main built, for objects QML makes.
+    // The transport and the machine's services main built, for the objects QML makes.
     const Ports &ports() const { return m_ports; }
     Language *language() const { return m_language; }
     QString gate() const;

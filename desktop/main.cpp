@@ -86,9 +86,9 @@ int main(int argc, char **argv)
     }
     // --- end of the transport ---
 
-    // The machine's services, built once here and handed down.
+    // The transport and the machine's services, built once here and handed down.
     Reachability *reachability = Reachability::platform(&app);
-    const Ports ports{Clock::system(), Sleeper::real(), *reachability};
+    const Ports ports{api, Clock::system(), Sleeper::real(), *reachability};
 
     // The stores of the app's whole life, made here and nowhere else.
     Session session(api, SecretStore::platform(u"Halvenmark"_s));

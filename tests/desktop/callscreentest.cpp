@@ -25,6 +25,7 @@
 #include <QtQuickTest>
 
 #include <memory>
+#include <optional>
 
 Q_IMPORT_QML_PLUGIN(Halvenmark_DesktopPlugin)
 
@@ -82,7 +83,8 @@ public slots:
         L::set(u"en"_s);
         m_session = std::make_unique<Session>(api, 
             std::make_unique<FileSecretStore>(QDir(m_home->path()).filePath(u"secrets"_s)));
-        m_app = std::make_unique<App>(m_session.get(), m_live.ports);
+        m_live.emplace(api);
+        m_app = std::make_unique<App>(m_session.get(), m_live->ports);
         m_app->setOnboarded(true);
         auto *link = new FakeCallLink;
         auto *port = new FileAudioPort;
@@ -122,7 +124,7 @@ private:
     TestApi api;
     std::unique_ptr<Session> m_session;
     std::unique_ptr<App> m_app;
-    LivePorts m_live;
+    std::optional<LivePorts> m_live;
     FakeSleeper m_sleeper;
     FakeClock m_clock;
     VoiceTuning m_tuning;

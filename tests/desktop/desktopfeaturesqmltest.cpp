@@ -31,6 +31,7 @@
 #include <QtQuickTest>
 
 #include <memory>
+#include <optional>
 
 Q_IMPORT_QML_PLUGIN(Halvenmark_DesktopPlugin)
 
@@ -155,15 +156,16 @@ public slots:
         Api &api = m_identity.api();
         m_session = std::make_unique<Session>(api,
             std::make_unique<FileSecretStore>(QDir(m_home->path()).filePath(u"secrets"_s)));
-        m_app = std::make_unique<App>(m_session.get(), m_live.ports);
+        m_live.emplace(api);
+        m_app = std::make_unique<App>(m_session.get(), m_live->ports);
         m_app->setOnboarded(true);
         // Requests go out as the test's own identity, not the signed-out session's.
         m_identity.use(*m_service);
         m_identity.signIn();
         m_notify = std::make_unique<NotifyController>(api, &m_notifier);
         m_notify->arm();
-        m_health = std::make_unique<HealthController>(api, [] { return u"demo"_s; },
-                                                      m_live.ports.clock);
+        m_health = std::make_unique<HealthController>(
+            api, [] { return u"demo"_s; }, m_live->ports.clock);
         m_vault = std::make_unique<VaultController>(api, &m_owner, &m_clipboard, m_sleeper);
         m_fixture = std::make_unique<Fixture>(*m_service, m_home->path(), api);
     }
@@ -198,7 +200,7 @@ private:
     TrustingOwner m_owner;
     NoteClipboard m_clipboard;
     FakeSleeper m_sleeper;
-    LivePorts m_live;
+    std::optional<LivePorts> m_live;
     std::unique_ptr<Session> m_session;
     std::unique_ptr<App> m_app;
     std::unique_ptr<NotifyController> m_notify;

@@ -157,7 +157,7 @@ void DesktopModelsTest::pasteAttaches()
 
     TestHome home;
     QTemporaryDir scratch;
-    LivePorts live;
+    LivePorts live(api);
     ChatController chat(api, ChatScope::main(), u"tester"_s, u"user"_s, live.ports);
     QMimeData data;
     if (image) {

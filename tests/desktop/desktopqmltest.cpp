@@ -22,6 +22,7 @@
 #include <QtQuickTest>
 
 #include <memory>
+#include <optional>
 
 Q_IMPORT_QML_PLUGIN(Halvenmark_DesktopPlugin)
 
@@ -69,10 +70,11 @@ public slots:
         L::set(u"en"_s);
         m_session = std::make_unique<Session>(api, 
             std::make_unique<FileSecretStore>(QDir(m_home->path()).filePath(u"secrets"_s)));
-        m_app = std::make_unique<App>(m_session.get(), m_live.ports);
+        m_live.emplace(api);
+        m_app = std::make_unique<App>(m_session.get(), m_live->ports);
         m_app->setOnboarded(true);
         m_chat = std::make_unique<ChatController>(api, ChatScope::main(), u"tester"_s, u"user"_s,
-                                                  m_live.ports);
+                                                  m_live->ports);
         m_chat->store()->prepare();
         m_fixture = std::make_unique<Fixture>(m_chat.get());
     }
@@ -100,7 +102,7 @@ public slots:
 private:
     std::unique_ptr<TestHome> m_home;
     TestApi api;
-    LivePorts m_live;
+    std::optional<LivePorts> m_live;
     std::unique_ptr<Session> m_session;
     std::unique_ptr<App> m_app;
     std::unique_ptr<ChatController> m_chat;

@@ -39,6 +39,8 @@
 #include <QTest>
 #include <QtQml/qqmlextensionplugin.h>
 
+#include <optional>
+
 Q_IMPORT_QML_PLUGIN(Halvenmark_DesktopPlugin)
 
 using namespace Qt::StringLiterals;
@@ -118,7 +120,7 @@ class DesktopVoiceTest : public QObject
     Service service;
     TestIdentity identity;
     FakeSleeper sleeper;
-    LivePorts live;
+    std::optional<LivePorts> live;
     FakeOutput output;
     FakeShrink shrink;
     std::unique_ptr<Session> session;
@@ -177,7 +179,8 @@ private slots:
         qputenv("HALVENMARK_SERVER", service.base().toString().toUtf8());
         session = std::make_unique<Session>(identity.api(),
             std::make_unique<FileSecretStore>(QDir(home.path()).filePath(u"secrets"_s)));
-        app = std::make_unique<App>(session.get(), live.ports);
+        live.emplace(identity.api());
+        app = std::make_unique<App>(session.get(), live->ports);
         app->setOnboarded(true);
         identity.use(service);
         identity.signIn();
@@ -190,7 +193,7 @@ private slots:
             return new VoicePlayer(identity.api(), deps, parent);
         });
         chat = std::make_unique<ChatController>(identity.api(), ChatScope::main(), u"demo"_s,
-                                                u"user"_s, live.ports);
+                                                u"user"_s, live->ports);
         chat->store()->prepare();
         files()->setShrink([this](QString, QString target, VideoCompress::Progress progress,
                                   VideoCompress::Stopped stopped) {
