@@ -9,8 +9,9 @@
 #include "terminaltext.h"
 
 #include "platform/fileaudioport.h"
-#include "platform/monotonic.h"
+#include "platform/clock.h"
 #include "platform/qtaudioport.h"
+#include "platform/sleeper.h"
 #include "platform/splitaudioport.h"
 #include "platform/wavfile.h"
 #include "session/session.h"
@@ -20,7 +21,6 @@
 #include "voice/callaudio.h"
 #include "voice/voicetuning.h"
 
-#include <QCoroTimer>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QLoggingCategory>
@@ -64,12 +64,13 @@ bool signedOut()
 
 // A call object for the account requests: no sound devices are opened by them.
 struct Desk {
-    ApiCallLink link{Session::shared()->api()};
+    ApiCallLink link;
     FileAudioPort silent;
     Call call;
 
-    explicit Desk(const Invocation &in)
-        : call(scopeOf(in), &link, &silent)
+    Desk(const Invocation &in, const Ports &ports)
+        : link(ports.api)
+        , call(scopeOf(in), &link, &silent, ports.sleeper, ports.clock, VoiceTuning::shared())
     {}
 };
 
@@ -122,9 +123,9 @@ QString journalFailed()
                 u"Не удалось загрузить журнал звонков."_s);
 }
 
-QCoro::Task<int> status(Invocation in)
+QCoro::Task<int> status(Invocation in, const Ports &ports)
 {
-    Desk desk(in);
+    Desk desk(in, ports);
     co_await desk.call.checkAvailability(Session::shared()->user());
     Call &call = desk.call;
     if (!call.availabilityChecked())
@@ -147,9 +148,9 @@ QCoro::Task<int> status(Invocation in)
     co_return Done;
 }
 
-QCoro::Task<int> journal(Invocation in)
+QCoro::Task<int> journal(Invocation in, const Ports &ports)
 {
-    Desk desk(in);
+    Desk desk(in, ports);
     const bool loaded = co_await desk.call.loadJournal();
     if (!loaded)
         co_return requestFailed(journalFailed());
@@ -178,9 +179,9 @@ QCoro::Task<int> journal(Invocation in)
     co_return Done;
 }
 
-QCoro::Task<int> prefs(Invocation in)
+QCoro::Task<int> prefs(Invocation in, const Ports &ports)
 {
-    Desk desk(in);
+    Desk desk(in, ports);
     Call &call = desk.call;
     if (in.voice.isEmpty() && in.language.isEmpty() && in.provider.isEmpty()) {
         const bool loaded = co_await call.loadJournal();
@@ -199,9 +200,9 @@ QCoro::Task<int> prefs(Invocation in)
     co_return Done;
 }
 
-QCoro::Task<int> memory(Invocation in)
+QCoro::Task<int> memory(Invocation in, const Ports &ports)
 {
-    Desk desk(in);
+    Desk desk(in, ports);
     Call &call = desk.call;
     co_await call.consolidateMemory();
     const bool loaded = co_await call.loadJournal();
@@ -229,7 +230,7 @@ int threshold(const Invocation &in)
     return Done;
 }
 
-QCoro::Task<int> live(Invocation in)
+QCoro::Task<int> live(Invocation in, const Ports &ports)
 {
     const bool fromFile = !in.input.isEmpty();
     const bool toFile = !in.output.isEmpty();
@@ -273,8 +274,8 @@ QCoro::Task<int> live(Invocation in)
     // A refused reconnect is part of the call's story (its phase says so); QCoro's uncategorised
     // warning about it would only scribble over the status line.
     QLoggingCategory::setFilterRules(u"default.warning=false"_s);
-    ApiCallLink link(Session::shared()->api());
-    Call call(scopeOf(in), &link, port);
+    ApiCallLink link(ports.api);
+    Call call(scopeOf(in), &link, port, ports.sleeper, ports.clock, VoiceTuning::shared());
     co_await call.checkAvailability(Session::shared()->user());
     if (!call.availabilityChecked())
         co_return requestFailed(call.unavailableReason());
@@ -289,17 +290,17 @@ QCoro::Task<int> live(Invocation in)
     CallReport report(&call, mode);
     interruptedByUser = 0;
     auto previous = std::signal(SIGINT, onInterrupt);
-    const double started = Monotonic::seconds();
+    const double started = ports.clock.uptime();
     bool sessionEnded = false;
     call.start();
     while (call.isActive()) {
-        co_await QCoro::sleepFor(100ms);
+        co_await ports.sleeper.sleep(100ms);
         report.redraw();
         if (signedOut()) {
             sessionEnded = true;
             call.hangUp();
         } else if (interruptedByUser ||
-                   (in.seconds > 0 && Monotonic::seconds() - started >= in.seconds)) {
+                   (in.seconds > 0 && ports.clock.uptime() - started >= in.seconds)) {
             call.hangUp();
         }
     }
@@ -333,13 +334,13 @@ QCoro::Task<int> live(Invocation in)
 
 namespace CallCommands {
 
-QCoro::Task<int> call(Invocation in)
+QCoro::Task<int> call(Invocation in, const Ports &ports)
 {
     const QString action = in.args.value(0);
     const bool prefsGiven = !in.voice.isEmpty() || !in.language.isEmpty() || !in.provider.isEmpty();
     const bool liveGiven = !in.input.isEmpty() || !in.output.isEmpty() || in.seconds > 0;
     if (action.isEmpty() && !prefsGiven) {
-        const int code = co_await live(in);
+        const int code = co_await live(in, ports);
         co_return code;
     }
     if (liveGiven || (prefsGiven && action != u"prefs"))
@@ -354,19 +355,19 @@ QCoro::Task<int> call(Invocation in)
     if (!signedIn)
         co_return SignedOut;
     if (action == u"status") {
-        const int code = co_await status(in);
+        const int code = co_await status(in, ports);
         co_return code;
     }
     if (action == u"journal") {
-        const int code = co_await journal(in);
+        const int code = co_await journal(in, ports);
         co_return code;
     }
     if (action == u"prefs") {
-        const int code = co_await prefs(in);
+        const int code = co_await prefs(in, ports);
         co_return code;
     }
     if (action == u"memory") {
-        const int code = co_await memory(in);
+        const int code = co_await memory(in, ports);
         co_return code;
     }
     co_return usage();

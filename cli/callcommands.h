@@ -1,6 +1,7 @@
 #pragma once
 
 #include "invocation.h"
+#include "platform/ports.h"
 
 #include <QCoroTask>
 
@@ -8,6 +9,6 @@
 // voice preferences, memory and interruption threshold.
 namespace CallCommands {
 
-QCoro::Task<int> call(Invocation in);
+QCoro::Task<int> call(Invocation in, const Ports &ports);
 
 } // namespace CallCommands

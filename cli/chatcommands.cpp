@@ -60,7 +60,7 @@ void usage(const QStringList &words = {})
 }
 
 
-std::unique_ptr<ChatStore> storeFor(const Invocation &in)
+std::unique_ptr<ChatStore> storeFor(const Invocation &in, const Ports &ports)
 {
     return CliChats::storeFor(in.project ? ChatScope::project(*in.project) : ChatScope::main());
 }
@@ -84,9 +84,9 @@ QString rendered(const QString &text)
     return Markup::AnsiWriter::render(text, RenderCommand::options());
 }
 
-QCoro::Task<int> showLog(Invocation in)
+QCoro::Task<int> showLog(Invocation in, const Ports &ports)
 {
-    auto store = storeFor(in);
+    auto store = storeFor(in, ports);
     store->hydrate();
     co_await store->load();
     store->flushDisk();
@@ -108,9 +108,9 @@ QCoro::Task<int> showLog(Invocation in)
     co_return Done;
 }
 
-QCoro::Task<int> follow(Invocation in)
+QCoro::Task<int> follow(Invocation in, const Ports &ports)
 {
-    auto store = storeFor(in);
+    auto store = storeFor(in, ports);
     store->open();
     // History is not news: listen once the first load has landed.
     while (store->loading())
@@ -231,7 +231,7 @@ QCoro::Task<std::optional<QString>> turnText(Invocation in)
     co_return words.join(u' ');
 }
 
-QCoro::Task<int> sendTurn(Invocation in)
+QCoro::Task<int> sendTurn(Invocation in, const Ports &ports)
 {
     const std::optional<QString> given = co_await turnText(in);
     if (!given)
@@ -243,7 +243,7 @@ QCoro::Task<int> sendTurn(Invocation in)
         usage({u"send"_s});
         co_return Usage;
     }
-    auto store = storeFor(in);
+    auto store = storeFor(in, ports);
     store->prepare();
     // Shrunk videos wait here until they are copied into the outbox.
     QTemporaryDir scratch(QDir::temp().filePath(u"shared-XXXXXX"_s));
@@ -384,9 +384,9 @@ int discard(ChatStore &store, const QString &given)
     return Done;
 }
 
-QCoro::Task<int> outbox(Invocation in)
+QCoro::Task<int> outbox(Invocation in, const Ports &ports)
 {
-    auto store = storeFor(in);
+    auto store = storeFor(in, ports);
     store->prepare();
     if (in.args.size() == 3 && in.args.at(1) == u"discard")
         co_return discard(*store, in.args.at(2));
@@ -427,9 +427,9 @@ QCoro::Task<int> outbox(Invocation in)
     co_return Done;
 }
 
-QCoro::Task<int> drainAll(Invocation in)
+QCoro::Task<int> drainAll(Invocation in, const Ports &ports)
 {
-    auto store = storeFor(in);
+    auto store = storeFor(in, ports);
     store->prepare();
     const auto progress = showProgress(store.get());
     const ChatStore::DrainSummary summary = co_await store->drain();
@@ -445,13 +445,13 @@ QCoro::Task<int> drainAll(Invocation in)
     co_return waiting > 0 ? Refused : summary.offline > 0 ? Unreachable : Done;
 }
 
-QCoro::Task<int> retryTurn(Invocation in)
+QCoro::Task<int> retryTurn(Invocation in, const Ports &ports)
 {
     if (in.args.size() != 2) {
         usage({u"retry"_s});
         co_return Usage;
     }
-    auto store = storeFor(in);
+    auto store = storeFor(in, ports);
     store->prepare();
     const std::optional<QString> named = turnNamed(*store, in.args.at(1));
     if (!named)
@@ -470,7 +470,7 @@ QCoro::Task<int> retryTurn(Invocation in)
     co_return outcomeOf(*store, id);
 }
 
-QCoro::Task<int> stop(Invocation in)
+QCoro::Task<int> stop(Invocation in, const Ports &ports)
 {
     bool number = false;
     const int task = in.args.size() == 2 ? in.args.at(1).toInt(&number) : 0;
@@ -478,7 +478,7 @@ QCoro::Task<int> stop(Invocation in)
         usage({u"stop"_s});
         co_return Usage;
     }
-    auto store = storeFor(in);
+    auto store = storeFor(in, ports);
     store->prepare();
     co_return co_await stopTask(*store, task);
 }
@@ -487,9 +487,9 @@ QCoro::Task<int> stop(Invocation in)
 
 namespace ChatCommands {
 
-QCoro::Task<int> chat(Invocation in)
+QCoro::Task<int> chat(Invocation in, const Ports &ports)
 {
-    using Sub = std::function<QCoro::Task<int>(Invocation)>;
+    using Sub = std::function<QCoro::Task<int>(Invocation, const Ports &)>;
     // One line per subcommand; its usage and options live in the command table.
     static const std::map<QString, Sub> subs = {
         {u"log"_s, showLog},
@@ -522,11 +522,13 @@ QCoro::Task<int> chat(Invocation in)
         co_return SignedOut;
     // Answers kept by transfers of an earlier run settle their turns before anything is sent.
     CliChats::stores().resumeBackgroundTransfers(Session::shared()->user());
-    if (sub.isEmpty())
-        co_return co_await ChatPrompt::run(in.project ? ChatScope::project(*in.project) : ChatScope::main());
+    if (sub.isEmpty()) {
+        const ChatScope scope = in.project ? ChatScope::project(*in.project) : ChatScope::main();
+        co_return co_await ChatPrompt::run(scope, ports);
+    }
     if (sub == u"send" && !in.voice.isEmpty())
-        co_return co_await VoiceCommands::sendVoice(in);
-    co_return co_await found->second(in);
+        co_return co_await VoiceCommands::sendVoice(in, ports);
+    co_return co_await found->second(in, ports);
 }
 
 } // namespace ChatCommands

@@ -13,12 +13,12 @@
 
 namespace ChatPrompt {
 
-QCoro::Task<int> run(ChatScope scope)
+QCoro::Task<int> run(ChatScope scope, const Ports &ports)
 {
     const auto held = CliChats::storeFor(scope);
     ChatStore &store = *held;
     if (ChatScreen::possible()) {
-        InteractiveChat chat(store);
+        InteractiveChat chat(store, ports.clock);
         if (chat.start()) {
             const int status = co_await chat.run();
             co_return status;

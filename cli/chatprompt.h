@@ -1,6 +1,7 @@
 #pragma once
 
 #include "chat/model/chatscope.h"
+#include "platform/ports.h"
 
 #include <QCoroTask>
 
@@ -9,6 +10,6 @@
 // exit status that says whether they were all accepted (PipedChat).
 namespace ChatPrompt {
 
-QCoro::Task<int> run(ChatScope scope);
+QCoro::Task<int> run(ChatScope scope, const Ports &ports);
 
 } // namespace ChatPrompt

@@ -15,11 +15,11 @@ bool interactive(const Invocation &in)
     return (in.command == u"chat" && in.args.isEmpty()) || in.command == u"watch";
 }
 
-void arm(const Invocation &in, ReportQueue::Poster post)
+void arm(const Invocation &in, const Clock &clock, ReportQueue::Poster post)
 {
     Crash::Setup setup;
     setup.post = std::move(post);
-    Crash::arm(setup);
+    Crash::arm(clock, setup);
     Crash::setSurface(u"cli "_s + in.command);
     if (interactive(in))
         Crash::setForeground(true);

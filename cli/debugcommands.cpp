@@ -65,7 +65,7 @@ int crash(const QString &what)
 
 namespace DebugCommands {
 
-QCoro::Task<int> debug(Invocation in)
+QCoro::Task<int> debug(Invocation in, const Ports &)
 {
     const QString action = in.args.value(0);
     if (action == u"crash" && in.args.size() == 2)

@@ -81,16 +81,16 @@ void show(const HealthView &view)
     }
 }
 
-QCoro::Task<int> summary(bool json)
+QCoro::Task<int> summary(bool json, Api &api)
 {
     std::optional<QJsonValue> answer;
     std::optional<HealthView> view;
     try {
-        answer = co_await Session::shared()->api().raw(HealthEndpoints::summary(), "GET"_ba, 30s);
+        answer = co_await api.raw(HealthEndpoints::summary(), "GET"_ba, 30s);
         if (answer)
             view = HealthView::ofAnswer(*answer);
     } catch (...) {
-        co_return Outcome::report(std::current_exception());
+        co_return Outcome::report(std::current_exception(), api);
     }
     if (json) {
         Console::json(view ? QJsonValue(view->json) : QJsonValue());
@@ -106,7 +106,7 @@ QString currentUser()
     return Session::shared() ? Session::shared()->user() : QString();
 }
 
-QCoro::Task<int> import(QString file, bool json)
+QCoro::Task<int> import(QString file, bool json, const Ports &ports)
 {
     if (!QFileInfo(file).isFile()) {
         Console::err(
@@ -114,7 +114,7 @@ QCoro::Task<int> import(QString file, bool json)
         co_return Usage;
     }
     HealthExportStore store(file);
-    HealthSync sync(Session::shared()->api(), &store, currentUser);
+    HealthSync sync(ports.api, &store, currentUser, ports.clock);
     sync.arm();
     // A later export of the same phone goes up incrementally; the first one links.
     if (sync.linked())
@@ -132,9 +132,9 @@ QCoro::Task<int> import(QString file, bool json)
     co_return Done;
 }
 
-QCoro::Task<int> disconnect(bool forget)
+QCoro::Task<int> disconnect(bool forget, const Ports &ports)
 {
-    HealthSync sync(Session::shared()->api(), nullptr, currentUser);
+    HealthSync sync(ports.api, nullptr, currentUser, ports.clock);
     co_await sync.disconnect(forget);
     if (!sync.failure().isEmpty()) {
         Console::err(sync.failure());
@@ -153,7 +153,7 @@ QCoro::Task<int> disconnect(bool forget)
 
 namespace HealthCommands {
 
-QCoro::Task<int> health(Invocation in)
+QCoro::Task<int> health(Invocation in, const Ports &ports)
 {
     const QString action = in.args.value(0);
     const bool valid = (action.isEmpty() && in.args.isEmpty()) ||
@@ -165,15 +165,15 @@ QCoro::Task<int> health(Invocation in)
     if (!ready)
         co_return SignedOut;
     if (action == u"import") {
-        const int code = co_await import(in.args.value(1), in.json);
+        const int code = co_await import(in.args.value(1), in.json, ports);
         co_return code;
     }
     if (action == u"disconnect") {
-        const int code = co_await disconnect(in.forget);
+        const int code = co_await disconnect(in.forget, ports);
         co_return code;
     }
     if (!in.json) {
-        HealthSync sync(Session::shared()->api(), nullptr, currentUser);
+        HealthSync sync(ports.api, nullptr, currentUser, ports.clock);
         if (!sync.linked())
             Console::err(
                 HealthSync::unavailableText() + u"\n"_s +
@@ -181,7 +181,7 @@ QCoro::Task<int> health(Invocation in)
                      u"Here you can link an Apple Health export: health import export.xml"_s,
                      u"Здесь можно подключить экспорт Apple Health: health import export.xml"_s));
     }
-    const int code = co_await summary(in.json);
+    const int code = co_await summary(in.json, ports.api);
     co_return code;
 }
 

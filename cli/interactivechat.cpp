@@ -6,6 +6,7 @@
 #include "terminaltext.h"
 
 #include "chat/store/chatstore.h"
+#include "platform/clock.h"
 #include "chat/markup/ansiwriter.h"
 #include "session/session.h"
 #include "text/l.h"
@@ -30,8 +31,9 @@ QString warning(const QString &text)
 
 } // namespace
 
-InteractiveChat::InteractiveChat(ChatStore &store)
+InteractiveChat::InteractiveChat(ChatStore &store, const Clock &clock)
     : m_store(store)
+    , m_clock(clock)
 {
     m_escape.setSingleShot(true);
     m_escape.setInterval(60);
@@ -107,7 +109,7 @@ QCoro::Task<int> InteractiveChat::run()
                 // feed brings later is not printed again.
                 ChatMessage m =
                     ChatMessage::make(u"user"_s, m_turnTexts.take(turnID),
-                                      double(QDateTime::currentMSecsSinceEpoch()) / 1000.0);
+                                      double(m_clock.now().toMSecsSinceEpoch()) / 1000.0);
                 m.seq = seq;
                 m.clientRequestID = turnID;
                 sayMessage(m);

@@ -14,6 +14,8 @@
 
 #include <variant>
 
+class Clock;
+
 class ChatStore;
 
 // `chat` on a terminal: the transcript above, the agent's live work, the turns in the outbox
@@ -24,7 +26,8 @@ class InteractiveChat : public QObject
     Q_OBJECT
 
 public:
-    explicit InteractiveChat(ChatStore &store);
+    // The clock dates the turns shown as sent; it outlives the chat.
+    InteractiveChat(ChatStore &store, const Clock &clock);
 
     // The stored conversation, and the terminal in raw mode. False when the terminal refused.
     bool start();
@@ -51,6 +54,7 @@ private:
     void suspend();
 
     ChatStore &m_store;
+    const Clock &m_clock;
     ChatScreen m_screen;
     KeyDecoder m_keys;
     LineEditor m_editor;

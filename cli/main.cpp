@@ -21,7 +21,11 @@ using namespace Qt::StringLiterals;
 #include "net/api.h"
 #include "net/networkmanager.h"
 #include "app/reportqueue.h"
+#include "platform/clock.h"
+#include "platform/ports.h"
+#include "platform/reachability.h"
 #include "platform/secretstore.h"
+#include "platform/sleeper.h"
 #include "chat/transfer/chatbackgroundtransfer.h"
 #include "chat/store/chatstores.h"
 #include "clichats.h"
@@ -40,7 +44,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-using Command = std::function<QCoro::Task<int>(Invocation)>;
+using Command = std::function<QCoro::Task<int>(Invocation, const Ports &)>;
 
 const std::map<QString, Command> &commands()
 {
@@ -120,9 +124,12 @@ int main(int argc, char **argv)
     }
     // --- end of the transport ---
 
-    CliVitals::arm(in, ReportQueue::server(api));
-    ChatStores chats(
-        ChatPorts{api, Sleeper::real(), *Reachability::platform(&app), Clock::system()});
+    // The transport and the machine's services, built once here and handed down.
+    Reachability *reachability = Reachability::platform(&app);
+    const Ports ports{api, Clock::system(), Sleeper::real(), *reachability};
+
+    CliVitals::arm(in, ports.clock, ReportQueue::server(api));
+    ChatStores chats(ChatPorts{api, ports.sleeper, ports.reachability, ports.clock});
     CliChats::install(&chats);
     Session session(api, SecretStore::platform(u"Halvenmark"_s));
     session.onForget([&chats] { chats.reset(); });
@@ -130,7 +137,7 @@ int main(int argc, char **argv)
     // Started from inside the event loop: a command that finishes without waiting on
     // anything must still be able to end the loop.
     QTimer::singleShot(0, &app, [&] {
-        QCoro::connect(settled(found->second(in), &session), &app, [](int code) {
+        QCoro::connect(settled(found->second(in, ports), &session), &app, [](int code) {
             Crash::settled();
             QCoreApplication::exit(code);
         });

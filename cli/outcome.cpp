@@ -61,7 +61,7 @@ QString cause(QNetworkReply::NetworkError code, const QString &text)
     }
 }
 
-QString unreachableText(const std::exception_ptr &error)
+QString unreachableText(const std::exception_ptr &error, const Api &api)
 {
     QString why;
     try {
@@ -72,15 +72,15 @@ QString unreachableText(const std::exception_ptr &error)
         why = u"HTTP "_s + QString::number(e.status);
     } catch (...) {
     }
-    const QString server = Session::shared()->api().base().toString(QUrl::RemovePath | QUrl::StripTrailingSlash);
+    const QString server = api.base().toString(QUrl::RemovePath | QUrl::StripTrailingSlash);
     return L::t(u"אין חיבור אל %1: %2"_s, u"Cannot reach %1: %2"_s, u"Нет связи с %1: %2"_s)
         .arg(server, TerminalText::safe(why));
 }
 
-int report(const std::exception_ptr &error)
+int report(const std::exception_ptr &error, const Api &api)
 {
     if (FailureText::isUnreachable(error)) {
-        Console::err(unreachableText(error));
+        Console::err(unreachableText(error, api));
         return Unreachable;
     }
     try {

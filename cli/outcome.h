@@ -5,6 +5,8 @@
 #include <exception>
 #include <optional>
 
+class Api;
+
 // Exit statuses: a contract with scripts that drive the client.
 enum ExitCode {
     Done = 0,
@@ -17,15 +19,16 @@ enum ExitCode {
 
 namespace Outcome {
 
-// Says on stderr why a command failed and gives its exit status.
-int report(const std::exception_ptr &error);
+// Says on stderr why a command failed (naming api's server when it cannot be reached) and
+// gives its exit status.
+int report(const std::exception_ptr &error, const Api &api);
 
 // When error is a reply the client could not use (not a refusal, not an unreachable server):
 // says so on stderr and gives BadAnswer; otherwise nothing is said and the result is empty.
 std::optional<int> badAnswer(const std::exception_ptr &error);
 
-// "Cannot reach https://host: connection refused": the server and the cause.
-QString unreachableText(const std::exception_ptr &error);
+// "Cannot reach https://host: connection refused": api's server and the cause.
+QString unreachableText(const std::exception_ptr &error, const Api &api);
 
 // "You are not signed in." with the way in; exit status SignedOut.
 int notSignedIn();

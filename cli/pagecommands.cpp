@@ -4,6 +4,8 @@
 #include "terminaltext.h"
 #include "net/api.h"
 #include "net/feed.h"
+#include "platform/clock.h"
+#include "platform/sleeper.h"
 #include "session/session.h"
 #include "outcome.h"
 #include "sessioncommands.h"
@@ -17,7 +19,6 @@
 #include <QStringDecoder>
 
 #include <cstdio>
-#include <QTime>
 
 #include <unistd.h>
 
@@ -38,7 +39,7 @@ PageKind kindOf(const QByteArray &body)
     return utf8.hasError() ? PageKind::Binary : PageKind::Text;
 }
 
-QCoro::Task<int> get(Invocation in)
+QCoro::Task<int> get(Invocation in, const Ports &ports)
 {
     if (in.args.size() != 1) {
         Console::err(L::t(u"שימוש: get PATH"_s, u"Usage: get PATH"_s,
@@ -51,9 +52,10 @@ QCoro::Task<int> get(Invocation in)
     // The body as it came: JSON, text or bytes are told apart here, not by the transport.
     Api::AnyPage page;
     try {
-        page = co_await Session::shared()->api().page(in.args.first(), [](const QByteArray &body) -> std::any { return body; });
+        page = co_await ports.api.page(in.args.first(),
+                                       [](const QByteArray &body) -> std::any { return body; });
     } catch (...) {
-        co_return Outcome::report(std::current_exception());
+        co_return Outcome::report(std::current_exception(), ports.api);
     }
     const QByteArray body = std::any_cast<QByteArray>(page.value);
     if (page.source == Api::Source::Saved)
@@ -101,7 +103,7 @@ QCoro::Task<int> get(Invocation in)
 namespace {
 
 // On a terminal the page is redrawn in place; into a pipe each version is one JSON line.
-void draw(const QJsonValue &page)
+void draw(const QJsonValue &page, const Clock &clock)
 {
     if (isatty(STDOUT_FILENO) != 1) {
         const QByteArray line = page.isArray() ? QJsonDocument(page.toArray()).toJson(QJsonDocument::Compact)
@@ -112,12 +114,12 @@ void draw(const QJsonValue &page)
     Console::write(u"\x1b[H\x1b[2J"_s); // home, clear
     Console::json(page);
     Console::out(L::t(u"עודכן ב־%1"_s, u"Updated at %1"_s, u"Обновлено в %1"_s)
-                     .arg(QTime::currentTime().toString(u"HH:mm:ss"_s)));
+                     .arg(clock.now().toLocalTime().toString(u"HH:mm:ss"_s)));
 }
 
 } // namespace
 
-QCoro::Task<int> watch(Invocation in)
+QCoro::Task<int> watch(Invocation in, const Ports &ports)
 {
     if (in.args.size() != 1 || in.every < 0) {
         Console::err(L::t(u"שימוש: watch PATH [--every SECONDS]"_s, u"Usage: watch PATH [--every SECONDS]"_s,
@@ -128,10 +130,11 @@ QCoro::Task<int> watch(Invocation in)
     if (!ready)
         co_return SignedOut;
 
-    Feed<QJsonValue> feed(Session::shared()->api(), in.args.first(), in.every > 0 ? in.every : 10);
+    Feed<QJsonValue> feed(ports.api, in.args.first(), in.every > 0 ? in.every : 10, ports.sleeper);
     FeedCore *core = feed.object();
-    QObject::connect(core, &FeedCore::valueChanged, core, [core] {
-        draw(std::any_cast<QJsonValue>(core->typedValue()));
+    const Clock &clock = ports.clock;
+    QObject::connect(core, &FeedCore::valueChanged, core, [core, &clock] {
+        draw(std::any_cast<QJsonValue>(core->typedValue()), clock);
     });
     QObject::connect(core, &FeedCore::failureChanged, core, [core] {
         if (!core->failure().isEmpty())

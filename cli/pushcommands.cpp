@@ -1,7 +1,6 @@
 #include "pushcommands.h"
 
 #include "net/api.h"
-#include "session/session.h"
 
 #include "app/pushcenter.h"
 #include "app/pushstatussheet.h"
@@ -17,7 +16,7 @@ using namespace Qt::StringLiterals;
 
 namespace PushCommands {
 
-QCoro::Task<int> push(Invocation in)
+QCoro::Task<int> push(Invocation in, const Ports &ports)
 {
     const QString action = in.args.value(0);
     if (in.args.size() != 1 || (action != u"status" && action != u"test")) {
@@ -30,9 +29,9 @@ QCoro::Task<int> push(Invocation in)
     if (!signedIn)
         co_return SignedOut;
     const std::unique_ptr<Notifier> notifier(Notifier::platform());
-    PushCenter center(Session::shared()->api(), notifier.get());
+    PushCenter center(ports.api, notifier.get());
     center.arm();
-    PushStatusSheet sheet(Session::shared()->api(), &center);
+    PushStatusSheet sheet(ports.api, &center);
     if (action == u"test") {
         co_await sheet.sendTest();
         Console::out(sheet.testText());
@@ -40,7 +39,7 @@ QCoro::Task<int> push(Invocation in)
     }
     co_await sheet.load();
     if (!sheet.loaded())
-        co_return Outcome::report(sheet.error());
+        co_return Outcome::report(sheet.error(), ports.api);
     if (in.json) {
         Console::json(sheet.toJson());
         co_return Done;

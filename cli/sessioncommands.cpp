@@ -53,7 +53,7 @@ QCoro::Task<bool> signedIn()
     co_return true;
 }
 
-QCoro::Task<int> login(Invocation in)
+QCoro::Task<int> login(Invocation in, const Ports &ports)
 {
     if (in.user.isEmpty() == in.token.isEmpty()) {
         Console::err(L::t(u"יש לציין ‎--user NAME‎ או ‎--token TOKEN‎."_s,
@@ -70,13 +70,13 @@ QCoro::Task<int> login(Invocation in)
             co_await session().signIn(in.user, password);
         }
     } catch (...) {
-        co_return Outcome::report(std::current_exception());
+        co_return Outcome::report(std::current_exception(), ports.api);
     }
     Console::err(signedInAs(session()));
     co_return Done;
 }
 
-QCoro::Task<int> whoami(Invocation in)
+QCoro::Task<int> whoami(Invocation in, const Ports &)
 {
     co_await session().boot();
     const Session &s = session();
@@ -138,7 +138,7 @@ QCoro::Task<int> whoami(Invocation in)
     co_return Done;
 }
 
-QCoro::Task<int> logout(Invocation in)
+QCoro::Task<int> logout(Invocation in, const Ports &)
 {
     co_await session().boot();
     if (session().gate() == Session::Gate::Out)
@@ -169,7 +169,7 @@ QCoro::Task<int> logout(Invocation in)
     co_return Done;
 }
 
-QCoro::Task<int> deleteAccount(Invocation in)
+QCoro::Task<int> deleteAccount(Invocation in, const Ports &)
 {
     const bool ready = co_await signedIn();
     if (!ready)
@@ -202,7 +202,7 @@ QCoro::Task<int> deleteAccount(Invocation in)
     co_return Refused;
 }
 
-QCoro::Task<int> prefs(Invocation in)
+QCoro::Task<int> prefs(Invocation in, const Ports &ports)
 {
     const bool setting = !in.args.isEmpty() && in.args.first() == u"set";
     if (setting ? in.args.size() != 3 : !in.args.isEmpty()) {
@@ -218,7 +218,7 @@ QCoro::Task<int> prefs(Invocation in)
         try {
             co_await session().setPref(in.args.at(1), in.args.at(2));
         } catch (...) {
-            co_return Outcome::report(std::current_exception());
+            co_return Outcome::report(std::current_exception(), ports.api);
         }
     }
     const QVariantMap prefs = session().prefs();
@@ -232,7 +232,7 @@ QCoro::Task<int> prefs(Invocation in)
     co_return Done;
 }
 
-QCoro::Task<int> lang(Invocation in)
+QCoro::Task<int> lang(Invocation in, const Ports &ports)
 {
     const bool setting = !in.args.isEmpty() && in.args.first() == u"set";
     const QString code = setting && in.args.size() == 2 ? in.args.at(1) : QString();
@@ -256,7 +256,7 @@ QCoro::Task<int> lang(Invocation in)
         } catch (...) {
             Console::err(L::t(u"השפה נשמרה במכשיר הזה בלבד."_s, u"The language is kept on this device only."_s,
                               u"Язык сохранён только на этом устройстве."_s));
-            co_return Outcome::report(std::current_exception());
+            co_return Outcome::report(std::current_exception(), ports.api);
         }
     }
     Console::out(L::current());

@@ -1,8 +1,5 @@
 #include "vaultcommands.h"
 
-#include "net/api.h"
-#include "session/session.h"
-
 #include "console.h"
 #include "features/vault/vaultfailure.h"
 #include "features/vault/vaultstore.h"
@@ -56,7 +53,7 @@ int usage()
     return Usage;
 }
 
-int report(const std::exception_ptr &error)
+int report(const std::exception_ptr &error, const Api &api)
 {
     try {
         std::rethrow_exception(error);
@@ -65,7 +62,7 @@ int report(const std::exception_ptr &error)
         return failure.kind == VaultFailure::Kind::Unreachable ? Unreachable : Refused;
     } catch (...) {
     }
-    return Outcome::report(error);
+    return Outcome::report(error, api);
 }
 
 QString line(const VaultItem &item)
@@ -87,11 +84,11 @@ QString line(const VaultItem &item)
     return text;
 }
 
-QCoro::Task<int> list(VaultStore &store, bool json)
+QCoro::Task<int> list(VaultStore &store, bool json, const Api &api)
 {
     co_await store.unlock();
     if (store.loadError())
-        co_return report(store.loadError());
+        co_return report(store.loadError(), api);
     if (json) {
         QJsonArray items;
         for (const VaultItem &item : store.items())
@@ -111,7 +108,8 @@ QCoro::Task<int> list(VaultStore &store, bool json)
 }
 
 // Unlocks with the account password and finds the item.
-QCoro::Task<std::optional<VaultItem>> unlockedItem(VaultStore &store, QString id, int *code)
+QCoro::Task<std::optional<VaultItem>> unlockedItem(VaultStore &store, QString id, int *code,
+                                                   const Api &api)
 {
     co_await store.unlock();
     if (!store.unlocked()) {
@@ -120,7 +118,7 @@ QCoro::Task<std::optional<VaultItem>> unlockedItem(VaultStore &store, QString id
         co_return std::nullopt;
     }
     if (store.loadError()) {
-        *code = report(store.loadError());
+        *code = report(store.loadError(), api);
         co_return std::nullopt;
     }
     for (const VaultItem &item : store.items()) {
@@ -161,7 +159,7 @@ QCoro::Task<int> copyToClipboard(QString secret)
                                                                                      : Refused;
 }
 
-QCoro::Task<int> add(VaultStore &store, Invocation in)
+QCoro::Task<int> add(VaultStore &store, Invocation in, const Api &api)
 {
     const auto kind = VaultKinds::from(in.args.value(1));
     if (!kind || in.args.size() != 2 || in.title.isEmpty()) {
@@ -193,7 +191,7 @@ QCoro::Task<int> add(VaultStore &store, Invocation in)
     try {
         saved = co_await store.save(std::nullopt, *kind, fields, in.primary);
     } catch (...) {
-        co_return report(std::current_exception());
+        co_return report(std::current_exception(), api);
     }
     Console::out(line(saved));
     co_return Done;
@@ -203,7 +201,7 @@ QCoro::Task<int> add(VaultStore &store, Invocation in)
 
 namespace VaultCommands {
 
-QCoro::Task<int> vault(Invocation in)
+QCoro::Task<int> vault(Invocation in, const Ports &ports)
 {
     const QString action = in.args.value(0);
     if (action == u"generate" && in.args.size() == 1) {
@@ -232,33 +230,34 @@ QCoro::Task<int> vault(Invocation in)
     const bool needsOwner = action == u"reveal" || action == u"copy";
     OwnerAuth &owner =
         needsOwner ? static_cast<OwnerAuth &>(pam) : static_cast<OwnerAuth &>(terminal);
-    VaultStore store(Session::shared()->api(), owner, nullptr, Sleeper::real());
+    VaultStore store(ports.api, owner, nullptr, ports.sleeper);
 
     if (action == u"list") {
-        const int code = co_await list(store, in.json);
+        const int code = co_await list(store, in.json, ports.api);
         co_return code;
     }
     if (action == u"add") {
-        const int code = co_await add(store, in);
+        const int code = co_await add(store, in, ports.api);
         co_return code;
     }
     if (action == u"rm") {
         try {
             co_await store.remove(in.args.value(1));
         } catch (...) {
-            co_return report(std::current_exception());
+            co_return report(std::current_exception(), ports.api);
         }
         co_return Done;
     }
     int code = Done;
-    const std::optional<VaultItem> item = co_await unlockedItem(store, in.args.value(1), &code);
+    const std::optional<VaultItem> item =
+        co_await unlockedItem(store, in.args.value(1), &code, ports.api);
     if (!item)
         co_return code;
     QString secret;
     try {
         secret = co_await store.reveal(*item);
     } catch (...) {
-        co_return report(std::current_exception());
+        co_return report(std::current_exception(), ports.api);
     }
     if (action == u"reveal") {
         Console::out(secret);

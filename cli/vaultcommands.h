@@ -1,6 +1,7 @@
 #pragma once
 
 #include "invocation.h"
+#include "platform/ports.h"
 
 #include <QCoroTask>
 
@@ -8,6 +9,6 @@
 // rm ID
 namespace VaultCommands {
 
-QCoro::Task<int> vault(Invocation in);
+QCoro::Task<int> vault(Invocation in, const Ports &ports);
 
 } // namespace VaultCommands

@@ -15,7 +15,7 @@
 #include "chat/voice/recorder.h"
 #include "chat/voice/voiceplayer.h"
 #include "platform/appdata.h"
-#include "platform/monotonic.h"
+#include "platform/clock.h"
 #include "platform/sleeper.h"
 #include "platform/fileaudioport.h"
 #include "platform/qtaudioport.h"
@@ -84,7 +84,8 @@ std::optional<std::pair<QByteArray, float>> recording(const QString &path)
 }
 
 // The turn sent: 0 when the server took it; kept in the outbox (4) or refused (1) otherwise.
-QCoro::Task<int> deliverVoice(const Invocation &in, float peak, QByteArray wav)
+QCoro::Task<int> deliverVoice(const Invocation &in, const Ports &ports, float peak,
+                              QByteArray wav)
 {
     const auto held = CliChats::storeFor(scopeOf(in));
     ChatStore &store = *held;
@@ -169,7 +170,7 @@ bool enterPressed(bool *stdinOpen)
 
 namespace VoiceCommands {
 
-QCoro::Task<int> sendVoice(Invocation in)
+QCoro::Task<int> sendVoice(Invocation in, const Ports &ports)
 {
     if (in.args.size() != 1 || !in.files.isEmpty()) {
         Console::err(L::t(u"שימוש: "_s, u"Usage: "_s, u"Использование: "_s)
@@ -179,10 +180,10 @@ QCoro::Task<int> sendVoice(Invocation in)
     const auto note = recording(in.voice);
     if (!note)
         co_return Refused;
-    co_return co_await deliverVoice(in, note->second, note->first);
+    co_return co_await deliverVoice(in, ports, note->second, note->first);
 }
 
-QCoro::Task<int> transcribe(Invocation in)
+QCoro::Task<int> transcribe(Invocation in, const Ports &ports)
 {
     if (in.args.size() != 2) {
         Console::err(L::t(u"שימוש: "_s, u"Usage: "_s, u"Использование: "_s)
@@ -202,12 +203,12 @@ QCoro::Task<int> transcribe(Invocation in)
         failed = std::current_exception();
     }
     if (failed)
-        co_return Outcome::report(failed);
+        co_return Outcome::report(failed, ports.api);
     Console::out(TerminalText::safe(heard));
     co_return Done;
 }
 
-QCoro::Task<int> record(Invocation in)
+QCoro::Task<int> record(Invocation in, const Ports &ports)
 {
     const double limit = in.seconds > 0 ? in.seconds : 600.0;
     if (in.args.size() != 1 || limit > 3600) {
@@ -231,6 +232,7 @@ QCoro::Task<int> record(Invocation in)
     }
     Recorder::Dependencies deps;
     deps.port = port.get();
+    deps.sleeper = &ports.sleeper;
     Recorder recorder(deps);
     const bool started = co_await recorder.start();
     if (!started) {
@@ -266,7 +268,7 @@ QCoro::Task<int> record(Invocation in)
     QFile file(take->path);
     const QByteArray wav = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     file.close();
-    const int status = co_await deliverVoice(in, take->peak, wav);
+    const int status = co_await deliverVoice(in, ports, take->peak, wav);
     // The outbox holds its own copy once the turn is made; otherwise the file stays, named.
     if (status == Done || status == Unreachable)
         QFile::remove(take->path);
@@ -277,7 +279,7 @@ QCoro::Task<int> record(Invocation in)
     co_return status;
 }
 
-QCoro::Task<int> play(Invocation in)
+QCoro::Task<int> play(Invocation in, const Ports &ports)
 {
     bool number = false;
     const qint64 seq = in.args.size() == 2 ? in.args.at(1).toLongLong(&number) : 0;
@@ -299,10 +301,10 @@ QCoro::Task<int> play(Invocation in)
     // Named, not brace-built in place: GCC 12 mishandles such temporaries in coroutines.
     VoicePlayer::Dependencies deps;
     deps.output = output.get();
-    deps.sleeper = &Sleeper::real();
-    deps.clock = Monotonic::seconds;
+    deps.sleeper = &ports.sleeper;
+    deps.clock = [&clock = ports.clock] { return clock.uptime(); };
     deps.cache = AppData::path(u"voice-cache"_s);
-    VoicePlayer player(Session::shared()->api(), deps);
+    VoicePlayer player(ports.api, deps);
     while (player.rate() != (in.rate == 0 ? 1.0 : in.rate))
         player.cycleRate();
 

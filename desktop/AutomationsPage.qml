@@ -6,7 +6,7 @@ import Halvenmark.Desktop
 // Scheduled work the agent runs: switched on and off, or run now.
 Item {
     id: page
-    PageFeed { id: feed; path: "automations"; every: 30 }
+    PageFeed { id: feed; shell: App; path: "automations"; every: 30 }
     readonly property var items: feed.value && Array.isArray(feed.value.automations) ? feed.value.automations : []
 
     ColumnLayout {

@@ -7,7 +7,7 @@ import Halvenmark.Desktop
 Item {
     id: page
     property string page
-    PageFeed { id: feed; path: page.page; every: 60 }
+    PageFeed { id: feed; shell: App; path: page.page; every: 60 }
     JsonTreeModel { id: tree; json: feed.value }
 
     ColumnLayout {

@@ -6,7 +6,7 @@ import Halvenmark.Desktop
 // The user's projects; each opens its own conversation with the agent.
 Item {
     id: page
-    PageFeed { id: feed; path: "projects"; every: 30 }
+    PageFeed { id: feed; shell: App; path: "projects"; every: 30 }
     readonly property var projects: Array.isArray(feed.value) ? feed.value : []
 
     ColumnLayout {

@@ -6,7 +6,7 @@ import Halvenmark.Desktop
 // The user's tasks: their states, a new one, done and reopened.
 Item {
     id: page
-    PageFeed { id: feed; path: "tasks"; every: 30 }
+    PageFeed { id: feed; shell: App; path: "tasks"; every: 30 }
     readonly property var tasks: Array.isArray(feed.value) ? feed.value : []
     readonly property int done: tasks.filter(t => t.status === "done" || t.status === "completed").length
 

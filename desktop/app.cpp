@@ -1,5 +1,6 @@
 #include "app.h"
 
+#include "platform/clock.h"
 #include "chat/store/chatrowsmodel.h"
 #include "chatcontroller.h"
 #include "net/failuretext.h"
@@ -45,12 +46,13 @@ const QString geometryKey = u"desktop.window"_s;
 
 } // namespace
 
-App::App(Session *session, ChatStores &chats, QObject *parent)
+App::App(Session *session, const Ports &ports, ChatStores &chats, QObject *parent)
     : QObject(parent)
     , m_session(session)
+    , m_ports(ports)
     , m_chats(chats)
     , m_language(new Language(this))
-    , m_voice(new VoiceController(VoiceController::platform(session->api()), this))
+    , m_voice(new VoiceController(VoiceController::platform(ports.api, ports), this))
 {
     s_instance = this;
     m_sinceStart.start();
@@ -161,7 +163,7 @@ QString App::age(const QVariant &moment) const
         when = QDateTime::fromMSecsSinceEpoch(qint64(moment.toDouble() * 1000));
     if (!when.isValid())
         return {};
-    return Since::shortAge(when.secsTo(QDateTime::currentDateTimeUtc()));
+    return Since::shortAge(when.secsTo(m_ports.clock.now()));
 }
 
 QString App::pageTitle(const QString &page) const
@@ -298,7 +300,7 @@ void App::shellShown(QQuickWindow *window)
 
 void App::activated()
 {
-    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    const qint64 now = m_ports.clock.now().toMSecsSinceEpoch();
     if (!m_session->signedIn() || now - m_lastCatchUp < 10'000)
         return;
     m_lastCatchUp = now;
@@ -338,7 +340,8 @@ void App::follow()
         m_chat = new ChatController(m_chats, ChatScope::main(), m_session->user(),
                                     m_session->role(), this);
         m_chat->setVoice(m_voice);
-        m_call = CallController::live(m_session->api(), ChatScope::main(), m_session->user(), this);
+        m_call =
+            CallController::live(m_ports.api, ChatScope::main(), m_session->user(), m_ports, this);
         // A call and a voice message must not talk over each other.
         connect(m_call, &CallController::phaseChanged, m_voice, [this, call = m_call] {
             if (call->active())

@@ -16,6 +16,7 @@
 #include "callcontroller.h"
 #include "voicecontroller.h"
 class ChatStores;
+#include "platform/ports.h"
 class QQmlEngine;
 class QJSEngine;
 
@@ -54,13 +55,16 @@ class App : public QObject
     Q_PROPERTY(VoiceController *voice READ voice CONSTANT)
 
 public:
-    App(Session *session, ChatStores &chats, QObject *parent = nullptr);
+    // The ports and the chat stores outlive the app.
+    App(Session *session, const Ports &ports, ChatStores &chats, QObject *parent = nullptr);
     ~App() override;
 
     static App *create(QQmlEngine *, QJSEngine *);
     static App *instance();
 
     Session *session() const { return m_session; }
+    // The transport and the machine's services main built, for the objects QML makes.
+    const Ports &ports() const { return m_ports; }
     Language *language() const { return m_language; }
     QString gate() const;
     ChatController *chat() const { return m_chat; }
@@ -128,6 +132,7 @@ private:
 
     Session *m_session;
     ChatStores &m_chats;
+    const Ports m_ports;
     Language *m_language;
     ChatController *m_chat = nullptr;
     ChatController *m_projectChat = nullptr;

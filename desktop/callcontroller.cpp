@@ -27,15 +27,14 @@ QVariantMap choice(const QString &value, const QString &label)
 } // namespace
 
 CallController::CallController(ChatScope scope, QString account, std::unique_ptr<CallLink> link,
-                               std::unique_ptr<AudioPort> port, Sleeper *sleeper, Call::Clock clock,
-                               VoiceTuning *tuning, QObject *parent)
+                               std::unique_ptr<AudioPort> port, Sleeper &sleeper,
+                               const Clock &clock, VoiceTuning &tuning, QObject *parent)
     : QObject(parent)
     , m_account(std::move(account))
     , m_link(std::move(link))
     , m_port(std::move(port))
-    , m_tuning(tuning ? tuning : &VoiceTuning::shared())
-    , m_call(std::make_unique<Call>(scope, m_link.get(), m_port.get(), sleeper, std::move(clock),
-                                    m_tuning))
+    , m_tuning(&tuning)
+    , m_call(std::make_unique<Call>(scope, m_link.get(), m_port.get(), sleeper, clock, tuning))
 {
     connect(m_call.get(), &Call::phaseChanged, this, &CallController::phaseChanged);
     connect(m_call.get(), &Call::meterChanged, this, &CallController::meterChanged);
@@ -63,10 +62,12 @@ CallController::~CallController()
     m_call.reset(); // before the link and the devices it uses
 }
 
-CallController *CallController::live(Api &api, ChatScope scope, QString account, QObject *parent)
+CallController *CallController::live(Api &api, ChatScope scope, QString account,
+                                     const Ports &ports, QObject *parent)
 {
     return new CallController(scope, std::move(account), std::make_unique<ApiCallLink>(api),
-                              std::make_unique<QtAudioPort>(), nullptr, {}, nullptr, parent);
+                              std::make_unique<QtAudioPort>(), ports.sleeper, ports.clock,
+                              VoiceTuning::shared(), parent);
 }
 
 QString CallController::phaseText() const

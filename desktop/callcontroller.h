@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/ports.h"
 #include "chat/model/chatscope.h"
 #include "voice/call.h"
 
@@ -68,15 +69,15 @@ class CallController : public QObject
     Q_PROPERTY(bool saving READ saving NOTIFY savingChanged)
 
 public:
-    // Link and port become the controller's; sleeper, clock and tuning are for tests.
+    // Link and port become the controller's; sleeper, clock and tuning outlive it.
     CallController(ChatScope scope, QString account, std::unique_ptr<CallLink> link,
-                   std::unique_ptr<AudioPort> port, Sleeper *sleeper = nullptr,
-                   Call::Clock clock = {}, VoiceTuning *tuning = nullptr,
-                   QObject *parent = nullptr);
+                   std::unique_ptr<AudioPort> port, Sleeper &sleeper, const Clock &clock,
+                   VoiceTuning &tuning, QObject *parent = nullptr);
     ~CallController() override;
 
     // The app's own: the server through the transport, the sound server's devices.
-    static CallController *live(Api &api, ChatScope scope, QString account, QObject *parent);
+    static CallController *live(Api &api, ChatScope scope, QString account, const Ports &ports,
+                                QObject *parent);
 
     Call *call() const { return m_call.get(); }
     QString account() const { return m_account; }

@@ -12,10 +12,10 @@
 #include "messagerows.h"
 #include "text/l.h"
 
+#include "platform/clock.h"
 #include <QClipboard>
 #include <QCoroTask>
 #include <QPointer>
-#include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
 #include <QGuiApplication>
@@ -26,6 +26,7 @@ using namespace Qt::StringLiterals;
 ChatController::ChatController(ChatStores &stores, ChatScope scope, QString account, QString role,
                                QObject *parent)
     : QObject(parent)
+    , m_ports(stores.ports())
     , m_account(account)
     , m_store(stores.make(std::move(scope), std::move(account), std::move(role), this))
     , m_rows(new MessageRows(this))
@@ -56,7 +57,7 @@ void ChatController::refresh()
 
 QVariantList ChatController::pending() const
 {
-    const double now = QDateTime::currentMSecsSinceEpoch() / 1000.0;
+    const double now = m_ports.clock.now().toMSecsSinceEpoch() / 1000.0;
     QVariantList out;
     for (const PendingTurn &turn : m_store->pendingTurns()) {
         QString state = u"sending"_s;
@@ -191,6 +192,7 @@ void ChatController::startRecording()
             m_microphone = new QtAudioPort(this);
         Recorder::Dependencies deps;
         deps.port = m_microphone;
+        deps.sleeper = &m_ports.sleeper;
         m_recorder = new Recorder(deps, this);
         connect(m_recorder, &Recorder::recordingChanged, this, &ChatController::recordingChanged);
         connect(m_recorder, &Recorder::errorChanged, this, &ChatController::recordingChanged);

@@ -9,6 +9,7 @@
 #include <QtQml/qqmlregistration.h>
 
 #include "messagerows.h"
+#include "chat/store/chatports.h"
 #include "composerfiles.h"
 
 class ChatStores;
@@ -101,6 +102,7 @@ signals:
     void recordLevelChanged();
 
 private:
+    const ChatPorts m_ports;
     QString m_account;
     ChatStore *m_store;
     MessageRows *m_rows;

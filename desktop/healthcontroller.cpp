@@ -24,9 +24,10 @@ QVariant number(const std::optional<double> &value)
 
 } // namespace
 
-HealthController::HealthController(Api &api, CurrentUser currentUser, QObject *parent)
+HealthController::HealthController(Api &api, CurrentUser currentUser, const Clock &clock,
+                                   QObject *parent)
     : QObject(parent)
-    , m_sync(new HealthSync(api, nullptr, std::move(currentUser), {}, this))
+    , m_sync(new HealthSync(api, nullptr, std::move(currentUser), clock, this))
 {
     if (!s_instance)
         s_instance = this;

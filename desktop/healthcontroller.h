@@ -10,6 +10,7 @@
 #include <memory>
 
 class Api;
+class Clock;
 class HealthStore;
 class HealthSync;
 class QQmlEngine;
@@ -42,7 +43,9 @@ public:
 
     static constexpr const char *exportKey = "desktop.health.export";
 
-    HealthController(Api &api, CurrentUser currentUser, QObject *parent = nullptr);
+    // api and the clock outlive the controller.
+    HealthController(Api &api, CurrentUser currentUser, const Clock &clock,
+                     QObject *parent = nullptr);
     ~HealthController() override;
 
     static HealthController *create(QQmlEngine *, QJSEngine *);

@@ -17,8 +17,11 @@
 #include "net/networkmanager.h"
 #include "net/wire.h"
 #include "platform/appactivity.h"
+#include "platform/clock.h"
 #include "platform/guiclipboard.h"
 #include "platform/notifier.h"
+#include "platform/ports.h"
+#include "platform/reachability.h"
 #include "platform/secretstore.h"
 #include "platform/sleeper.h"
 #include "session/session.h"
@@ -85,18 +88,21 @@ int main(int argc, char **argv)
     }
     // --- end of the transport ---
 
+    // The transport and the machine's services, built once here and handed down.
+    Reachability *reachability = Reachability::platform(&app);
+    const Ports ports{api, Clock::system(), Sleeper::real(), *reachability};
+
     // The stores of the app's whole life, made here and nowhere else.
-    ChatStores chats(
-        ChatPorts{api, Sleeper::real(), *Reachability::platform(&app), Clock::system()});
+    ChatStores chats(ChatPorts{api, ports.sleeper, ports.reachability, ports.clock});
     Session session(api, SecretStore::platform(u"Halvenmark"_s));
     session.onForget([&chats] { chats.reset(); });
     ChatBackgroundTransfer transfers(api);
-    App shell(&session, chats);
+    App shell(&session, ports, chats);
     NotifyController notify(api, Notifier::platform(&app));
-    HealthController health(api, [&session] { return session.user(); });
+    HealthController health(api, [&session] { return session.user(); }, ports.clock);
     GuiClipboard clipboard;
     VaultController vault(api, nullptr, GuiClipboard::displayPresent() ? &clipboard : nullptr,
-                          Sleeper::real());
+                          ports.sleeper);
 
     QQmlApplicationEngine engine;
     DesktopApp::guard(engine);
@@ -108,7 +114,7 @@ int main(int argc, char **argv)
     steps.armCrash = [&] {
         Crash::Setup setup;
         setup.post = ReportQueue::server(api);
-        Crash::arm(setup);
+        Crash::arm(ports.clock, setup);
         Crash::setSurface(u"desktop"_s);
         // What the last run left goes out once the server knows who we are.
         QObject::connect(&session, &Session::gateChanged, &session, [&session] {

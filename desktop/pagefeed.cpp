@@ -2,8 +2,6 @@
 
 #include "app.h"
 #include "net/api.h"
-#include "session/session.h"
-
 #include "net/failuretext.h"
 #include "net/jsonrecord.h"
 
@@ -16,6 +14,21 @@ PageFeed::PageFeed(QObject *parent)
 {}
 
 PageFeed::~PageFeed() = default;
+
+void PageFeed::setShell(App *shell)
+{
+    if (shell == m_shell)
+        return;
+    m_shell = shell;
+    emit shellChanged();
+    rebuild();
+}
+
+void PageFeed::componentComplete()
+{
+    m_complete = true;
+    rebuild();
+}
 
 void PageFeed::setPath(const QString &path)
 {
@@ -55,15 +68,15 @@ QString PageFeed::failure() const
 void PageFeed::rebuild()
 {
     m_core.reset();
-    // Made by QML: the transport is the app's, reached through the shell.
-    App *app = App::instance();
-    if (!m_path.isEmpty() && app) {
+    if (m_complete && m_shell && !m_path.isEmpty()) {
+        const Ports &ports = m_shell->ports();
         m_core = std::make_unique<FeedCore>(
-            app->session()->api(), u"webapi/"_s + m_path, m_every,
+            ports.api, u"webapi/"_s + m_path, m_every,
             [](const QByteArray &body) -> std::any { return Decode::parse(body); },
             [](const std::any &value) {
                 return std::any_cast<const QJsonValue &>(value).toVariant();
-            });
+            },
+            ports.sleeper);
         connect(m_core.get(), &FeedCore::valueChanged, this, &PageFeed::valueChanged);
         connect(m_core.get(), &FeedCore::loadingChanged, this, &PageFeed::loadingChanged);
         connect(m_core.get(), &FeedCore::failureChanged, this, &PageFeed::failureChanged);
@@ -92,11 +105,11 @@ QCoro::Task<> PageFeed::act(QPointer<PageFeed> feed, QString path, QJsonObject b
     feed->m_actionFailure.clear();
     emit feed->actingChanged();
     std::exception_ptr failed;
-    App *app = App::instance();
+    App *shell = feed->m_shell;
     try {
-        if (!app)
+        if (!shell)
             throw Api::Unauthorized();
-        co_await app->session()->api().post(path, body);
+        co_await shell->ports().api.post(path, body);
     } catch (...) {
         failed = std::current_exception();
     }

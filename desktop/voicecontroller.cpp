@@ -3,7 +3,7 @@
 #include "chat/voice/voiceplayer.h"
 #include "chatcontroller.h"
 #include "platform/appdata.h"
-#include "platform/monotonic.h"
+#include "platform/clock.h"
 #include "platform/sleeper.h"
 #include "platform/voiceoutput.h"
 
@@ -16,14 +16,14 @@ VoiceController::VoiceController(Make make, QObject *parent)
     , m_make(std::move(make))
 {}
 
-VoiceController::Make VoiceController::platform(Api &api)
+VoiceController::Make VoiceController::platform(Api &api, const Ports &ports)
 {
-    return [&api](QObject *parent) {
+    return [&api, ports](QObject *parent) {
         VoiceOutput *output = VoiceOutput::platform();
         VoicePlayer::Dependencies deps;
         deps.output = output;
-        deps.sleeper = &Sleeper::real();
-        deps.clock = Monotonic::seconds;
+        deps.sleeper = &ports.sleeper;
+        deps.clock = [&clock = ports.clock] { return clock.uptime(); };
         deps.cache = AppData::path(u"voice-cache"_s);
         auto *player = new VoicePlayer(api, deps, parent);
         output->setParent(player); // goes after the player is done with it

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/ports.h"
 #include <QObject>
 #include <QPointer>
 #include <QVariantMap>
@@ -42,7 +43,7 @@ public:
     explicit VoiceController(Make make, QObject *parent = nullptr);
 
     // The platform's player: QtMultimedia output, real time, the voice cache folder.
-    static Make platform(Api &api);
+    static Make platform(Api &api, const Ports &ports);
 
     QString key() const;
     ChatController *chat() const;

@@ -3,6 +3,8 @@
 // speaker's queue. Algorithmic delay (converter plus 10 ms canceller frames) is reported apart.
 #include "fakecalllink.h"
 #include "platform/fileaudioport.h"
+#include "platform/clock.h"
+#include "platform/sleeper.h"
 #include "voice/call.h"
 #include "voice/callaudio.h"
 #include "voice/resampler.h"
@@ -35,7 +37,7 @@ void BM_CaptureToFrame(benchmark::State &state)
     FakeCallLink link;
     FileAudioPort port(speechLikeInput());
     VoiceTuning tuning;
-    Call call(ChatScope::main(), &link, &port, nullptr, {}, &tuning);
+    Call call(ChatScope::main(), &link, &port, Sleeper::real(), Clock::system(), tuning);
     call.start();
     link.serve(R"({"type":"ready"})");
     for (auto _ : state) {
@@ -54,7 +56,7 @@ void BM_FrameToSink(benchmark::State &state)
     FakeCallLink link;
     FileAudioPort port;
     VoiceTuning tuning;
-    Call call(ChatScope::main(), &link, &port, nullptr, {}, &tuning);
+    Call call(ChatScope::main(), &link, &port, Sleeper::real(), Clock::system(), tuning);
     call.start();
     link.serve(R"({"type":"ready","provider":"gemini"})");
     const QByteArray frame = R"({"type":"audio","data":")" + QByteArray(960, '\x11').toBase64()

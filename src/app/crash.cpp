@@ -5,7 +5,7 @@
 #include "crashreport.h"
 #include "diagnostics.h"
 #include "platform/appdata.h"
-#include "platform/monotonic.h"
+#include "platform/clock.h"
 #include "platform/atomicfile.h"
 #include "vitals.h"
 
@@ -38,9 +38,9 @@ constexpr int signals_[] = {SIGABRT, SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP};
 // at any moment, and no destructor may race them.
 struct Monitor {
     QString folder;
-    std::function<double()> clock;
+    const Clock *clock = nullptr;
     ReportQueue::Poster post;
-    ReportQueue queue{QString()};
+    std::optional<ReportQueue> queue;
     std::unique_ptr<QLockFile> owner;
 
     std::mutex lock; // guards vitals; held only to copy or update a few numbers
@@ -61,7 +61,7 @@ struct Monitor {
     QJsonObject snapshot(bool ended, bool watching)
     {
         const std::lock_guard guard(lock);
-        const double now = clock();
+        const double now = clock->uptime();
         if (watching)
             vitals.watch(now);
         return vitals.toJson(now, ended);
@@ -90,7 +90,7 @@ struct Monitor {
         const auto period = std::chrono::duration<double>(every);
         constexpr double refresh = 30; // seconds: the uptime alone is not worth more writes
         QJsonObject written;
-        double writtenAt = clock();
+        double writtenAt = clock->uptime();
         for (;;) {
             bool noted = false;
             {
@@ -103,7 +103,7 @@ struct Monitor {
             const QJsonObject json = snapshot(false, true);
             QJsonObject shape = json;
             shape.remove(u"uptime_s"_s);
-            const double now = clock();
+            const double now = clock->uptime();
             // Each write is a synced file: only when something a report would use changed.
             if (noted || shape != written || now - writtenAt >= refresh) {
                 write(json);
@@ -190,11 +190,6 @@ QString folder()
     return path;
 }
 
-double monotonic()
-{
-    return Monotonic::seconds();
-}
-
 bool armed()
 {
     return g_monitor != nullptr;
@@ -208,23 +203,23 @@ std::optional<QJsonObject> deliverPrevious()
     const std::optional<QByteArray> run = AtomicFile::read(g_monitor->runPath());
     const std::optional<QJsonObject> report = CrashReport::previous(crashText, run);
     // Delivered means queued on disk: the files go once the report is safe.
-    if (report && !g_monitor->queue.add(*report))
+    if (report && !g_monitor->queue->add(*report))
         return report;
     QFile::remove(g_monitor->crashPath());
     QFile::remove(g_monitor->runPath());
     return report;
 }
 
-void arm(Setup setup)
+void arm(const Clock &clock, Setup setup)
 {
     if (g_monitor)
         return;
     auto *monitor = new Monitor;
     monitor->folder = setup.folder.isEmpty() ? folder() : setup.folder;
     QDir().mkpath(monitor->folder);
-    monitor->clock = setup.clock ? setup.clock : monotonic;
+    monitor->clock = &clock;
     monitor->post = setup.post;
-    monitor->queue = ReportQueue(QDir(monitor->folder).filePath(u"reports"_s));
+    monitor->queue.emplace(QDir(monitor->folder).filePath(u"reports"_s), clock);
 
     // 1. The crash path, before anything else can crash.
     CrashPath::set(monitor->crashPath());
@@ -246,7 +241,7 @@ void arm(Setup setup)
     {
         const std::lock_guard guard(monitor->lock);
         monitor->vitals = Vitals();
-        monitor->vitals.start(monitor->clock());
+        monitor->vitals.start(monitor->clock->uptime());
     }
     if (setup.watchEvery > 0) {
         const double every = setup.watchEvery;
@@ -258,7 +253,7 @@ void arm(Setup setup)
     monitor->heartbeat->setInterval(std::chrono::milliseconds(int(Vitals::period * 1000)));
     QObject::connect(monitor->heartbeat, &QTimer::timeout, [monitor] {
         const std::lock_guard guard(monitor->lock);
-        monitor->vitals.beat(monitor->clock());
+        monitor->vitals.beat(monitor->clock->uptime());
     });
     monitor->heartbeat->start();
     // A quit through the event loop is a normal end too.
@@ -266,7 +261,7 @@ void arm(Setup setup)
         QObject::connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit,
                          monitor->heartbeat, [] { settled(); });
     // 6. Diagnostics and the first run.json; the queue goes out once the loop runs.
-    Diagnostics::drain(monitor->queue, QDir(monitor->folder).filePath(u"diagnostics"_s));
+    Diagnostics::drain(*monitor->queue, QDir(monitor->folder).filePath(u"diagnostics"_s));
     monitor->write(monitor->snapshot(false, false));
     QTimer::singleShot(0, monitor->heartbeat, [] {
         auto sending = flush();
@@ -323,7 +318,7 @@ QCoro::Task<int> flush()
         co_return 0;
     g_flushing = true;
     // A copy: the run may settle while the reports are on their way.
-    ReportQueue queue = g_monitor->queue;
+    ReportQueue queue = *g_monitor->queue;
     ReportQueue::Poster post = g_monitor->post;
     int sent = 0;
     try {
@@ -341,7 +336,7 @@ bool flushing()
 
 int waiting()
 {
-    return g_monitor ? g_monitor->queue.size() : 0;
+    return g_monitor ? g_monitor->queue->size() : 0;
 }
 
 } // namespace Crash

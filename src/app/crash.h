@@ -6,8 +6,9 @@
 #include <QJsonObject>
 #include <QString>
 
-#include <functional>
 #include <optional>
+
+class Clock;
 
 // Crash and vitals capture for this process: signals and uncaught exceptions write
 // "crash.txt"; a heartbeat, and a watcher thread that sees a stuck main thread, keep
@@ -17,20 +18,17 @@ namespace Crash {
 
 // The crash folder under the data folder, created on first use.
 QString folder();
-// Seconds on the monotonic clock (it stands still while the machine sleeps).
-double monotonic();
-
 struct Setup {
     QString folder;                // empty: Crash::folder()
-    std::function<double()> clock; // empty: monotonic()
     ReportQueue::Poster post;      // empty: reports wait on disk (ReportQueue::server posts)
     double watchEvery = 0.5;       // seconds between the watcher's looks; 0: no watcher
 };
 
 // Once at start-up, first of all: the crash path, the previous run's report, the handlers,
 // the vitals (heartbeat and watcher), the diagnostics, the first "run.json". When another
-// process of the app already owns the folder, only the handlers are installed.
-void arm(Setup setup = {});
+// process of the app already owns the folder, only the handlers are installed. The clock
+// times the vitals and lives as long as the process.
+void arm(const Clock &clock, Setup setup = {});
 bool armed();
 
 // The previous run's report, queued for the server; its files are removed. Part of arm.

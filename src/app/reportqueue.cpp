@@ -3,6 +3,7 @@
 
 #include "net/api.h"
 #include "platform/atomicfile.h"
+#include "platform/clock.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -15,8 +16,9 @@ using namespace Qt::StringLiterals;
 namespace {
 }
 
-ReportQueue::ReportQueue(QString folder)
+ReportQueue::ReportQueue(QString folder, const Clock &clock)
     : m_folder(std::move(folder))
+    , m_clock(&clock)
 {}
 
 QStringList ReportQueue::files() const
@@ -33,7 +35,7 @@ int ReportQueue::size() const
 bool ReportQueue::add(const QJsonObject &report)
 {
     const QString name =
-        u"%1-%2.json"_s.arg(QDateTime::currentMSecsSinceEpoch(), 13, 10, QChar(u'0'))
+        u"%1-%2.json"_s.arg(m_clock->now().toMSecsSinceEpoch(), 13, 10, QChar(u'0'))
             .arg(QUuid::createUuid().toString(QUuid::Id128).left(8));
     if (!AtomicFile::write(QDir(m_folder).filePath(name),
                            QJsonDocument(report).toJson(QJsonDocument::Compact))) {

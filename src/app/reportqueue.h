@@ -7,6 +7,7 @@
 #include <functional>
 
 class Api;
+class Clock;
 
 // Reports waiting for the server, one JSON file each, so that a report survives a run that
 // ends (or is signed out) before it went out. Main thread only.
@@ -15,7 +16,8 @@ class ReportQueue
 public:
     using Poster = std::function<QCoro::Task<>(QJsonObject)>;
 
-    explicit ReportQueue(QString folder);
+    // The clock names the files by age; it outlives the queue.
+    ReportQueue(QString folder, const Clock &clock);
 
     // Keeps the report on disk; the oldest go when more than `limit` wait (a crash loop).
     bool add(const QJsonObject &report);
@@ -35,4 +37,5 @@ private:
     QStringList files() const;
 
     QString m_folder;
+    const Clock *m_clock;
 };

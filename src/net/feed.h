@@ -11,7 +11,8 @@ template<class T>
 class Feed
 {
 public:
-    Feed(Api &api, QString path, double every = 0, Sleeper *sleeper = nullptr)
+    // The sleeper times reloads; api and the sleeper outlive the feed.
+    Feed(Api &api, QString path, double every, Sleeper &sleeper)
         : m_core(std::make_unique<FeedCore>(api, std::move(path), every, Api::decoderFor<T>(),
                                             &Feed::present, sleeper))
     {

@@ -22,14 +22,14 @@ std::chrono::milliseconds millis(double seconds)
 } // namespace
 
 FeedCore::FeedCore(Api &api, QString path, double every, Api::Decoder decode, Presenter present,
-                   Sleeper *sleeper, QObject *parent)
+                   Sleeper &sleeper, QObject *parent)
     : QObject(parent)
     , m_api(api)
     , m_path(Wire::relativePath(std::move(path)))
     , m_every(every)
     , m_decode(std::move(decode))
     , m_present(std::move(present))
-    , m_sleeper(sleeper ? sleeper : &Sleeper::real())
+    , m_sleeper(&sleeper)
 {
     // A page already read in this run shows at once, with no network at all.
     if (const auto known = ProjectCache::remembered(m_api.base().toString(), m_path,

@@ -25,7 +25,7 @@ public:
     using Presenter = std::function<QVariant(const std::any &)>;
 
     FeedCore(Api &api, QString path, double every, Api::Decoder decode, Presenter present,
-             Sleeper *sleeper = nullptr, QObject *parent = nullptr);
+             Sleeper &sleeper, QObject *parent = nullptr);
 
     QVariant value() const { return m_present && m_value.has_value() ? m_present(m_value) : QVariant(); }
     const std::any &typedValue() const { return m_value; }

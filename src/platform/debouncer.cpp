@@ -19,8 +19,9 @@ Debouncer::Debouncer(QObject *owner, std::chrono::milliseconds delay, std::funct
     : m_owner(owner)
     , m_delay(delay)
     , m_action(std::move(action))
-    , m_sleeper(sleeper ? sleeper : &Sleeper::real())
+    , m_sleeper(sleeper)
 {
+    Q_ASSERT(sleeper);
 }
 
 void Debouncer::schedule()

@@ -12,8 +12,9 @@ class Sleeper;
 class Debouncer
 {
 public:
+    // The sleeper is never null and outlives the owner.
     Debouncer(QObject *owner, std::chrono::milliseconds delay, std::function<void()> action,
-              Sleeper *sleeper = nullptr);
+              Sleeper *sleeper);
 
     void schedule();
     // Runs a pending action now (e.g. before closing).

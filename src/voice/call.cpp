@@ -3,7 +3,7 @@
 #include "voice/voicelog.h"
 
 #include "platform/audioport.h"
-#include "platform/monotonic.h"
+#include "platform/clock.h"
 #include "platform/sleeper.h"
 #include "text/l.h"
 #include "voice/callaudio.h"
@@ -27,15 +27,15 @@ constexpr int maxAttempts = 5;
 
 } // namespace
 
-Call::Call(ChatScope scope, CallLink *link, AudioPort *port, Sleeper *sleeper, Clock clock,
-           VoiceTuning *tuning, QObject *parent)
+Call::Call(ChatScope scope, CallLink *link, AudioPort *port, Sleeper &sleeper, const Clock &clock,
+           VoiceTuning &tuning, QObject *parent)
     : QObject(parent)
     , m_scope(scope)
     , m_link(link)
-    , m_sleeper(sleeper ? sleeper : &Sleeper::real())
-    , m_clock(clock ? std::move(clock) : Clock(Monotonic::seconds))
-    , m_tuning(tuning ? tuning : &VoiceTuning::shared())
-    , m_audio(std::make_unique<CallAudio>(port, m_sleeper, m_clock))
+    , m_sleeper(&sleeper)
+    , m_clock(clock)
+    , m_tuning(&tuning)
+    , m_audio(std::make_unique<CallAudio>(port, sleeper, clock))
     , m_port(port)
 {
     connect(m_link, &CallLink::received, this, &Call::received);
@@ -253,7 +253,7 @@ void Call::push(const QByteArray &data)
     if (!isActive()) {
         return;
     }
-    const QByteArray out = processMicrophone(m_audio->busy(), m_clock(), data);
+    const QByteArray out = processMicrophone(m_audio->busy(), m_clock.uptime(), data);
     if (out.isEmpty()) {
         return;
     }

@@ -11,13 +11,13 @@
 #include <QSet>
 #include <QVariantList>
 
-#include <functional>
 #include <memory>
 #include <optional>
 
 class AudioPort;
 class CallAudio;
 class CallLink;
+class Clock;
 class Sleeper;
 class VoiceTuning;
 
@@ -89,11 +89,9 @@ public:
     };
     Q_ENUM(Phase)
 
-    using Clock = std::function<double()>; // uptime in seconds
-
-    // The call owns its audio; link and port must outlive it.
-    Call(ChatScope scope, CallLink *link, AudioPort *port, Sleeper *sleeper = nullptr,
-         Clock clock = {}, VoiceTuning *tuning = nullptr, QObject *parent = nullptr);
+    // The call owns its audio; link, port, sleeper, clock and tuning must outlive it.
+    Call(ChatScope scope, CallLink *link, AudioPort *port, Sleeper &sleeper, const Clock &clock,
+         VoiceTuning &tuning, QObject *parent = nullptr);
     ~Call() override;
 
     static bool isActive(Phase phase);
@@ -215,7 +213,7 @@ private:
     ChatScope m_scope;
     QPointer<CallLink> m_link;
     Sleeper *m_sleeper;
-    Clock m_clock;
+    const Clock &m_clock;
     VoiceTuning *m_tuning;
     std::unique_ptr<CallAudio> m_audio;
     CallBargeGate m_gate;

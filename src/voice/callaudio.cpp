@@ -2,7 +2,7 @@
 #include "voice/voicelog.h"
 
 #include "platform/audioport.h"
-#include "platform/monotonic.h"
+#include "platform/clock.h"
 #include "platform/sleeper.h"
 #include "voice/pcm.h"
 
@@ -27,11 +27,11 @@ constexpr double silentTooLong = 12;
 
 } // namespace
 
-CallAudio::CallAudio(AudioPort *port, Sleeper *sleeper, Clock clock, QObject *parent)
+CallAudio::CallAudio(AudioPort *port, Sleeper &sleeper, const Clock &clock, QObject *parent)
     : QObject(parent)
     , m_port(port)
-    , m_sleeper(sleeper ? sleeper : &Sleeper::real())
-    , m_clock(clock ? std::move(clock) : Clock(Monotonic::seconds))
+    , m_sleeper(&sleeper)
+    , m_clock(clock)
 {}
 
 CallAudio::~CallAudio()
@@ -72,7 +72,7 @@ bool CallAudio::start(bool recovering)
         m_playing = false;
         m_releasing = false;
         m_lastEnd.reset();
-        m_lastCapture = m_clock();
+        m_lastCapture = m_clock.uptime();
     }
     m_connections << connect(m_port, &AudioPort::captured, this, &CallAudio::capture);
     m_connections << connect(m_port, &AudioPort::bufferDone, this, &CallAudio::bufferDone);
@@ -129,7 +129,7 @@ void CallAudio::capture(const QByteArray &data)
         Pcm::peak(reinterpret_cast<const qint16 *>(wire.constData()), wire.size() / 2);
     {
         QMutexLocker locker(&m_lock);
-        m_lastCapture = m_clock();
+        m_lastCapture = m_clock.uptime();
         m_level = std::min(peak / 32767.0, 1.0);
     }
     if (!wire.isEmpty()) {
@@ -169,7 +169,7 @@ void CallAudio::play(const QByteArray &wire)
         return;
     }
     const QByteArray pcm = shape(wire);
-    const double now = m_clock();
+    const double now = m_clock.uptime();
     std::optional<double> delay;
     quint64 epoch = 0;
     {
@@ -224,7 +224,7 @@ void CallAudio::schedule(const QByteArray &pcm)
 {
     m_queued += 1;
     const double duration = double(pcm.size() / 2) / wireRate;
-    m_projectedEnd = std::max(m_projectedEnd, m_clock()) + duration;
+    m_projectedEnd = std::max(m_projectedEnd, m_clock.uptime()) + duration;
     if (m_port) {
         m_port->enqueue(pcm, (m_epoch << 32) | (++m_serial & 0xffffffffu));
     }
@@ -238,7 +238,7 @@ void CallAudio::bufferDone(quint64 id)
     }
     m_queued = std::max(m_queued - 1, 0);
     if (m_queued == 0 && !m_releasing) {
-        m_lastEnd = m_clock();
+        m_lastEnd = m_clock.uptime();
         m_playing = false;
     }
 }
@@ -262,7 +262,7 @@ void CallAudio::flush()
 
 bool CallAudio::recoverIfNeeded()
 {
-    const double now = m_clock();
+    const double now = m_clock.uptime();
     double silentFor;
     {
         QMutexLocker locker(&m_lock);

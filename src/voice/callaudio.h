@@ -8,12 +8,12 @@
 #include <QObject>
 #include <QPointer>
 
-#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
 
 class AudioPort;
+class Clock;
 class Sleeper;
 
 // The sound path of a call: captures the microphone through the echo canceller into the
@@ -25,13 +25,10 @@ class CallAudio : public QObject
     Q_OBJECT
 
 public:
-    using Clock = std::function<double()>; // uptime in seconds
-
     static constexpr double initialCushion = 0.36;
 
-    // clock and sleeper are injected so that tests decide when time passes.
-    CallAudio(AudioPort *port, Sleeper *sleeper = nullptr, Clock clock = {},
-              QObject *parent = nullptr);
+    // Tests decide when time passes through the sleeper and the clock; both outlive it.
+    CallAudio(AudioPort *port, Sleeper &sleeper, const Clock &clock, QObject *parent = nullptr);
     ~CallAudio() override;
 
     // Opens the devices and builds the capture path; recovering is true when rebuilding after
@@ -91,7 +88,7 @@ private:
 
     QPointer<AudioPort> m_port;
     Sleeper *m_sleeper;
-    Clock m_clock;
+    const Clock &m_clock;
     QString m_error;
     QByteArray m_inputId;
     QByteArray m_outputId;

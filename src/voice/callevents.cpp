@@ -1,6 +1,7 @@
 // What the server's frames do to a call: the transcript, the phase, steps, fast answers, trace.
 #include "voice/call.h"
 
+#include "platform/clock.h"
 #include "text/l.h"
 #include "voice/callaudio.h"
 
@@ -172,7 +173,7 @@ void Call::note(const QJsonObject &frame)
     const QString title = frame.value(u"title"_s).toString(frame.value(u"text"_s).toString());
     it->title = title.isEmpty() ? kind->label : title;
     it->state = kind->state;
-    it->changedAt = m_clock();
+    it->changedAt = m_clock.uptime();
     if (frame.contains(u"detail"_s)) {
         it->detail = frame.value(u"detail"_s).toString();
     }
@@ -210,7 +211,7 @@ void Call::noteFast(const QJsonObject &frame)
         answer.latencyMS = frame.value(u"latency_ms"_s).toInt();
         answer.state = u"running"_s;
         answer.stage = u"starting"_s;
-        answer.startedAt = m_clock();
+        answer.startedAt = m_clock.uptime();
         if (it != m_fastAnswers.end()) {
             *it = answer;
         } else {
@@ -243,7 +244,7 @@ void Call::noteFast(const QJsonObject &frame)
             }
         }
         it->state = u"done"_s;
-        it->finishedAt = m_clock();
+        it->finishedAt = m_clock.uptime();
         it->handedToAgent = frame.value(u"route"_s).toString() == u"agent";
     } else if (type == u"fast_response_failed") {
         it->state = u"failed"_s;
@@ -266,7 +267,8 @@ void Call::traceNote(const QString &tag, const QString &id, const QString &text)
         }
     }
     m_trace.append(
-        {id.isEmpty() ? u"e"_s + QString::number(m_trace.size()) : id, m_clock(), tag, text});
+        {id.isEmpty() ? u"e"_s + QString::number(m_trace.size()) : id, m_clock.uptime(), tag,
+         text});
     emit traceChanged();
 }
 

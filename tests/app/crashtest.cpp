@@ -5,6 +5,7 @@
 #include "app/vitals.h"
 #include "net/api.h"
 #include "platform/atomicfile.h"
+#include "support/fakeclock.h"
 #include "support/sync.h"
 #include "support/testhome.h"
 
@@ -34,6 +35,8 @@ QByteArray runJson(bool foreground, bool ended, double stall)
 class CrashTest : public QObject
 {
     Q_OBJECT
+
+    FakeClock clock;
 
 private slots:
     void stall_data()
@@ -143,7 +146,7 @@ private slots:
         const QString folder = QDir(home.path()).filePath("diagnostics");
         QVERIFY(AtomicFile::write(QDir(folder).filePath("1-a.json"), QByteArray(500000, 'x')));
         QVERIFY(AtomicFile::write(QDir(folder).filePath("note.txt"), "not a payload"));
-        ReportQueue queue(QDir(home.path()).filePath("reports"));
+        ReportQueue queue(QDir(home.path()).filePath("reports"), clock);
         QCOMPARE(Diagnostics::drain(queue, folder), 1);
         QCOMPARE(QDir(folder).entryList({"*.json"}, QDir::Files).size(), 0);
         QList<QJsonObject> posted;
@@ -170,7 +173,7 @@ private slots:
     {
         QFETCH(int, status);
         TestHome home;
-        ReportQueue queue(home.path());
+        ReportQueue queue(home.path(), clock);
         QVERIFY(queue.add({{"kind", "crash"}}));
         QVERIFY(queue.add({{"kind", "hang"}}));
         Sync::run(queue.flush([status](QJsonObject) -> QCoro::Task<> {
@@ -183,6 +186,26 @@ private slots:
         QTEST(queue.size(), "left");
     }
 
+    // A crash loop keeps the newest reports; they go out oldest first, even across a day.
+    void queueKeepsTheNewestInOrder()
+    {
+        TestHome home;
+        ReportQueue queue(home.path(), clock);
+        clock.setNow(QDateTime(QDate(2026, 3, 1), QTime(23, 59, 59), Qt::UTC));
+        for (int n = 0; n < ReportQueue::limit + 2; ++n) {
+            QVERIFY(queue.add({{"n", n}}));
+            clock.advance(0.4);
+        }
+        QList<int> posted;
+        Sync::run(queue.flush([&](QJsonObject r) -> QCoro::Task<> {
+            posted << r.value("n").toInt();
+            co_return;
+        }));
+        QList<int> newest;
+        for (int n = 2; n < ReportQueue::limit + 2; ++n)
+            newest << n;
+        QCOMPARE(posted, newest);
+    }
 };
 
 QTEST_GUILESS_MAIN(CrashTest)

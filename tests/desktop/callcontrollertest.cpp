@@ -4,6 +4,7 @@
 #include "fakecalllink.h"
 
 #include "platform/fileaudioport.h"
+#include "support/fakeclock.h"
 #include "support/fakesleeper.h"
 #include "support/testhome.h"
 #include "text/l.h"
@@ -25,14 +26,14 @@ struct Rig {
     VoiceTuning tuning;
     FakeCallLink *link = new FakeCallLink;
     FileAudioPort *port = new FileAudioPort;
-    double now = 10;
+    FakeClock clock;
     CallController controller{ChatScope::main(),
                               u"tester"_s,
                               std::unique_ptr<CallLink>(link),
                               std::unique_ptr<AudioPort>(port),
-                              &sleeper,
-                              [this] { return now; },
-                              &tuning};
+                              sleeper,
+                              clock,
+                              tuning};
     Call &call = *controller.call();
 
     Rig() { L::pin(u"en"_s); }

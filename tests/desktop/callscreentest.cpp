@@ -13,7 +13,9 @@
 #include "platform/sleeper.h"
 #include "support/fakereachability.h"
 #include "support/testapi.h"
+#include "support/fakeclock.h"
 #include "support/fakesleeper.h"
+#include "support/liveports.h"
 #include "support/testhome.h"
 #include "text/l.h"
 #include "voice/voicetuning.h"
@@ -27,6 +29,7 @@
 #include <QtQuickTest>
 
 #include <memory>
+#include <optional>
 
 Q_IMPORT_QML_PLUGIN(Halvenmark_DesktopPlugin)
 
@@ -84,7 +87,8 @@ public slots:
         L::set(u"en"_s);
         m_session = std::make_unique<Session>(api, 
             std::make_unique<FileSecretStore>(QDir(m_home->path()).filePath(u"secrets"_s)));
-        m_app = std::make_unique<App>(m_session.get(), m_chats);
+        m_live.emplace(api);
+        m_app = std::make_unique<App>(m_session.get(), m_live->ports, m_chats);
         m_app->setOnboarded(true);
         auto *link = new FakeCallLink;
         auto *port = new FileAudioPort;
@@ -92,7 +96,7 @@ public slots:
                             {"bluez_sink.headset", u"Headset"_s}};
         m_call = std::make_unique<CallController>(
             ChatScope::main(), u"tester"_s, std::unique_ptr<CallLink>(link),
-            std::unique_ptr<AudioPort>(port), &m_sleeper, [] { return 100.0; }, &m_tuning);
+            std::unique_ptr<AudioPort>(port), m_sleeper, m_clock, m_tuning);
         m_fixture = std::make_unique<CallFixture>(link, port, &m_sleeper);
     }
 
@@ -126,7 +130,9 @@ private:
     FakeReachability m_reachability;
     ChatStores m_chats{ChatPorts{api, Sleeper::real(), m_reachability, Clock::system()}};
     std::unique_ptr<App> m_app;
+    std::optional<LivePorts> m_live;
     FakeSleeper m_sleeper;
+    FakeClock m_clock;
     VoiceTuning m_tuning;
     std::unique_ptr<CallController> m_call;
     std::unique_ptr<CallFixture> m_fixture;

@@ -18,6 +18,7 @@
 #include "support/fakereachability.h"
 #include "support/testapi.h"
 #include "support/fakesleeper.h"
+#include "support/liveports.h"
 #include "support/testhome.h"
 #include "support/testidentity.h"
 #include "text/l.h"
@@ -34,6 +35,7 @@
 #include <QtQuickTest>
 
 #include <memory>
+#include <optional>
 
 Q_IMPORT_QML_PLUGIN(Halvenmark_DesktopPlugin)
 
@@ -158,16 +160,18 @@ public slots:
         Api &api = m_identity.api();
         m_session = std::make_unique<Session>(api,
             std::make_unique<FileSecretStore>(QDir(m_home->path()).filePath(u"secrets"_s)));
+        m_live.emplace(api);
         m_chats = std::make_unique<ChatStores>(
             ChatPorts{api, Sleeper::real(), m_reachability, Clock::system()});
-        m_app = std::make_unique<App>(m_session.get(), *m_chats);
+        m_app = std::make_unique<App>(m_session.get(), m_live->ports, *m_chats);
         m_app->setOnboarded(true);
         // Requests go out as the test's own identity, not the signed-out session's.
         m_identity.use(*m_service);
         m_identity.signIn();
         m_notify = std::make_unique<NotifyController>(api, &m_notifier);
         m_notify->arm();
-        m_health = std::make_unique<HealthController>(api, [] { return u"demo"_s; });
+        m_health = std::make_unique<HealthController>(
+            api, [] { return u"demo"_s; }, m_live->ports.clock);
         m_vault = std::make_unique<VaultController>(api, &m_owner, &m_clipboard, m_sleeper);
         m_fixture = std::make_unique<Fixture>(*m_service, m_home->path(), api);
     }
@@ -203,6 +207,7 @@ private:
     TrustingOwner m_owner;
     NoteClipboard m_clipboard;
     FakeSleeper m_sleeper;
+    std::optional<LivePorts> m_live;
     std::unique_ptr<Session> m_session;
     FakeReachability m_reachability;
     std::unique_ptr<ChatStores> m_chats;

@@ -16,6 +16,7 @@
 #include "platform/ownerauth.h"
 #include "support/fakeclock.h"
 #include "support/fakereachability.h"
+#include "platform/clock.h"
 #include "support/fakesleeper.h"
 #include "support/testhome.h"
 #include "support/testidentity.h"
@@ -249,7 +250,7 @@ private slots:
                        .toUtf8());
         file.close();
 
-        HealthController health(identity.api(), [] { return u"demo"_s; });
+        HealthController health(identity.api(), [] { return u"demo"_s; }, Clock::system());
         QSignalSpy syncing(&health, &HealthController::syncingChanged);
         health.linkExport(QUrl::fromLocalFile(path));
         QTRY_VERIFY(syncing.size() >= 2 && !health.syncing());
@@ -261,7 +262,7 @@ private slots:
 
         // The next start finds the same export again.
         {
-            HealthController again(identity.api(), [] { return u"demo"_s; });
+            HealthController again(identity.api(), [] { return u"demo"_s; }, Clock::system());
             again.arm();
             QVERIFY(again.linked());
             QCOMPARE(again.exportName(), u"export.xml"_s);

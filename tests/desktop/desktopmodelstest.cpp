@@ -11,6 +11,7 @@
 #include "chat/outbox/chatoutbox.h"
 #include "chat/store/chatrowsmodel.h"
 #include "support/testapi.h"
+#include "support/liveports.h"
 #include "support/testhome.h"
 
 #include <QAbstractItemModelTester>

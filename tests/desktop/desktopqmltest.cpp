@@ -11,6 +11,7 @@
 #include "platform/sleeper.h"
 #include "support/fakereachability.h"
 #include "platform/filesecretstore.h"
+#include "support/liveports.h"
 #include "support/testapi.h"
 #include "support/testhome.h"
 #include "text/l.h"
@@ -25,6 +26,7 @@
 #include <QtQuickTest>
 
 #include <memory>
+#include <optional>
 
 Q_IMPORT_QML_PLUGIN(Halvenmark_DesktopPlugin)
 
@@ -72,7 +74,8 @@ public slots:
         L::set(u"en"_s);
         m_session = std::make_unique<Session>(api, 
             std::make_unique<FileSecretStore>(QDir(m_home->path()).filePath(u"secrets"_s)));
-        m_app = std::make_unique<App>(m_session.get(), m_chats);
+        m_live.emplace(api);
+        m_app = std::make_unique<App>(m_session.get(), m_live->ports, m_chats);
         m_app->setOnboarded(true);
         m_chat = std::make_unique<ChatController>(m_chats, ChatScope::main(), u"tester"_s, u"user"_s);
         m_chat->store()->prepare();
@@ -104,6 +107,7 @@ private:
     FakeReachability m_reachability;
     ChatStores m_chats{ChatPorts{api, Sleeper::real(), m_reachability, Clock::system()}};
     std::unique_ptr<TestHome> m_home;
+    std::optional<LivePorts> m_live;
     std::unique_ptr<Session> m_session;
     std::unique_ptr<App> m_app;
     std::unique_ptr<ChatController> m_chat;

@@ -19,6 +19,7 @@
 #include "platform/filesecretstore.h"
 #include "platform/voiceoutput.h"
 #include "support/fakesleeper.h"
+#include "support/liveports.h"
 #include "support/service.h"
 #include "support/testhome.h"
 #include "support/testidentity.h"
@@ -41,6 +42,8 @@
 #include <QSignalSpy>
 #include <QTest>
 #include <QtQml/qqmlextensionplugin.h>
+
+#include <optional>
 
 Q_IMPORT_QML_PLUGIN(Halvenmark_DesktopPlugin)
 
@@ -121,6 +124,7 @@ class DesktopVoiceTest : public QObject
     Service service;
     TestIdentity identity{service};
     FakeSleeper sleeper;
+    std::optional<LivePorts> live;
     FakeOutput output;
     FakeShrink shrink;
     FakeReachability reachability;
@@ -179,7 +183,8 @@ private slots:
         QVERIFY(service.running());
         session = std::make_unique<Session>(identity.api(),
             std::make_unique<FileSecretStore>(QDir(home.path()).filePath(u"secrets"_s)));
-        app = std::make_unique<App>(session.get(), chats);
+        live.emplace(identity.api());
+        app = std::make_unique<App>(session.get(), live->ports, chats);
         app->setOnboarded(true);
         // Requests go out as the test's own identity, not the signed-out session's.
         identity.use(service);

@@ -3,6 +3,7 @@
 #include "features/health/healthsync.h"
 #include "platform/appdata.h"
 #include "platform/atomicfile.h"
+#include "support/fakeclock.h"
 #include "support/fakesleeper.h"
 #include "support/testhome.h"
 #include "support/testidentity.h"
@@ -99,11 +100,12 @@ class HealthTest : public QObject
     Service service;
     TestIdentity identity;
     FakeStore store;
+    FakeClock clock{now.toUTC()};
 
     std::unique_ptr<HealthSync> makeSync()
     {
-        return std::make_unique<HealthSync>(identity.api(), 
-            &store, [this] { return identity.name; }, [] { return now; });
+        return std::make_unique<HealthSync>(identity.api(), &store,
+                                            [this] { return identity.name; }, clock);
     }
 
     // The bodies of the pages the server accepted, in order.

@@ -59,7 +59,7 @@ private slots:
     void firstAnswerPublishes()
     {
         service.setPage(QStringLiteral("webapi/counter"), QJsonObject{{"count", 7}});
-        Feed<Counter> feed(identity.api(), QStringLiteral("/webapi/counter"));
+        Feed<Counter> feed(identity.api(), QStringLiteral("/webapi/counter"), 0, sleeper);
         QVERIFY(feed.loading());
         QCOMPARE(feed.value().count, 0);
         QSignalSpy changed(feed.object(), &FeedCore::valueChanged);
@@ -76,12 +76,12 @@ private slots:
     {
         service.setPage(QStringLiteral("webapi/counter"), QJsonObject{{"count", 3}});
         {
-            Feed<Counter> first(identity.api(), QStringLiteral("webapi/counter"));
+            Feed<Counter> first(identity.api(), QStringLiteral("webapi/counter"), 0, sleeper);
             Sync::run(first.load());
         }
         service.fault({{"match", "*"}, {"drop", true}, {"times", -1}});
         service.clearLog();
-        Feed<Counter> again(identity.api(), QStringLiteral("webapi/counter"));
+        Feed<Counter> again(identity.api(), QStringLiteral("webapi/counter"), 0, sleeper);
         QCOMPARE(again.value().count, 3);
         QVERIFY(!again.digest().isEmpty());
         QVERIFY(service.log().isEmpty());
@@ -90,7 +90,7 @@ private slots:
     void rebuildingPageIsAskedAtMostThreeTimesInARow()
     {
         service.setPage(QStringLiteral("webapi/board"), QJsonObject{{"count", 1}}, {{"refreshing", 2}});
-        Feed<Counter> feed(identity.api(), QStringLiteral("webapi/board"), 0, &sleeper);
+        Feed<Counter> feed(identity.api(), QStringLiteral("webapi/board"), 0, sleeper);
         Sync::run(feed.load());
         for (int round = 1; round <= FeedCore::maxRefreshRetries; ++round) {
             QTRY_COMPARE(sleeper.waiting(), 1);
@@ -133,7 +133,7 @@ private slots:
         QFETCH(QString, text);
         L::pin(lang);
         service.setPage(QStringLiteral("webapi/counter"), QJsonObject{{"count", 5}});
-        Feed<Counter> feed(identity.api(), QStringLiteral("webapi/counter"));
+        Feed<Counter> feed(identity.api(), QStringLiteral("webapi/counter"), 0, sleeper);
         Sync::run(feed.load());
         ProjectCache::clear(); // no saved copy to fall back on
         fault.insert(QStringLiteral("match"), QStringLiteral("webapi/counter"));
@@ -147,7 +147,7 @@ private slots:
 
     void unauthorizedIsSilent()
     {
-        Feed<Counter> feed(identity.api(), QStringLiteral("webapi/tasks"));
+        Feed<Counter> feed(identity.api(), QStringLiteral("webapi/tasks"), 0, sleeper);
         service.expire(QStringLiteral("demo"));
         Sync::run(feed.load());
         QCOMPARE(feed.failure(), QString());
@@ -157,12 +157,13 @@ private slots:
     void watchReloadsOnItsPeriod()
     {
         service.setPage(QStringLiteral("webapi/counter"), QJsonObject{{"count", 1}});
-        Feed<Counter> idle(identity.api(), QStringLiteral("webapi/counter"), 0, &sleeper);
+        Feed<Counter> idle(identity.api(), QStringLiteral("webapi/counter"), 0, sleeper);
         idle.watch();
         QVERIFY(!idle.object()->watching());
         QVERIFY(sleeper.requested.isEmpty());
 
-        auto feed = std::make_unique<Feed<Counter>>(identity.api(), QStringLiteral("webapi/counter"), 5, &sleeper);
+        auto feed = std::make_unique<Feed<Counter>>(identity.api(),
+                                                    QStringLiteral("webapi/counter"), 5, sleeper);
         feed->watch();
         feed->watch(); // one loop only
         QCOMPARE(sleeper.requested, (QList<std::chrono::milliseconds>{std::chrono::seconds(5)}));

@@ -72,7 +72,7 @@ private slots:
         QCoro::Task<> exchanging = fetch(&identity.api(), slow, &ended, &canceled);
         QObject owner;
         int saves = 0;
-        Debouncer save(&owner, 1h, [&saves] { ++saves; });
+        Debouncer save(&owner, 1h, [&saves] { ++saves; }, &Sleeper::real());
         save.schedule();
         QTRY_VERIFY(logged(service, slow));
         QVERIFY(!woke && !ended);

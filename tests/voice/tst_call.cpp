@@ -1,5 +1,6 @@
 #include "fakecalllink.h"
 #include "platform/fileaudioport.h"
+#include "support/fakeclock.h"
 #include "support/fakesleeper.h"
 #include "support/testhome.h"
 #include "text/l.h"
@@ -21,8 +22,8 @@ struct Rig {
     FileAudioPort port;
     FakeSleeper sleeper;
     VoiceTuning tuning;
-    double now = 10;
-    Call call{ChatScope::main(), &link, &port, &sleeper, [this] { return now; }, &tuning};
+    FakeClock clock;
+    Call call{ChatScope::main(), &link, &port, sleeper, clock, tuning};
 
     explicit Rig(bool started = true)
     {

@@ -1,4 +1,5 @@
 #include "platform/fileaudioport.h"
+#include "support/fakeclock.h"
 #include "support/fakesleeper.h"
 #include "voice/callaudio.h"
 
@@ -33,8 +34,8 @@ int peakOf(const QByteArray &pcm, qsizetype from, qsizetype to = -1)
 struct Rig {
     FileAudioPort port;
     FakeSleeper sleeper;
-    double now = 100;
-    CallAudio audio{&port, &sleeper, [this] { return now; }};
+    FakeClock clock;
+    CallAudio audio{&port, sleeper, clock};
 
     Rig(WavFile input = {})
         : port(std::move(input))
@@ -58,7 +59,7 @@ struct Rig {
             release();
         }
         while (port.queuedBytes() > 0) {
-            now += 0.02;
+            clock.advance(0.02);
             port.tick();
         }
     }
@@ -116,7 +117,7 @@ void TestCallAudio::cushion()
     rig.audio.setOpenAI(openai);
     rig.reply();
     for (double gap : gaps) {
-        rig.now += gap;
+        rig.clock.advance(gap);
         rig.reply();
     }
     QCOMPARE(rig.audio.underruns(), underruns);
@@ -150,7 +151,7 @@ void TestCallAudio::flushDropsHeldAndScheduled()
     QCOMPARE(rig.port.queuedBytes(), 0);
     QCOMPARE(rig.audio.queued(), 0);
     // Right after a flush the next reply is a new one, not an underrun.
-    rig.now += 0.05;
+    rig.clock.advance(0.05);
     rig.reply();
     QCOMPARE(rig.audio.underruns(), 0);
 }
@@ -213,9 +214,9 @@ void TestCallAudio::recover()
         rig.port.close();
     }
     rig.port.captureStalled = true;
-    rig.now += silentFor;
+    rig.clock.advance(silentFor);
     QCOMPARE(rig.audio.recoverIfNeeded(), result);
-    rig.now += 0.2;
+    rig.clock.advance(0.2);
     QCOMPARE(rig.audio.recoverIfNeeded(), result);
     QCOMPARE(rig.port.opens - 1, opens);
 }

@@ -19,7 +19,6 @@
 #include <QThread>
 
 #include <coroutine>
-#include <cstdio>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -93,8 +92,8 @@ void pauseAt(const char *stage)
 {
     if (qgetenv("HALVENMARK_PAUSE_AT") != stage)
         return;
-    std::fprintf(stderr, "halvenmark: paused at %s\n", stage);
-    std::fflush(stderr);
+    // A warning, so that it shows whatever the logging rules; the test waits for it.
+    qCWarning(lcTransfer, "paused at %s", stage);
     for (;;)
         QThread::sleep(60);
 }

@@ -6,6 +6,7 @@
 #include "net/api.h"
 #include "net/failuretext.h"
 #include "platform/appdata.h"
+#include "platform/clock.h"
 #include "platform/healthstore.h"
 #include "text/l.h"
 
@@ -42,15 +43,20 @@ QString syncFailureText(const std::exception_ptr &error)
 
 } // namespace
 
-HealthSync::HealthSync(Api &api, HealthStore *store, CurrentUser currentUser, Clock now,
+HealthSync::HealthSync(Api &api, HealthStore *store, CurrentUser currentUser, const Clock &clock,
                        QObject *parent)
     : QObject(parent)
     , m_api(api)
     , m_store(store)
     , m_currentUser(std::move(currentUser))
-    , m_now(now ? std::move(now) : Clock([] { return QDateTime::currentDateTime(); }))
+    , m_clock(clock)
     , m_linked(!storedUser().isEmpty())
 {}
+
+QDateTime HealthSync::localNow() const
+{
+    return m_clock.now().toLocalTime();
+}
 
 QString HealthSync::anchorKey(const QString &user)
 {
@@ -174,7 +180,7 @@ QCoro::Task<> HealthSync::syncOnce()
     const QString user = storedUser();
     std::optional<QByteArray> anchor = loadAnchor();
     const bool first = !anchor;
-    const QDateTime start = m_now().addDays(first ? -365 : -60);
+    const QDateTime start = localNow().addDays(first ? -365 : -60);
     const QString device = store->deviceName();
     const QJsonArray days = co_await dailyTotals(first ? 30 : 14);
     if (!self || m_store != store)
@@ -211,7 +217,7 @@ QCoro::Task<> HealthSync::syncOnce()
 
 QCoro::Task<QJsonArray> HealthSync::dailyTotals(int days)
 {
-    const QDateTime now = m_now();
+    const QDateTime now = localNow();
     const QDateTime from(now.date().addDays(-(days - 1)), QTime(0, 0), now.timeSpec());
     HealthRows::DayValues values;
     const HealthMetric metrics[] = {HealthMetric::Steps, HealthMetric::ActiveEnergy,

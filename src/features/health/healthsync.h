@@ -10,6 +10,7 @@
 #include <functional>
 #include <optional>
 
+class Clock;
 class HealthStore;
 
 // The link between this device's health store and the user's health on the server: who
@@ -35,11 +36,11 @@ public:
     static constexpr const char *userKey = "rb.health.user";
     static QString anchorKey(const QString &user);
 
-    using Clock = std::function<QDateTime()>;
     using CurrentUser = std::function<QString()>;
 
-    // store may be null: the device has none, and the panel only says so. api must outlive it.
-    HealthSync(Api &api, HealthStore *store, CurrentUser currentUser, Clock now = {},
+    // store may be null: the device has none, and the panel only says so. api and the clock
+    // must outlive it.
+    HealthSync(Api &api, HealthStore *store, CurrentUser currentUser, const Clock &clock,
                QObject *parent = nullptr);
 
     const std::optional<HealthView> &view() const { return m_view; }
@@ -73,6 +74,8 @@ signals:
 private:
     void startObserving();
     QCoro::Task<QJsonArray> dailyTotals(int days);
+    // Days begin at local midnight.
+    QDateTime localNow() const;
     std::optional<QByteArray> loadAnchor() const;
     void saveAnchor(const QByteArray &anchor);
     void setView(std::optional<HealthView> view);
@@ -83,7 +86,7 @@ private:
     Api &m_api;
     HealthStore *m_store;
     CurrentUser m_currentUser;
-    Clock m_now;
+    const Clock &m_clock;
     std::optional<HealthView> m_view;
     bool m_syncing = false;
     bool m_pending = false;
