@@ -96,16 +96,6 @@ private slots:
         QTEST(lines[3], "row");
     }
 
-    void tableCellsWrapToFit()
-    {
-        const QString table = u"| name | note |\n|---|---|\n| a | words that do not fit |"_s;
-        const QStringList lines =
-            Markup::AnsiWriter::render(table, Options{20, false, false, false}).split(u'\n');
-        for (const QString &line : lines)
-            QVERIFY2(Markup::AnsiWriter::displayWidth(line) <= 20, qPrintable(line));
-        QVERIFY(lines.size() > 5); // the long cell took more than one line
-    }
-
     void marksAndLinks_data()
     {
         QTest::addColumn<bool>("marks");

@@ -71,53 +71,46 @@ private slots:
         compareInEach([&] { return lasted ? Since::lasted(seconds) : Since::shortAge(seconds); });
     }
 
-    void when_data()
+    // Since::when, Since::seen and Since::read.
+    void moments_data()
     {
+        QTest::addColumn<QString>("kind");
         QTest::addColumn<QDateTime>("moment");
         QTest::addColumn<Texts>("texts");
         const QDate today = now().date();
         QTest::newRow("today, given in UTC")
-            << QDateTime(today, QTime(9, 5)).toUTC() << Texts{"09:05", "09:05", "09:05"};
-        QTest::newRow("yesterday") << QDateTime(today.addDays(-1), QTime(23, 59))
+            << "when" << QDateTime(today, QTime(9, 5)).toUTC() << Texts{"09:05", "09:05", "09:05"};
+        QTest::newRow("yesterday") << "when" << QDateTime(today.addDays(-1), QTime(23, 59))
                                    << Texts{"Yesterday 23:59", "Вчера 23:59", "אתמול 23:59"};
-        QTest::newRow("tomorrow") << QDateTime(today.addDays(1), QTime(8, 0))
+        QTest::newRow("tomorrow") << "when" << QDateTime(today.addDays(1), QTime(8, 0))
                                   << Texts{"Tomorrow 08:00", "Завтра 08:00", "מחר 08:00"};
-        QTest::newRow("this year") << QDateTime(QDate(2024, 3, 2), QTime(14, 30))
+        QTest::newRow("this year") << "when" << QDateTime(QDate(2024, 3, 2), QTime(14, 30))
                                    << Texts{"2 March, 14:30", "2 марта, 14:30", "2 מרץ, 14:30"};
         QTest::newRow("another year")
-            << QDateTime(QDate(2023, 12, 31), QTime(14, 30))
+            << "when" << QDateTime(QDate(2023, 12, 31), QTime(14, 30))
             << Texts{"31 December 2023", "31 декабря 2023", "31 דצמבר 2023"};
-        QTest::newRow("no moment") << QDateTime() << Texts{"—", "—", "—"};
-    }
-    void when()
-    {
-        QFETCH(QDateTime, moment);
-        // "now" in UTC too: its calendar day must be the local one as well.
-        compareInEach([&] { return Since::when(moment, now().toUTC()); });
-    }
-
-    void seenAndRead_data()
-    {
-        QTest::addColumn<bool>("seen"); // Since::seen, else Since::read
-        QTest::addColumn<QDateTime>("moment");
-        QTest::addColumn<Texts>("texts");
+        QTest::newRow("no moment") << "when" << QDateTime() << Texts{"—", "—", "—"};
         QTest::newRow("never seen")
-            << true << QDateTime() << Texts{"Never seen", "Ещё не был в сети", "טרם נראה"};
+            << "seen" << QDateTime() << Texts{"Never seen", "Ещё не был в сети", "טרם נראה"};
         QTest::newRow("seen a minute ago")
-            << true << now().addSecs(-60)
+            << "seen" << now().addSecs(-60)
             << Texts{"Last seen 1m ago", "Последний раз в сети 1 м назад", "נראה לאחרונה לפני דקה"};
         // A reading stamped ahead of our clock is fresh, not "-5m ago".
         QTest::newRow("read ahead of clock")
-            << false << now().addSecs(300) << Texts{"just now", "только что", "הרגע"};
+            << "read" << now().addSecs(300) << Texts{"just now", "только что", "הרגע"};
         QTest::newRow("read a day ago")
-            << false << now().addDays(-1) << Texts{"1d ago", "1 дн назад", "לפני יום"};
+            << "read" << now().addDays(-1) << Texts{"1d ago", "1 дн назад", "לפני יום"};
     }
-    void seenAndRead()
+    void moments()
     {
-        QFETCH(bool, seen);
+        QFETCH(QString, kind);
         QFETCH(QDateTime, moment);
-        const auto text = seen ? &Since::seen : &Since::read;
-        compareInEach([&] { return text(moment, now()); });
+        // when() gets "now" in UTC too: its calendar day must be the local one as well.
+        compareInEach([&] {
+            if (kind == u"when")
+                return Since::when(moment, now().toUTC());
+            return kind == u"seen" ? Since::seen(moment, now()) : Since::read(moment, now());
+        });
     }
 
     void of_data()

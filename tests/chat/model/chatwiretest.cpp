@@ -199,25 +199,6 @@ private slots:
                  u"continued"_s);
     }
 
-    void parseInteger_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<std::optional<qint64>>("value");
-        const std::optional<qint64> none;
-        QTest::newRow("plus") << "+3" << std::optional<qint64>(3);
-        QTest::newRow("largest") << "9223372036854775807"
-                                 << std::optional<qint64>(9223372036854775807LL);
-        QTest::newRow("overflow") << "9223372036854775808" << none;
-        QTest::newRow("space") << " 1" << none;
-        QTest::newRow("other digits") << "١٢" << none;
-    }
-
-    void parseInteger()
-    {
-        QFETCH(QString, text);
-        QTEST(ChatJson::parseInteger(text), "value");
-    }
-
     void taskNumber_data()
     {
         QTest::addColumn<QString>("taskNo"); // "-": none
@@ -242,24 +223,34 @@ private slots:
         QTEST(m.taskNumber().value_or(0), "number");
     }
 
-    // The one reading of "/stop N" that the store and the terminal share.
-    void stopCommand_data()
+    // Numbers read from server text and from "/stop N", the one reading the store and the
+    // terminal share; -1: none.
+    void numbers_data()
     {
+        QTest::addColumn<bool>("stop");
         QTest::addColumn<QString>("text");
-        QTest::addColumn<int>("task"); // 0: a message, not a stop
-        QTest::newRow("plain") << "/stop 12" << 12;
-        QTest::newRow("hash, spaces around") << "  /stop  #7 " << 7;
-        QTest::newRow("zero") << "/stop 0" << 0;
-        QTest::newRow("more words") << "/stop 3 now" << 0;
-        QTest::newRow("no number") << "/stop" << 0;
-        QTest::newRow("too long") << "/stop 1234567890" << 0;
-        QTest::newRow("inside a sentence") << "please /stop 3" << 0;
+        QTest::addColumn<qint64>("value");
+        QTest::newRow("plus") << false << "+3" << 3LL;
+        QTest::newRow("largest") << false << "9223372036854775807" << 9223372036854775807LL;
+        QTest::newRow("overflow") << false << "9223372036854775808" << -1LL;
+        QTest::newRow("space") << false << " 1" << -1LL;
+        QTest::newRow("other digits") << false << "١٢" << -1LL;
+        QTest::newRow("stop") << true << "/stop 12" << 12LL;
+        QTest::newRow("stop, hash, spaces around") << true << "  /stop  #7 " << 7LL;
+        QTest::newRow("stop zero") << true << "/stop 0" << -1LL;
+        QTest::newRow("stop, more words") << true << "/stop 3 now" << -1LL;
+        QTest::newRow("stop, no number") << true << "/stop" << -1LL;
+        QTest::newRow("stop too long") << true << "/stop 1234567890" << -1LL;
+        QTest::newRow("stop inside a sentence") << true << "please /stop 3" << -1LL;
     }
 
-    void stopCommand()
+    void numbers()
     {
+        QFETCH(bool, stop);
         QFETCH(QString, text);
-        QTEST(TaskNumber::stopCommand(text).value_or(0), "task");
+        const std::optional<qint64> got = stop ? std::optional<qint64>(TaskNumber::stopCommand(text))
+                                               : ChatJson::parseInteger(text);
+        QTEST(got.value_or(-1), "value");
     }
 
     void scopePaths_data()

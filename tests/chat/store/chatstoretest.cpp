@@ -296,36 +296,11 @@ private slots:
         QCOMPARE(chat->activityHistory().first(), before);
     }
 
-    // A later page appends rows when it can; the rows are the same as a full rebuild's.
-    void aSecondPageKeepsTheRowsInOrder_data()
-    {
-        QTest::addColumn<double>("at");
-        QTest::addColumn<bool>("laneFirst");
-        QTest::addColumn<QStringList>("rows");
-        QTest::newRow("newer") << 102.0 << false << QStringList{"seq:1", "seq:2", "seq:3"};
-        QTest::newRow("older") << 50.0 << false << QStringList{"seq:3", "seq:1", "seq:2"};
-        QTest::newRow("under a waiting lane")
-            << 102.0 << true << QStringList{"seq:1", "seq:2", "seq:3", "lane:run_c"};
-    }
-
-    void aSecondPageKeepsTheRowsInOrder()
-    {
-        QFETCH(double, at);
-        QFETCH(bool, laneFirst);
-        QFETCH(QStringList, rows);
-        auto chat = newStore();
-        chat->absorb(feedOf({message(1, "user", "q", 100), message(2, "assistant", "a", 101)}), true);
-        if (laneFirst)
-            chat->handle(frame({{"type", "run_started"}, {"run_id", "run_c"}, {"user_seq", 3}}));
-        chat->absorb(feedOf({message(3, "user", "q2", at)}), false);
-        QCOMPARE(rowIds(*chat), rows);
-        QCOMPARE(chat->rows()->rowCount(), rows.size());
-    }
-
     // Rows are kept by small edits (a page appended, one lane in, one lane changed); after
     // every step they are the rows a full build would make, and the screen's model agrees.
     // Steps: "pN" a page with message N (odd: the user's turn of run rN, even: its reply),
-    // "sR@N" run R starts under N, "dR" a delta, "tR" a tool step, "fR" its final with text.
+    // "oN" the same dated before all others, "sR@N" run R starts under N, "dR" a delta, "tR" a
+    // tool step, "fR" its final with text.
     void editedRowsMatchAFullBuild_data()
     {
         QTest::addColumn<QStringList>("steps");
@@ -334,6 +309,7 @@ private slots:
         QTest::newRow("a lane before its turn") << QStringList{"sx@5", "p1", "tx", "p5", "fx", "p6"};
         QTest::newRow("a reply shown then stored") << QStringList{"p1", "sr1@1", "fr1", "p2", "p3"};
         QTest::newRow("an unanchored lane at the end") << QStringList{"p1", "dq", "p2", "sa@2", "fq"};
+        QTest::newRow("an older page under a waiting lane") << QStringList{"p1", "p2", "sc@3", "o3"};
     }
 
     void editedRowsMatchAFullBuild()
@@ -343,9 +319,10 @@ private slots:
         QAbstractItemModelTester tester(chat->rows(), QAbstractItemModelTester::FailureReportingMode::QtTest);
         for (const QString &step : steps) {
             const QString run = step.mid(1).section(u'@', 0, 0);
-            if (step.startsWith(u'p')) {
+            if (step.startsWith(u'p') || step.startsWith(u'o')) {
                 const int seq = run.toInt();
-                chat->absorb(feedOf({message(seq, seq % 2 ? "user" : "assistant", step, 100 + seq,
+                const double at = step.startsWith(u'o') ? 50 : 100 + seq;
+                chat->absorb(feedOf({message(seq, seq % 2 ? "user" : "assistant", step, at,
                                              {{"run_id", QStringLiteral("r%1").arg((seq + 1) / 2)}})}),
                              false);
             } else if (step.startsWith(u's')) {
