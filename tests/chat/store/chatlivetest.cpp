@@ -1,17 +1,10 @@
 // The chat store against the reference service: loading, the live socket, polling when the
 // socket loses frames, and reconnecting.
 
-#include "chat/store/chatstore.h"
-#include "chat/store/chatstores.h"
+#include "support/chatharness.h"
 #include "net/api.h"
 #include "net/identity.h"
-#include "support/fakeclock.h"
-#include "support/fakereachability.h"
-#include "support/fakesleeper.h"
-#include "support/service.h"
-#include "support/testidentity.h"
 #include "support/sync.h"
-#include "support/testhome.h"
 
 #include <QJsonArray>
 #include <QSignalSpy>
@@ -31,17 +24,9 @@ int assistantReplies(const ChatStore &store)
 
 } // namespace
 
-class ChatLiveTest : public QObject
+class ChatLiveTest : public QObject, public ChatHarness
 {
     Q_OBJECT
-
-    std::unique_ptr<TestHome> home;
-    Service service;
-    TestIdentity identity{service};
-    FakeSleeper sleeper;
-    FakeReachability reachability;
-    FakeClock clock;
-    ChatStores chats{ChatPorts{identity.api(), sleeper, reachability, clock}};
 
     std::unique_ptr<ChatStore> newStore(const ChatScope &scope = ChatScope::main())
     {
@@ -52,24 +37,6 @@ class ChatLiveTest : public QObject
     {
         return service.control("POST", QStringLiteral("chat"),
                                {{"user", "demo"}, {"conversation_id", conversation}, {"text", text}});
-    }
-
-    QJsonArray stored(const QString &conversation = QStringLiteral("main"))
-    {
-        return service.control("GET", QStringLiteral("messages?user=demo&conversation_id=") + conversation)
-            .value(u"messages")
-            .toArray();
-    }
-
-    // Lets fake time pass until the condition holds (each round ends every sleep under way).
-    template<class F>
-    bool passTimeUntil(F done, int rounds = 40)
-    {
-        for (int i = 0; i < rounds && !done(); ++i) {
-            sleeper.advance();
-            QTest::qWait(30);
-        }
-        return done();
     }
 
 private slots:

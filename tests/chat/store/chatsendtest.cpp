@@ -3,17 +3,10 @@
 
 #include "chat/transfer/chatbackgroundtransfer.h"
 #include "chat/outbox/chatoutbox.h"
-#include "chat/store/chatstore.h"
-#include "chat/store/chatstores.h"
+#include "support/chatharness.h"
 #include "net/api.h"
 #include "net/identity.h"
-#include "support/fakeclock.h"
-#include "support/fakereachability.h"
-#include "support/fakesleeper.h"
-#include "support/service.h"
-#include "support/testidentity.h"
 #include "support/sync.h"
-#include "support/testhome.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -23,17 +16,10 @@
 
 using namespace std::chrono_literals;
 
-class ChatSendTest : public QObject
+class ChatSendTest : public QObject, public ChatHarness
 {
     Q_OBJECT
 
-    std::unique_ptr<TestHome> home;
-    Service service;
-    TestIdentity identity{service};
-    FakeSleeper sleeper;
-    FakeReachability reachability;
-    FakeClock clock;
-    ChatStores chats{ChatPorts{identity.api(), sleeper, reachability, clock}};
     std::unique_ptr<ChatBackgroundTransfer> transfers;
 
     std::unique_ptr<ChatStore> newStore()
@@ -43,37 +29,12 @@ class ChatSendTest : public QObject
         return store;
     }
 
-    QJsonArray stored()
-    {
-        return service.control("GET", QStringLiteral("messages?user=demo&conversation_id=main"))
-            .value(u"messages")
-            .toArray();
-    }
-
     int requests(const QString &path)
     {
         int n = 0;
         for (const QJsonValue &entry : service.log())
             n += entry[u"path"].toString() == path;
         return n;
-    }
-
-    // Runs a drain to its end, letting fake time pass for its pauses.
-    ChatStore::DrainSummary drain(ChatStore &store)
-    {
-        auto task = store.drain();
-        bool done = false;
-        ChatStore::DrainSummary summary;
-        auto wait = [&]() -> QCoro::Task<> {
-            summary = co_await task;
-            done = true;
-        };
-        auto running = wait();
-        for (int i = 0; i < 400 && !done; ++i) {
-            sleeper.advance();
-            QTest::qWait(10);
-        }
-        return summary;
     }
 
     OutboxState onDisk()

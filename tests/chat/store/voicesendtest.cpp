@@ -4,29 +4,15 @@
 
 #include "chat/transfer/chatbackgroundtransfer.h"
 #include "chat/outbox/chatoutbox.h"
-#include "chat/store/chatstore.h"
-#include "chat/store/chatstores.h"
-#include "support/fakeclock.h"
-#include "support/fakereachability.h"
-#include "support/fakesleeper.h"
-#include "support/service.h"
-#include "support/testhome.h"
-#include "support/testidentity.h"
+#include "support/chatharness.h"
 
 #include <QJsonArray>
 #include <QTest>
 
-class VoiceSendTest : public QObject
+class VoiceSendTest : public QObject, public ChatHarness
 {
     Q_OBJECT
 
-    std::unique_ptr<TestHome> home;
-    Service service;
-    TestIdentity identity{service};
-    FakeSleeper sleeper;
-    FakeReachability reachability;
-    FakeClock clock;
-    ChatStores chats{ChatPorts{identity.api(), sleeper, reachability, clock}};
     std::unique_ptr<ChatBackgroundTransfer> transfers;
 
     // A short, valid 16 kHz mono WAV file.
@@ -47,31 +33,11 @@ class VoiceSendTest : public QObject
         return store;
     }
 
-    QJsonArray stored(const QString &conversation) { return service.messages(conversation); }
-
     QJsonArray received()
     {
         return service.control("POST", QStringLiteral("voice/received"), {{"user", "demo"}})
             .value(u"received")
             .toArray();
-    }
-
-    // Runs a drain to its end, letting fake time pass for its pauses.
-    ChatStore::DrainSummary drain(ChatStore &store)
-    {
-        auto task = store.drain();
-        bool done = false;
-        ChatStore::DrainSummary summary;
-        auto wait = [&]() -> QCoro::Task<> {
-            summary = co_await task;
-            done = true;
-        };
-        auto running = wait();
-        for (int i = 0; i < 400 && !done; ++i) {
-            sleeper.advance();
-            QTest::qWait(10);
-        }
-        return summary;
     }
 
 private slots:
