@@ -133,7 +133,7 @@ int main(int argc, char **argv)
     CliChats::install(&chats);
     Session session(api, SecretStore::platform(u"Halvenmark"_s));
     session.onForget([&chats] { chats.reset(); });
-    ChatBackgroundTransfer transfers(api);
+    ChatBackgroundTransfer transfers(api, ports.sleeper);
     // Started from inside the event loop: a command that finishes without waiting on
     // anything must still be able to end the loop.
     QTimer::singleShot(0, &app, [&] {

@@ -96,7 +96,7 @@ int main(int argc, char **argv)
     ChatStores chats(ChatPorts{api, ports.sleeper, ports.reachability, ports.clock});
     Session session(api, SecretStore::platform(u"Halvenmark"_s));
     session.onForget([&chats] { chats.reset(); });
-    ChatBackgroundTransfer transfers(api);
+    ChatBackgroundTransfer transfers(api, ports.sleeper);
     App shell(&session, ports, chats);
     NotifyController notify(api, Notifier::platform(&app));
     HealthController health(api, [&session] { return session.user(); }, ports.clock);

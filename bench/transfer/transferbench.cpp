@@ -5,6 +5,7 @@
 #include "chat/transfer/chatbackgroundtransfer.h"
 #include "net/api.h"
 #include "net/identity.h"
+#include "platform/sleeper.h"
 #include "support/testapi.h"
 #include "support/service.h"
 #include "support/sync.h"
@@ -39,7 +40,7 @@ struct World {
         api.get().setIdentity(&identity);
         identity.value =
             Sync::run(api.get().login(QStringLiteral("demo"), QStringLiteral("demo-password"))).cookie;
-        transfer = std::make_unique<ChatBackgroundTransfer>(api);
+        transfer = std::make_unique<ChatBackgroundTransfer>(api, Sleeper::real());
     }
 };
 

@@ -76,11 +76,11 @@ ChatCourier::Result refused(QString reason)
 
 } // namespace
 
-ChatCourier::ChatCourier(Api &api, ChatScope scope, QString storageKey, Sleeper *sleeper)
+ChatCourier::ChatCourier(Api &api, ChatScope scope, QString storageKey, Sleeper &sleeper)
     : m_api(api)
     , m_scope(std::move(scope))
     , m_storageKey(std::move(storageKey))
-    , m_sleeper(sleeper ? sleeper : &Sleeper::real())
+    , m_sleeper(&sleeper)
 {
 }
 

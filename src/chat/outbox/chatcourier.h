@@ -27,7 +27,7 @@ public:
         bool unconfirmed = false; // taken by the server without confirming
     };
 
-    ChatCourier(Api &api, ChatScope scope, QString storageKey, Sleeper *sleeper);
+    ChatCourier(Api &api, ChatScope scope, QString storageKey, Sleeper &sleeper);
 
     // Touches neither this courier nor the outbox after its first wait: what it needs is
     // copied first, so the store may go while it runs.

@@ -65,9 +65,9 @@ ChatSender::ChatSender(Api &api, ChatScope scope, QString storageKey, Parts part
     , m_sleeper(sleeper)
     , m_reachability(reachability)
     , m_clock(clock)
-    , m_courier(m_api, m_scope, m_storageKey, &sleeper)
+    , m_courier(m_api, m_scope, m_storageKey, sleeper)
     , m_pending(new PendingTurnsModel(this))
-    , m_meter(new UploadMeter(&sleeper, {}, this))
+    , m_meter(new UploadMeter(sleeper, {}, this))
 {
     // Whether a turn waits for the network shows on it.
     QObject::connect(&reachability, &Reachability::availableChanged, this,

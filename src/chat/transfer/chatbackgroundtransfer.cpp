@@ -149,10 +149,10 @@ struct ChatBackgroundTransfer::Flight {
     }
 };
 
-ChatBackgroundTransfer::ChatBackgroundTransfer(Api &api, Sleeper *sleeper, QObject *parent)
+ChatBackgroundTransfer::ChatBackgroundTransfer(Api &api, Sleeper &sleeper, QObject *parent)
     : QObject(parent)
     , m_api(api)
-    , m_sleeper(sleeper ? sleeper : &Sleeper::real())
+    , m_sleeper(&sleeper)
 {
     instances().append(this);
     m_api.setBackgroundSender(this);

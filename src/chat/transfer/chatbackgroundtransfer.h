@@ -39,9 +39,8 @@ class ChatBackgroundTransfer : public QObject, public BackgroundSender
 
 public:
     // One per process, made by main (and by tests); registers itself as api's background
-    // sender and sends through api's network manager. The sleeper paces watch(); the
-    // platform's when null.
-    explicit ChatBackgroundTransfer(Api &api, Sleeper *sleeper = nullptr,
+    // sender and sends through api's network manager. The sleeper paces watch().
+    ChatBackgroundTransfer(Api &api, Sleeper &sleeper,
                                     QObject *parent = nullptr);
     ~ChatBackgroundTransfer() override;
 

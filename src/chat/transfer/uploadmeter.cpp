@@ -21,9 +21,9 @@ QCoro::Task<> later(Sleeper *sleeper, std::chrono::milliseconds delay, std::func
 
 } // namespace
 
-UploadMeter::UploadMeter(Sleeper *sleeper, Clock now, QObject *parent)
+UploadMeter::UploadMeter(Sleeper &sleeper, Clock now, QObject *parent)
     : QObject(parent)
-    , m_sleeper(sleeper ? sleeper : &Sleeper::real())
+    , m_sleeper(&sleeper)
     , m_now(now ? std::move(now) : Clock(Monotonic::seconds))
 {
 }

@@ -23,7 +23,7 @@ public:
     // Seconds on any steady scale; the process's monotonic clock when empty.
     using Clock = std::function<double()>;
 
-    explicit UploadMeter(Sleeper *sleeper = nullptr, Clock now = {}, QObject *parent = nullptr);
+    explicit UploadMeter(Sleeper &sleeper, Clock now = {}, QObject *parent = nullptr);
     ~UploadMeter() override;
 
     void report(const QString &key, qint64 sent, qint64 total);

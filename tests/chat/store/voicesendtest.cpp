@@ -51,7 +51,7 @@ private slots:
         transfers.reset();
         home.reset();
         home = std::make_unique<TestHome>();
-        transfers = std::make_unique<ChatBackgroundTransfer>(identity.api(), &sleeper);
+        transfers = std::make_unique<ChatBackgroundTransfer>(identity.api(), sleeper);
         service.reset();
         service.control("POST", QStringLiteral("agent"), {{"mode", "silent"}});
         identity.signIn();

@@ -85,7 +85,7 @@ private slots:
         identity.signIn();
         service.clearLog();
         sleeper.requested.clear();
-        transfer = std::make_unique<ChatBackgroundTransfer>(identity.api(), &sleeper);
+        transfer = std::make_unique<ChatBackgroundTransfer>(identity.api(), sleeper);
     }
 
     void cleanup() { transfer.reset(); }
@@ -93,7 +93,7 @@ private slots:
     // A newer instance going must hand background sends back to the older one.
     void registersAsTheOneInstance()
     {
-        { ChatBackgroundTransfer newer(identity.api(), &sleeper); }
+        { ChatBackgroundTransfer newer(identity.api(), sleeper); }
         QCOMPARE(ChatBackgroundTransfer::shared(), transfer.get());
         Sync::run(send(identity.api(), QStringLiteral("t0")));
         QVERIFY(transfer->stored(chatKey(QStringLiteral("t0"))));
@@ -114,7 +114,7 @@ private slots:
         // Again, and again after a restart: the kept answer, nothing on the wire.
         service.clearLog();
         QCOMPARE(Sync::run(send(identity.api(), QStringLiteral("t1"), QStringLiteral("changed"))), first);
-        transfer = std::make_unique<ChatBackgroundTransfer>(identity.api(), &sleeper);
+        transfer = std::make_unique<ChatBackgroundTransfer>(identity.api(), sleeper);
         QCOMPARE(Sync::run(send(identity.api(), QStringLiteral("t1"), QStringLiteral("changed"))), first);
         QVERIFY(service.log().isEmpty());
         QCOMPARE(messages(), 1);

@@ -89,7 +89,7 @@ private slots:
         now = 0;
         meter.reset();
         sleeper = std::make_unique<QueueSleeper>();
-        meter = std::make_unique<UploadMeter>(sleeper.get(), [this] { return now; });
+        meter = std::make_unique<UploadMeter>(*sleeper, [this] { return now; });
         shown = std::make_unique<QSignalSpy>(meter.get(), &UploadMeter::changed);
     }
 
