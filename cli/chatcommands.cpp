@@ -15,13 +15,12 @@
 #include "chatfollower.h"
 #include "chatlog.h"
 #include "commandtable.h"
+#include "devicecommands.h"
 #include "chatprompt.h"
 #include "clichats.h"
 #include "laneticker.h"
 #include "turninput.h"
 #include "uploadprogress.h"
-#include "videoprep.h"
-#include "voicecommands.h"
 #include "render.h"
 #include "terminaltext.h"
 #include "chat/markup/ansiwriter.h"
@@ -82,6 +81,13 @@ QCoro::Task<int> stopTask(ChatStore &store, int task)
 QString rendered(const QString &text)
 {
     return Markup::AnsiWriter::render(text, RenderCommand::options());
+}
+
+QString unavailable(const QString &sub)
+{
+    return L::t(u"‎chat %1‎ אינה זמינה בגרסה זו."_s, u"chat %1 is not available in this build."_s,
+                u"chat %1 недоступна в этой сборке."_s)
+        .arg(TerminalText::safe(sub));
 }
 
 QCoro::Task<int> showLog(Invocation in, const Ports &ports)
@@ -250,8 +256,13 @@ QCoro::Task<int> sendTurn(Invocation in, const Ports &ports)
     for (const QString &path0 : in.files) {
         QString path = path0;
         QString name;
-        if (VideoPrep::isVideo(path0)) {
-            const std::optional<QString> shrunk = co_await VideoPrep::shrink(path0, scratch.path());
+        if (DeviceCommands::isVideo(path0)) {
+            const DeviceCommands::Table *devices = DeviceCommands::installed();
+            if (!devices) {
+                Console::err(unavailable(u"send"_s));
+                co_return Usage;
+            }
+            const std::optional<QString> shrunk = co_await devices->shrinkVideo(path0, scratch.path());
             if (!shrunk)
                 co_return Refused;
             path = *shrunk;
@@ -491,7 +502,7 @@ QCoro::Task<int> chat(Invocation in, const Ports &ports)
 {
     using Sub = std::function<QCoro::Task<int>(Invocation, const Ports &)>;
     // One line per subcommand; its usage and options live in the command table.
-    static const std::map<QString, Sub> subs = {
+    std::map<QString, Sub> subs = {
         {u"log"_s, showLog},
         {u"follow"_s, follow},
         {u"send"_s, sendTurn},
@@ -499,17 +510,18 @@ QCoro::Task<int> chat(Invocation in, const Ports &ports)
         {u"drain"_s, drainAll},
         {u"retry"_s, retryTurn},
         {u"stop"_s, stop},
-        {u"play"_s, VoiceCommands::play},
-        {u"record"_s, VoiceCommands::record},
-        {u"transcribe"_s, VoiceCommands::transcribe},
     };
+    const DeviceCommands::Table *devices = DeviceCommands::installed();
+    if (devices) {
+        subs.emplace(u"play"_s, devices->play);
+        subs.emplace(u"record"_s, devices->record);
+        subs.emplace(u"transcribe"_s, devices->transcribe);
+    }
     const QString sub = in.args.isEmpty() ? QString() : in.args.first();
     const auto found = subs.find(sub);
     if (!sub.isEmpty() && found == subs.end()) {
         // In the table (help knows it) but not in this build.
-        Console::err(L::t(u"‎chat %1‎ אינה זמינה בגרסה זו."_s, u"chat %1 is not available in this build."_s,
-                          u"chat %1 недоступна в этой сборке."_s)
-                         .arg(TerminalText::safe(sub)));
+        Console::err(unavailable(sub));
         co_return Usage;
     }
     const bool single = sub == u"log" || sub == u"follow" || sub == u"drain";
@@ -526,8 +538,13 @@ QCoro::Task<int> chat(Invocation in, const Ports &ports)
         const ChatScope scope = in.project ? ChatScope::project(*in.project) : ChatScope::main();
         co_return co_await ChatPrompt::run(scope, ports);
     }
-    if (sub == u"send" && !in.voice.isEmpty())
-        co_return co_await VoiceCommands::sendVoice(in, ports);
+    if (sub == u"send" && !in.voice.isEmpty()) {
+        if (!devices) {
+            Console::err(unavailable(sub));
+            co_return Usage;
+        }
+        co_return co_await devices->sendVoice(in, ports);
+    }
     co_return co_await found->second(in, ports);
 }
 

@@ -2,7 +2,6 @@
 
 #include "console.h"
 
-#include "chat/media/shareditems.h"
 #include "chat/media/videocompress.h"
 #include "text/l.h"
 
@@ -15,11 +14,6 @@
 using namespace Qt::StringLiterals;
 
 namespace VideoPrep {
-
-bool isVideo(const QString &path)
-{
-    return SharedItems::mimeOfFile(path).startsWith(u"video/");
-}
 
 QCoro::Task<std::optional<QString>> shrink(QString path, QString folder)
 {

@@ -170,6 +170,9 @@ QVariant setting(const QString &key, const QVariant &fallback)
 
 void setSetting(const QString &key, const QVariant &value)
 {
+    // An unchanged value would still cost a locked rewrite of the file on every run.
+    if (value.isValid() && mirror().value(key, {}) == value)
+        return;
     mirror().change([&](QSettings &s) { s.setValue(key, value); });
 }
 

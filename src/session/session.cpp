@@ -447,7 +447,10 @@ void Session::saveOfflineProfile() const
     if (m_cookie.isEmpty())
         return;
     const OfflineProfile copy{sessionHash(), m_profile, m_api.base().toString()};
-    if (!AtomicFile::write(offlineProfileFile(), QJsonDocument(copy.toJson()).toJson()))
+    const QByteArray bytes = QJsonDocument(copy.toJson()).toJson();
+    if (AtomicFile::read(offlineProfileFile()) == bytes)
+        return; // most runs: nothing changed since the last
+    if (!AtomicFile::write(offlineProfileFile(), bytes))
         qCWarning(lcSession) << "the offline profile could not be saved";
 }
 
