@@ -230,10 +230,7 @@ QCoro::Task<int> record(Invocation in, const Ports &ports)
         file->runInRealTime(true);
         port = std::move(file);
     }
-    Recorder::Dependencies deps;
-    deps.port = port.get();
-    deps.sleeper = &ports.sleeper;
-    Recorder recorder(deps);
+    Recorder recorder({.port = port.get(), .sleeper = ports.sleeper});
     const bool started = co_await recorder.start();
     if (!started) {
         Console::err(recorder.error());

@@ -190,10 +190,7 @@ void ChatController::startRecording()
     if (!m_recorder) {
         if (!m_microphone)
             m_microphone = new QtAudioPort(this);
-        Recorder::Dependencies deps;
-        deps.port = m_microphone;
-        deps.sleeper = &m_ports.sleeper;
-        m_recorder = new Recorder(deps, this);
+        m_recorder = new Recorder({.port = m_microphone, .sleeper = m_ports.sleeper}, this);
         connect(m_recorder, &Recorder::recordingChanged, this, &ChatController::recordingChanged);
         connect(m_recorder, &Recorder::errorChanged, this, &ChatController::recordingChanged);
         connect(m_recorder, &Recorder::levelChanged, this, &ChatController::recordLevelChanged);

@@ -87,8 +87,6 @@ Recorder::Recorder(Dependencies deps, QObject *parent)
     : QObject(parent)
     , m_deps(std::move(deps))
 {
-    if (!m_deps.sleeper)
-        m_deps.sleeper = &Sleeper::real();
     if (m_deps.folder.isEmpty())
         m_deps.folder = AppData::path(u"recordings"_s);
 }
@@ -159,7 +157,7 @@ QCoro::Task<bool> Recorder::start()
     emit recordingChanged();
     emit levelChanged();
     QPointer<Recorder> self(this);
-    co_await m_deps.sleeper->sleep(settle);
+    co_await m_deps.sleeper.sleep(settle);
     co_return self &&recording();
 }
 

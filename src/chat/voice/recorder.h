@@ -30,7 +30,7 @@ class Recorder : public QObject
 public:
     struct Dependencies {
         AudioPort *port = nullptr;
-        Sleeper *sleeper = nullptr;
+        Sleeper &sleeper;
         QPointer<VoicePlayer> player; // held while recording; may be null
         QString folder;               // where notes are written; AppData "recordings" when empty
     };
