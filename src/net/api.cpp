@@ -162,7 +162,8 @@ QCoro::Task<Api::Reply> Api::transmit(Request r)
         qCDebug(lcNet) << r.method << shown << "took longer than" << exchangeLimit.count() << "ms";
         throw Api::TransportError(QNetworkReply::TimeoutError, u"the exchange took too long"_s);
     }
-    if (status == 0) {
+    // Aborted after its headers came (the process ending): nothing left to read.
+    if (status == 0 || raw->error() == QNetworkReply::OperationCanceledError) {
         qCDebug(lcNet) << r.method << shown << "failed:" << raw->errorString();
         // The connection dropped, and Qt was stopped from sending it again on its own.
         if (raw->error() == QNetworkReply::ContentReSendError)

@@ -3,6 +3,7 @@
 
 #include "platform/shutdown.h"
 #include "net/api.h"
+#include "net/networkmanager.h"
 #include "platform/debouncer.h"
 #include "platform/sleeper.h"
 #include "support/service.h"
@@ -10,9 +11,12 @@
 #include "support/testhome.h"
 #include "support/testidentity.h"
 
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QTest>
 
 using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -26,6 +30,16 @@ QCoro::Task<> fetch(Api *api, QString path, bool *ended, bool *canceled)
 {
     try {
         co_await api->raw(path, "GET", 90s);
+    } catch (const Api::TransportError &error) {
+        *canceled = error.code == QNetworkReply::OperationCanceledError;
+    }
+    *ended = true;
+}
+
+QCoro::Task<> postOpen(Api *api, QString path, bool *ended, bool *canceled)
+{
+    try {
+        co_await api->openPost(QJsonObject(), path);
     } catch (const Api::TransportError &error) {
         *canceled = error.code == QNetworkReply::OperationCanceledError;
     }
@@ -74,8 +88,26 @@ private slots:
         int saves = 0;
         Debouncer save(&owner, 1h, [&saves] { ++saves; }, &Sleeper::real());
         save.schedule();
+        // A reply whose headers came and whose body stalls: aborted, not read.
+        QTcpServer stalling;
+        QVERIFY(stalling.listen(QHostAddress::LocalHost));
+        QObject::connect(&stalling, &QTcpServer::newConnection, &stalling, [&stalling] {
+            QTcpSocket *peer = stalling.nextPendingConnection();
+            QObject::connect(peer, &QTcpSocket::readyRead, peer, [peer] {
+                peer->write("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\n"
+                            "Content-Length: 100\r\n\r\n{");
+            });
+        });
+        Api headersOnly(Network::create(&owner),
+                        ServerAddress::parse(u"http://127.0.0.1:%1"_s.arg(stalling.serverPort())));
+        bool stalledEnded = false;
+        bool stalledCanceled = false;
+        QCoro::Task<> stalled = postOpen(&headersOnly, u"webapi/auth/login"_s, &stalledEnded, &stalledCanceled);
         QTRY_VERIFY(logged(service, slow));
         QVERIFY(!woke && !ended);
+        QTest::qWait(200); // the stalled reply's headers arrive
+        QVERIFY(!stalledEnded);
+        QTest::failOnWarning(QRegularExpression(u"device not open"_s));
 
         Shutdown::begin();
         QVERIFY(Shutdown::begun());
@@ -83,6 +115,7 @@ private slots:
         QVERIFY(woke);
         QVERIFY(ended);
         QVERIFY(canceled);
+        QVERIFY(stalledEnded && stalledCanceled);
         QCOMPARE(saves, 1);
 
         // Nothing new: a wait ends its loop at once, a request never leaves.
