@@ -282,9 +282,10 @@ private slots:
             all.append(ChatMessage::make(u"user"_s, u"x"_s, 0));
             all.last().seq = seq;
         }
+        const MessageList list(all); // chosen() points into it
         QList<qint64> seqs;
         for (const ChatMessage *m :
-             ChatLog::chosen(MessageList(all), since < 0 ? std::nullopt : std::optional<qint64>(since),
+             ChatLog::chosen(list, since < 0 ? std::nullopt : std::optional<qint64>(since),
                              limit ? std::optional(limit) : std::nullopt))
             seqs << m->seq;
         QTEST(seqs, "seqs");

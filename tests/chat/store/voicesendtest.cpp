@@ -20,7 +20,7 @@ class VoiceSendTest : public QObject, public ChatHarness
     {
         QByteArray wav(
             "RIFF\x00\x00\x00\x00WAVEfmt \x10\x00\x00\x00\x01\x00\x01\x00\x80\x3e\x00\x00"
-            "\x00\x7d\x00\x00\x02\x00\x10\x00data\x40\x1f\x00\x00",
+            "\x00\x7d\x00\x00\x02\x00\x10\x00" "data\x40\x1f\x00\x00",
             44);
         return wav + QByteArray(8000, '\x11');
     }
