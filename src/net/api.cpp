@@ -79,6 +79,17 @@ Api::Api(QNetworkAccessManager *manager, ServerAddress address)
     Q_ASSERT(manager);
 }
 
+Api::~Api()
+{
+    m_closing = true;
+    // Aborting finishes the reply at once: its task resumes (and ends) inside this loop.
+    const QList<QPointer<QNetworkReply>> replies = std::exchange(m_inFlight, {});
+    for (const QPointer<QNetworkReply> &reply : replies) {
+        if (reply)
+            reply->abort();
+    }
+}
+
 QUrl Api::url(const QString &path) const
 {
     return Wire::url(m_address.url, path);
@@ -118,7 +129,7 @@ Api::Request Api::openRequest(const QString &path, const QByteArray &method,
 QCoro::Task<Api::Reply> Api::transmit(Request r)
 {
     // Nothing new goes out once the process is ending (retries and loops included).
-    if (Shutdown::begun())
+    if (Shutdown::begun() || m_closing)
         throw Api::TransportError(QNetworkReply::OperationCanceledError, u"shutting down"_s);
     // Every request, a GET included, carries a body Qt cannot re-send (see OneShotBody).
     auto *body = new OneShotBody(r.body);
@@ -137,6 +148,7 @@ QCoro::Task<Api::Reply> Api::transmit(Request r)
         raw->abort();
     });
     limit.start(exchangeLimit);
+    m_inFlight.append(raw);
     const qint64 cap = r.maxBytes;
     QObject::connect(raw, &QNetworkReply::downloadProgress, raw,
                      [raw, cap, &tooLarge](qint64 received, qint64 total) {
@@ -146,6 +158,7 @@ QCoro::Task<Api::Reply> Api::transmit(Request r)
                          }
                      });
     co_await raw;
+    m_inFlight.removeOne(raw);
     limit.stop();
 
     const int status = raw->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
@@ -191,7 +204,8 @@ QCoro::Task<Api::Reply> Api::runGet(Request request)
     try {
         co_return co_await exchange(request);
     } catch (const Api::TransportError &error) {
-        if (!error.transient())
+        // A process that is ending sends nothing new: no retry to wait on.
+        if (!error.transient() || Shutdown::begun() || m_closing)
             throw;
         qCDebug(lcNet) << "retrying once after" << error.text;
     }
@@ -318,7 +332,7 @@ QCoro::Task<QString> Api::download(QString path, QString folder)
                              u"Невозможно сохранить в %1."_s)
                             .arg(folder));
     // Written beside its final place, so the finished file appears in one step.
-    if (Shutdown::begun())
+    if (Shutdown::begun() || m_closing)
         throw TransportError(QNetworkReply::OperationCanceledError, u"shutting down"_s);
     QTemporaryFile part(QDir(folder).filePath(u".download-XXXXXX"_s));
     if (!part.open())
@@ -341,7 +355,9 @@ QCoro::Task<QString> Api::download(QString path, QString folder)
             raw->abort();
         }
     });
+    m_inFlight.append(raw);
     co_await raw;
+    m_inFlight.removeOne(raw);
     const int status = raw->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     if (writeFailed || (status >= 200 && status <= 299 && !part.flush()))
         throw Failed(status, part.errorString());

@@ -9,6 +9,9 @@
 #include <QHash>
 #include <QJsonObject>
 #include <QJsonValue>
+#include <QList>
+#include <QNetworkReply>
+#include <QPointer>
 #include <QNetworkRequest>
 #include <QUrl>
 
@@ -110,6 +113,8 @@ public:
     // Requests go out through manager (not owned; it must outlive this) to the server at
     // address; a refused address makes every request fail (see baseError).
     Api(QNetworkAccessManager *manager, ServerAddress address);
+    // Exchanges still under way end here, as cancelled (see m_inFlight).
+    ~Api();
     Api(const Api &) = delete;
     Api &operator=(const Api &) = delete;
 
@@ -230,4 +235,9 @@ private:
     BackgroundSender *m_background = nullptr;
     QHash<QString, double> m_due;
     std::chrono::milliseconds m_exchangeLimit = std::chrono::seconds(120);
+    // Replies being awaited. A manager deleted with its replies never says they finished, and
+    // one that outlives this object would resume tasks into it: both are avoided by aborting
+    // these when this object goes, while it still lives; nothing new goes out after that.
+    QList<QPointer<QNetworkReply>> m_inFlight;
+    bool m_closing = false;
 };

@@ -8,6 +8,7 @@
 #include "platform/appdata.h"
 #include "platform/atomicfile.h"
 #include "platform/secretstore.h"
+#include "platform/shutdown.h"
 #include "text/l.h"
 
 using namespace Qt::StringLiterals;
@@ -481,6 +482,8 @@ QCoro::Task<> Session::primeTabPages(Api &api)
     // Static work only: the session may be gone before these answer.
     const QStringList paths = SessionEndpoints::tabPages();
     for (const QString &path : paths) {
+        if (Shutdown::begun())
+            co_return;
         try {
             co_await api.page<QJsonValue>(path);
         } catch (...) {

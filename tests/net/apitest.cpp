@@ -63,6 +63,33 @@ private slots:
         service.clearLog();
     }
 
+    // An Api that goes while a request waits ends that request's task (as cancelled) instead of
+    // leaving it suspended for ever, and sends nothing more.
+    void goingEndsWhatWaits()
+    {
+        service.fault({{"match", "webapi/tasks"}, {"status", QJsonValue()}, {"delay", 30}});
+        QObject owner;
+        auto api = std::make_unique<Api>(new QNetworkAccessManager(&owner),
+                                         ServerAddress::parse(service.base().toString()));
+        bool ended = false;
+        bool canceled = false;
+        auto waiting = [](Api *api, bool *ended, bool *canceled) -> QCoro::Task<> {
+            try {
+                co_await api->openPost(QJsonObject(), QStringLiteral("webapi/tasks"));
+            } catch (const Api::TransportError &error) {
+                *canceled = error.code == QNetworkReply::OperationCanceledError;
+            }
+            *ended = true;
+        };
+        QCoro::Task<> task = waiting(api.get(), &ended, &canceled);
+        QTRY_VERIFY(lastRequest(service).value(u"path").toString() == u"webapi/tasks");
+        service.clearLog();
+        api.reset();
+        QVERIFY(ended);
+        QVERIFY(canceled);
+        QVERIFY(service.log().isEmpty()); // not retried
+    }
+
     void setCookieRepliesAreNeverReplayed()
     {
         // A sign-in reply sets a cookie; the next request must still carry only ours.
