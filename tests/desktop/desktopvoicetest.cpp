@@ -462,6 +462,10 @@ private slots:
         QCOMPARE(voice()->state(), VoiceController::Paused);
 
         files()->remove(files()->preparing().at(0).toMap().value(u"id"_s).toString());
+        VideoCompress::Result cancelled; // the shrink ends too, as it would after a cancel
+        cancelled.failure = VideoCompress::Failure::Cancelled;
+        emit shrink.finish(cancelled);
+        QTRY_VERIFY(!QFileInfo::exists(QFileInfo(shrink.target).path()));
         voice()->stop();
         L::set(u"en"_s);
     }
