@@ -117,8 +117,8 @@ private slots:
         voice()->use([this](QObject *parent) {
             return new VoicePlayer(identity.api(), dependencies(home.path()), parent);
         });
-        chat = std::make_unique<ChatController>(stage->chats, ChatScope::main(), u"demo"_s,
-                                                u"user"_s);
+        chat =
+            std::make_unique<ChatController>(stage->chats, ChatScope::main(), u"demo"_s, u"user"_s);
         chat->store()->prepare();
         files()->setShrink([this](QString, QString target, VideoCompress::Progress progress,
                                   VideoCompress::Stopped stopped) {

@@ -44,8 +44,8 @@ struct VoiceRig {
     // A new message of the agent's for "demo", without a notification; its seq.
     static qint64 post(Service &service, const QString &text)
     {
-        const QJsonObject message{{"user", "demo"}, {"role", "assistant"}, {"text", text},
-                                  {"notify", false}};
+        const QJsonObject message{
+            {"user", "demo"}, {"role", "assistant"}, {"text", text}, {"notify", false}};
         return service.control("POST", QStringLiteral("message"), message)
             .value(QStringLiteral("seq"))
             .toInteger();
