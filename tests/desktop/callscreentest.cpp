@@ -1,35 +1,21 @@
 // The call screen under Qt Quick Test: a controller over the in-process server and the
 // file-backed devices, which the QML cases drive through the fixture below.
 
-#include "app.h"
 #include "callcontroller.h"
-#include "desktopapp.h"
+#include "desktopstage.h"
 #include "fakecalllink.h"
 
 #include "platform/fileaudioport.h"
-#include "platform/filesecretstore.h"
-#include "chat/store/chatstores.h"
-#include "platform/clock.h"
-#include "platform/sleeper.h"
-#include "support/fakereachability.h"
-#include "support/testapi.h"
 #include "support/fakeclock.h"
 #include "support/fakesleeper.h"
-#include "support/liveports.h"
+#include "support/testapi.h"
 #include "support/testhome.h"
-#include "text/l.h"
 #include "voice/voicetuning.h"
 
-#include <QDir>
-#include <QFont>
-#include <QGuiApplication>
-#include <QQmlContext>
-#include <QQmlEngine>
 #include <QtQml/qqmlextensionplugin.h>
 #include <QtQuickTest>
 
 #include <memory>
-#include <optional>
 
 Q_IMPORT_QML_PLUGIN(Halvenmark_DesktopPlugin)
 
@@ -39,7 +25,6 @@ using namespace Qt::StringLiterals;
 class CallFixture : public QObject
 {
     Q_OBJECT
-
 
 public:
     CallFixture(FakeCallLink *link, FileAudioPort *port, FakeSleeper *sleeper)
@@ -74,22 +59,13 @@ class Setup : public QObject
 {
     Q_OBJECT
 
-public:
-    Setup() = default;
-
 public slots:
     void applicationAvailable()
     {
-        DesktopApp::prepareStyle();
-        QGuiApplication::setFont(QFont(u"DejaVu Sans"_s, 10));
+        DesktopStage::fixLook();
         m_home = std::make_unique<TestHome>();
         qputenv("HALVENMARK_SERVER", "http://127.0.0.1:9");
-        L::set(u"en"_s);
-        m_session = std::make_unique<Session>(api, 
-            std::make_unique<FileSecretStore>(QDir(m_home->path()).filePath(u"secrets"_s)));
-        m_live.emplace(api);
-        m_app = std::make_unique<App>(m_session.get(), m_live->ports, m_chats);
-        m_app->setOnboarded(true);
+        m_stage = std::make_unique<DesktopStage>(api, m_home->path());
         auto *link = new FakeCallLink;
         auto *port = new FileAudioPort;
         port->outputList = {{"speakers", u"Built-in speakers"_s},
@@ -102,13 +78,8 @@ public slots:
 
     void qmlEngineAvailable(QQmlEngine *engine)
     {
-        DesktopApp::guard(*engine);
-        engine->addImportPath(u"qrc:/"_s);
-        engine->rootContext()->setContextProperty(u"testCall"_s, m_call.get());
-        engine->rootContext()->setContextProperty(u"fixture"_s, m_fixture.get());
-        engine->rootContext()->setContextProperty(u"shotFolder"_s,
-                                                  QStringLiteral(HALVENMARK_SHOTS));
-        QDir().mkpath(QStringLiteral(HALVENMARK_SHOTS));
+        DesktopStage::prepare(*engine,
+                              {{u"testCall"_s, m_call.get()}, {u"fixture"_s, m_fixture.get()}});
     }
 
     void cleanupTestCase()
@@ -118,19 +89,14 @@ public slots:
         QCoreApplication::processEvents();
         m_fixture.reset();
         m_call.reset();
-        m_app.reset();
-        m_session.reset();
+        m_stage.reset();
         m_home.reset();
     }
 
 private:
     std::unique_ptr<TestHome> m_home;
     TestApi api;
-    std::unique_ptr<Session> m_session;
-    FakeReachability m_reachability;
-    ChatStores m_chats{ChatPorts{api, Sleeper::real(), m_reachability, Clock::system()}};
-    std::unique_ptr<App> m_app;
-    std::optional<LivePorts> m_live;
+    std::unique_ptr<DesktopStage> m_stage;
     FakeSleeper m_sleeper;
     FakeClock m_clock;
     VoiceTuning m_tuning;

@@ -14,28 +14,18 @@
 
 using namespace Qt::StringLiterals;
 
-class DesktopEndToEndTest : public QObject
-{
-    Q_OBJECT
+namespace {
 
-private slots:
-    void signInSendAndReply();
-
-private:
-    static bool xdotool(const QStringList &args, const QString &display);
-};
-
-bool DesktopEndToEndTest::xdotool(const QStringList &args, const QString &display)
+// A tool run against the test's own X display.
+bool onDisplay(const QString &display, const QString &program, const QStringList &args)
 {
     QProcess tool;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(u"DISPLAY"_s, display);
     tool.setProcessEnvironment(env);
-    tool.start(u"xdotool"_s, args);
+    tool.start(program, args);
     return tool.waitForFinished(20000) && tool.exitCode() == 0;
 }
-
-namespace {
 
 bool homeHolds(const QString &home, const QByteArray &text)
 {
@@ -61,6 +51,14 @@ bool chatPosted(Service &service, const QByteArray &text)
 }
 
 } // namespace
+
+class DesktopEndToEndTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void signInSendAndReply();
+};
 
 void DesktopEndToEndTest::signInSendAndReply()
 {
@@ -93,35 +91,30 @@ void DesktopEndToEndTest::signInSendAndReply()
     app.start(QStringLiteral(HALVENMARK_APP), {});
     QVERIFY(app.waitForStarted());
 
-    QVERIFY(xdotool({u"search"_s, u"--sync"_s, u"--onlyvisible"_s, u"--name"_s, u"Halvenmark"_s},
-                    display));
+    const auto xdotool = [&](const QStringList &args) {
+        return onDisplay(display, u"xdotool"_s, args);
+    };
+    const auto type = [&](const QString &text) {
+        return xdotool({u"type"_s, u"--delay"_s, u"30"_s, text});
+    };
+    QVERIFY(xdotool({u"search"_s, u"--sync"_s, u"--onlyvisible"_s, u"--name"_s, u"Halvenmark"_s}));
     QTest::qWait(800);
     // The user-name field has the focus; Tab to the password; Enter signs in.
-    QVERIFY(xdotool({u"type"_s, u"--delay"_s, u"30"_s, u"demo"_s}, display));
-    QVERIFY(xdotool({u"key"_s, u"Tab"_s}, display));
-    QVERIFY(xdotool({u"type"_s, u"--delay"_s, u"30"_s, u"demo-password"_s}, display));
-    QVERIFY(xdotool({u"key"_s, u"Return"_s}, display));
+    QVERIFY(type(u"demo"_s) && xdotool({u"key"_s, u"Tab"_s}));
+    QVERIFY(type(u"demo-password"_s) && xdotool({u"key"_s, u"Return"_s}));
     QTRY_VERIFY_WITH_TIMEOUT(homeHolds(home.path(), "\"user\":\"demo\"") ||
                                  homeHolds(home.path(), "\"user\": \"demo\""),
                              15000);
     QTest::qWait(800);
 
     // The composer has the focus after sign-in.
-    QVERIFY(xdotool({u"type"_s, u"--delay"_s, u"30"_s, u"Bus from the window"_s}, display));
-    QVERIFY(xdotool({u"key"_s, u"Return"_s}, display));
+    QVERIFY(type(u"Bus from the window"_s) && xdotool({u"key"_s, u"Return"_s}));
     QTRY_VERIFY_WITH_TIMEOUT(chatPosted(service, "Bus from the window"), 15000);
     QTRY_VERIFY_WITH_TIMEOUT(homeHolds(home.path(), "I found the bus times"), 30000);
-
-    if (!QStandardPaths::findExecutable(u"import"_s).isEmpty()) {
-        QProcess shot;
-        QProcessEnvironment shotEnv = QProcessEnvironment::systemEnvironment();
-        shotEnv.insert(u"DISPLAY"_s, display);
-        shot.setProcessEnvironment(shotEnv);
-        QDir().mkpath(QStringLiteral(HALVENMARK_SHOTS));
-        shot.start(u"import"_s, {u"-window"_s, u"root"_s,
-                                 QStringLiteral(HALVENMARK_SHOTS) + u"/e2e-reply.png"_s});
-        shot.waitForFinished(20000);
-    }
+    // A picture of the reply, where ImageMagick's import is installed.
+    QDir().mkpath(QStringLiteral(HALVENMARK_SHOTS));
+    onDisplay(display, u"import"_s,
+              {u"-window"_s, u"root"_s, QStringLiteral(HALVENMARK_SHOTS) + u"/e2e-reply.png"_s});
 
     // A polite end (SIGTERM) is a normal exit, not a crash.
     app.terminate();

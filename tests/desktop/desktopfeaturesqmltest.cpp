@@ -1,69 +1,30 @@
 // The health panel, the vault and the notification check under Qt Quick Test, against the
 // reference service; the owner's password and the clipboard are fakes.
 
-#include "app.h"
-#include "desktopapp.h"
+#include "desktopstage.h"
 #include "healthcontroller.h"
 #include "notifycontroller.h"
 #include "vaultcontroller.h"
 
 #include "app/fakenotifier.h"
 #include "features/vault/vaultstore.h"
-#include "platform/clipboard.h"
-#include "platform/filesecretstore.h"
-#include "platform/ownerauth.h"
-#include "chat/store/chatstores.h"
-#include "platform/clock.h"
-#include "platform/sleeper.h"
-#include "support/fakereachability.h"
-#include "support/testapi.h"
+#include "support/fakeclipboard.h"
+#include "support/fakeowner.h"
 #include "support/fakesleeper.h"
-#include "support/liveports.h"
 #include "support/testhome.h"
 #include "support/testidentity.h"
-#include "text/l.h"
 
 #include <QDateTime>
-#include <QDir>
 #include <QFile>
-#include <QFont>
-#include <QGuiApplication>
 #include <QJsonArray>
-#include <QQmlContext>
-#include <QQmlEngine>
 #include <QtQml/qqmlextensionplugin.h>
 #include <QtQuickTest>
 
 #include <memory>
-#include <optional>
 
 Q_IMPORT_QML_PLUGIN(Halvenmark_DesktopPlugin)
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-class NoteClipboard : public Clipboard
-{
-public:
-    QString content;
-    bool putSecret(const QString &text) override
-    {
-        content = text;
-        return true;
-    }
-    bool holds(const QString &text) const override { return content == text; }
-    void clear() override { content.clear(); }
-};
-
-class TrustingOwner : public OwnerAuth
-{
-public:
-    QString unavailable() const override { return {}; }
-    QCoro::Task<Outcome> evaluate(QString) override { co_return Outcome{true, {}}; }
-};
-
-} // namespace
 
 // Hooks for the QML cases: the language, what the service holds, the window's activity.
 class Fixture : public QObject
@@ -140,7 +101,7 @@ private:
     Api &api;
     Service &m_service;
     QString m_home;
-    TrustingOwner m_owner;
+    FakeOwner m_owner;
     FakeSleeper m_sleeper;
 };
 
@@ -151,39 +112,26 @@ class Setup : public QObject
 public slots:
     void applicationAvailable()
     {
-        DesktopApp::prepareStyle();
-        QGuiApplication::setFont(QFont(u"DejaVu Sans"_s, 10));
+        DesktopStage::fixLook();
         m_home = std::make_unique<TestHome>();
         m_service = std::make_unique<Service>();
-        L::set(u"en"_s);
         qputenv("HALVENMARK_SERVER", m_service->base().toString().toUtf8());
         Api &api = m_identity.api();
-        m_session = std::make_unique<Session>(api,
-            std::make_unique<FileSecretStore>(QDir(m_home->path()).filePath(u"secrets"_s)));
-        m_live.emplace(api);
-        m_chats = std::make_unique<ChatStores>(
-            ChatPorts{api, Sleeper::real(), m_reachability, Clock::system()});
-        m_app = std::make_unique<App>(m_session.get(), m_live->ports, *m_chats);
-        m_app->setOnboarded(true);
+        m_stage = std::make_unique<DesktopStage>(api, m_home->path());
         // Requests go out as the test's own identity, not the signed-out session's.
         m_identity.use(*m_service);
         m_identity.signIn();
         m_notify = std::make_unique<NotifyController>(api, &m_notifier);
         m_notify->arm();
         m_health = std::make_unique<HealthController>(
-            api, [] { return u"demo"_s; }, m_live->ports.clock);
+            api, [] { return u"demo"_s; }, m_stage->live.ports.clock);
         m_vault = std::make_unique<VaultController>(api, &m_owner, &m_clipboard, m_sleeper);
         m_fixture = std::make_unique<Fixture>(*m_service, m_home->path(), api);
     }
 
     void qmlEngineAvailable(QQmlEngine *engine)
     {
-        DesktopApp::guard(*engine);
-        engine->addImportPath(u"qrc:/"_s);
-        engine->rootContext()->setContextProperty(u"fixture"_s, m_fixture.get());
-        engine->rootContext()->setContextProperty(u"shotFolder"_s,
-                                                  QStringLiteral(HALVENMARK_SHOTS));
-        QDir().mkpath(QStringLiteral(HALVENMARK_SHOTS));
+        DesktopStage::prepare(*engine, {{u"fixture"_s, m_fixture.get()}});
     }
 
     void cleanupTestCase()
@@ -192,9 +140,7 @@ public slots:
         m_vault.reset();
         m_health.reset();
         m_notify.reset();
-        m_app.reset();
-        m_chats.reset();
-        m_session.reset();
+        m_stage.reset();
         m_service.reset();
         m_home.reset();
     }
@@ -204,14 +150,10 @@ private:
     std::unique_ptr<Service> m_service;
     TestIdentity m_identity;
     FakeNotifier m_notifier;
-    TrustingOwner m_owner;
-    NoteClipboard m_clipboard;
+    FakeOwner m_owner;
+    FakeClipboard m_clipboard;
     FakeSleeper m_sleeper;
-    std::optional<LivePorts> m_live;
-    std::unique_ptr<Session> m_session;
-    FakeReachability m_reachability;
-    std::unique_ptr<ChatStores> m_chats;
-    std::unique_ptr<App> m_app;
+    std::unique_ptr<DesktopStage> m_stage;
     std::unique_ptr<NotifyController> m_notify;
     std::unique_ptr<HealthController> m_health;
     std::unique_ptr<VaultController> m_vault;

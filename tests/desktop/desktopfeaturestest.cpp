@@ -12,9 +12,9 @@
 #include "features/vault/vaultstore.h"
 #include "features/vault/vaulttext.h"
 #include "platform/appdata.h"
-#include "platform/clipboard.h"
-#include "platform/ownerauth.h"
+#include "support/fakeclipboard.h"
 #include "support/fakeclock.h"
+#include "support/fakeowner.h"
 #include "support/fakereachability.h"
 #include "platform/clock.h"
 #include "support/fakesleeper.h"
@@ -33,32 +33,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-class FakeClipboard : public Clipboard
-{
-public:
-    QString content;
-    bool putSecret(const QString &text) override
-    {
-        content = text;
-        return true;
-    }
-    bool holds(const QString &text) const override { return content == text; }
-    void clear() override { content.clear(); }
-};
-
-class FakeOwner : public OwnerAuth
-{
-public:
-    bool accept = true;
-    int asked = 0;
-    QString unavailable() const override { return {}; }
-    QCoro::Task<Outcome> evaluate(QString) override
-    {
-        ++asked;
-        co_return Outcome{accept, accept ? QString() : u"Wrong password."_s};
-    }
-};
 
 ChatFrame frame(const QString &type, const QString &run, const QString &conversation = u"main"_s)
 {

@@ -1,32 +1,18 @@
 // The screens under Qt Quick Test: a signed-out session, and one conversation the tests fill
 // themselves (the server is a closed loopback port, so turns stay in the outbox).
 
-#include "app.h"
 #include "chatcontroller.h"
-#include "desktopapp.h"
+#include "desktopstage.h"
 
 #include "chat/model/messagesfeed.h"
-#include "chat/store/chatstores.h"
-#include "platform/clock.h"
-#include "platform/sleeper.h"
-#include "support/fakereachability.h"
-#include "platform/filesecretstore.h"
-#include "support/liveports.h"
 #include "support/testapi.h"
 #include "support/testhome.h"
-#include "text/l.h"
 
-#include <QDir>
-#include <QFont>
-#include <QGuiApplication>
 #include <QJsonDocument>
-#include <QQmlContext>
-#include <QQmlEngine>
 #include <QtQml/qqmlextensionplugin.h>
 #include <QtQuickTest>
 
 #include <memory>
-#include <optional>
 
 Q_IMPORT_QML_PLUGIN(Halvenmark_DesktopPlugin)
 
@@ -36,7 +22,6 @@ using namespace Qt::StringLiterals;
 class Fixture : public QObject
 {
     Q_OBJECT
-
 
 public:
     explicit Fixture(ChatController *chat)
@@ -60,56 +45,38 @@ class Setup : public QObject
 {
     Q_OBJECT
 
-public:
-    Setup() = default;
-
 public slots:
     void applicationAvailable()
     {
-        DesktopApp::prepareStyle();
-        QGuiApplication::setFont(QFont(u"DejaVu Sans"_s, 10));
+        DesktopStage::fixLook();
         m_home = std::make_unique<TestHome>();
         // Nothing listens on the discard port: every send stays in the outbox.
         qputenv("HALVENMARK_SERVER", "http://127.0.0.1:9");
-        L::set(u"en"_s);
-        m_session = std::make_unique<Session>(api, 
-            std::make_unique<FileSecretStore>(QDir(m_home->path()).filePath(u"secrets"_s)));
-        m_live.emplace(api);
-        m_app = std::make_unique<App>(m_session.get(), m_live->ports, m_chats);
-        m_app->setOnboarded(true);
-        m_chat = std::make_unique<ChatController>(m_chats, ChatScope::main(), u"tester"_s, u"user"_s);
+        m_stage = std::make_unique<DesktopStage>(api, m_home->path());
+        m_chat = std::make_unique<ChatController>(m_stage->chats, ChatScope::main(), u"tester"_s,
+                                                  u"user"_s);
         m_chat->store()->prepare();
         m_fixture = std::make_unique<Fixture>(m_chat.get());
     }
 
     void qmlEngineAvailable(QQmlEngine *engine)
     {
-        DesktopApp::guard(*engine);
-        engine->addImportPath(u"qrc:/"_s);
-        engine->rootContext()->setContextProperty(u"testChat"_s, m_chat.get());
-        engine->rootContext()->setContextProperty(u"fixture"_s, m_fixture.get());
-        engine->rootContext()->setContextProperty(u"shotFolder"_s,
-                                                  QStringLiteral(HALVENMARK_SHOTS));
-        QDir().mkpath(QStringLiteral(HALVENMARK_SHOTS));
+        DesktopStage::prepare(*engine,
+                              {{u"testChat"_s, m_chat.get()}, {u"fixture"_s, m_fixture.get()}});
     }
 
     void cleanupTestCase()
     {
         m_fixture.reset();
         m_chat.reset();
-        m_app.reset();
-        m_session.reset();
+        m_stage.reset();
         m_home.reset();
     }
 
 private:
     TestApi api;
-    FakeReachability m_reachability;
-    ChatStores m_chats{ChatPorts{api, Sleeper::real(), m_reachability, Clock::system()}};
     std::unique_ptr<TestHome> m_home;
-    std::optional<LivePorts> m_live;
-    std::unique_ptr<Session> m_session;
-    std::unique_ptr<App> m_app;
+    std::unique_ptr<DesktopStage> m_stage;
     std::unique_ptr<ChatController> m_chat;
     std::unique_ptr<Fixture> m_fixture;
 };

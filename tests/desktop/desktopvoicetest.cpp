@@ -2,39 +2,24 @@
 // sound output and fake time), the files on their way into the composer (with a fake shrink),
 // and pictures of both in English and Hebrew.
 
-#include "app.h"
 #include "chatcontroller.h"
 #include "composerfiles.h"
-#include "desktopapp.h"
+#include "desktopstage.h"
 #include "voicecontroller.h"
 #include "voicesource.h"
 
 #include "chat/model/messagesfeed.h"
-#include "chat/store/chatstores.h"
-#include "platform/clock.h"
-#include "platform/sleeper.h"
-#include "support/fakereachability.h"
-#include "chat/voice/voiceplayer.h"
 #include "platform/fileaudioport.h"
-#include "platform/filesecretstore.h"
-#include "platform/voiceoutput.h"
-#include "support/fakesleeper.h"
-#include "support/liveports.h"
 #include "support/service.h"
 #include "support/testhome.h"
 #include "support/testidentity.h"
-#include "text/l.h"
+#include "support/voicerig.h"
 
 #include <QCoroSignal>
 #include <cmath>
 #include <QDir>
-#include <QFont>
-#include <QGuiApplication>
-#include <QImage>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QQmlContext>
-#include <QQmlEngine>
 #include <QQuickItem>
 #include <QProcess>
 #include <QQuickView>
@@ -43,35 +28,11 @@
 #include <QTest>
 #include <QtQml/qqmlextensionplugin.h>
 
-#include <optional>
-
 Q_IMPORT_QML_PLUGIN(Halvenmark_DesktopPlugin)
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-class FakeOutput : public VoiceOutput
-{
-public:
-    struct Played {
-        QString file;
-        double from;
-    };
-    QList<Played> played;
-    double at = 0;
-
-    void play(const QString &file, double from, double) override
-    {
-        played.append({file, from});
-        at = from;
-    }
-    void pause() override {}
-    void resume() override {}
-    void stop() override {}
-    void setRate(double) override {}
-    double position() const override { return at; }
-};
 
 // A shrink that reports what the test says and ends when it says so.
 class FakeShrink : public QObject
@@ -116,50 +77,19 @@ QList<QQuickItem *> named(QQuickItem *item, const QString &name)
 
 } // namespace
 
-class DesktopVoiceTest : public QObject
+class DesktopVoiceTest : public QObject, public VoiceRig
 {
     Q_OBJECT
 
     TestHome home;
     Service service;
     TestIdentity identity{service};
-    FakeSleeper sleeper;
-    std::optional<LivePorts> live;
-    FakeOutput output;
     FakeShrink shrink;
-    FakeReachability reachability;
-    ChatStores chats{ChatPorts{identity.api(), Sleeper::real(), reachability, Clock::system()}};
-    std::unique_ptr<Session> session;
-    std::unique_ptr<App> app;
+    std::unique_ptr<DesktopStage> stage;
     std::unique_ptr<ChatController> chat;
-    qint64 seq = 0;
 
-    VoiceController *voice() const { return app->voice(); }
+    VoiceController *voice() const { return stage->app.voice(); }
     ComposerFiles *files() const { return chat->files(); }
-
-    double fakeNow() const
-    {
-        double seconds = 0;
-        for (const auto d : sleeper.requested)
-            seconds += d.count() / 1000.0;
-        return seconds;
-    }
-
-    void settle(const std::function<bool()> &until)
-    {
-        for (int i = 0; i < 500 && !until(); ++i) {
-            if (sleeper.waiting())
-                sleeper.advance();
-            QTest::qWait(5);
-        }
-    }
-
-    void script(QJsonObject body)
-    {
-        body.insert("user", "demo");
-        body.insert("seq", seq);
-        service.control("POST", u"voice"_s + (body.contains("seconds") ? "" : "/release"), body);
-    }
 
     QString video(const QString &name)
     {
@@ -178,45 +108,29 @@ class DesktopVoiceTest : public QObject
 private slots:
     void initTestCase()
     {
-        QGuiApplication::setFont(QFont(u"DejaVu Sans"_s, 10));
-        L::set(u"en"_s);
+        DesktopStage::fixLook();
         QVERIFY(service.running());
-        session = std::make_unique<Session>(identity.api(),
-            std::make_unique<FileSecretStore>(QDir(home.path()).filePath(u"secrets"_s)));
-        live.emplace(identity.api());
-        app = std::make_unique<App>(session.get(), live->ports, chats);
-        app->setOnboarded(true);
+        stage = std::make_unique<DesktopStage>(identity.api(), home.path());
         // Requests go out as the test's own identity, not the signed-out session's.
         identity.use(service);
         identity.signIn();
         voice()->use([this](QObject *parent) {
-            VoicePlayer::Dependencies deps;
-            deps.output = &output;
-            deps.sleeper = &sleeper;
-            deps.clock = [this] { return fakeNow(); };
-            deps.cache = home.path();
-            return new VoicePlayer(identity.api(), deps, parent);
+            return new VoicePlayer(identity.api(), dependencies(home.path()), parent);
         });
-        chat = std::make_unique<ChatController>(chats, ChatScope::main(), u"demo"_s, u"user"_s);
+        chat =
+            std::make_unique<ChatController>(stage->chats, ChatScope::main(), u"demo"_s, u"user"_s);
         chat->store()->prepare();
         files()->setShrink([this](QString, QString target, VideoCompress::Progress progress,
                                   VideoCompress::Stopped stopped) {
             return fakeShrink(&shrink, target, progress, stopped);
         });
-        seq = service
-                  .control("POST", u"message"_s,
-                           {{"user", u"demo"_s},
-                            {"role", u"assistant"_s},
-                            {"text", u"Hello"_s},
-                            {"notify", false}})
-                  .value(u"seq")
-                  .toInteger();
+        seq = post(service, u"Hello"_s);
     }
 
     void cleanupTestCase()
     {
         chat.reset();
-        app.reset();
+        stage.reset();
     }
 
     void clock_data()
@@ -417,7 +331,7 @@ private slots:
         chat->store()->absorb(
             MessagesFeed::fromJson(QJsonObject{{u"ok"_s, true}, {u"messages"_s, messages}}), true);
 
-        script({{"seconds", QJsonArray{2.0, 3.0, 1.5}}, {"released", 3}, {"done", true}});
+        script(service, {{"seconds", QJsonArray{2.0, 3.0, 1.5}}, {"released", 3}, {"done", true}});
         voice()->toggle(speech(seq), chat.get());
         settle([&] { return voice()->player()->partsLanded() == 3; });
         output.at = 1.2;
@@ -434,9 +348,7 @@ private slots:
                    "  ChatPage { anchors.fill: parent; chat: testChat } }\n");
         file.close();
         QQuickView view;
-        DesktopApp::guard(*view.engine());
-        view.engine()->addImportPath(u"qrc:/"_s);
-        view.rootContext()->setContextProperty(u"testChat"_s, chat.get());
+        DesktopStage::prepare(*view.engine(), {{u"testChat"_s, chat.get()}});
         view.setSource(QUrl::fromLocalFile(qml));
         QCOMPARE(view.status(), QQuickView::Ready); // the screen loads without errors
         view.show();
@@ -445,9 +357,8 @@ private slots:
         QTRY_COMPARE(named(root, u"preparing_running"_s).size(), 1);
         QCOMPARE(named(root, u"voiceTime"_s).at(0)->property("text").toString(), u"0:03 / 0:06"_s);
         QTest::qWait(100); // the list's scroll to the end lands on the next frames
-        const QDir shots(QStringLiteral(HALVENMARK_SHOTS));
-        shots.mkpath(u"."_s);
-        QVERIFY(view.grabWindow().save(shots.filePath(u"voice-"_s + language + u".png"_s)));
+        const QString shot = DesktopStage::shots() + u"/voice-"_s + language + u".png"_s;
+        QVERIFY(view.grabWindow().save(shot));
 
         // The keys of a player with focus: Space pauses, Right moves 5 s.
         QQuickItem *bar = named(root, u"voiceBar"_s).at(0);

@@ -3,8 +3,8 @@
 #include "features/vault/vaultpassword.h"
 #include "features/vault/vaultstore.h"
 #include "platform/atomicfile.h"
-#include "platform/clipboard.h"
-#include "platform/ownerauth.h"
+#include "support/fakeclipboard.h"
+#include "support/fakeowner.h"
 #include "support/fakesleeper.h"
 #include "support/testhome.h"
 #include "support/testidentity.h"
@@ -19,42 +19,6 @@
 #include <limits>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-class FakeClipboard : public Clipboard
-{
-public:
-    QString content;
-    bool secretMark = false;
-    bool present = true;
-
-    bool putSecret(const QString &text) override
-    {
-        content = present ? text : content;
-        secretMark = present;
-        return present;
-    }
-    bool holds(const QString &text) const override { return content == text; }
-    void clear() override { content.clear(); }
-};
-
-class FakeOwner : public OwnerAuth
-{
-public:
-    QString missing;
-    bool accept = true;
-    int asked = 0;
-
-    QString unavailable() const override { return missing; }
-    QCoro::Task<Outcome> evaluate(QString) override
-    {
-        ++asked;
-        co_return Outcome{accept, accept ? QString() : u"Wrong password."_s};
-    }
-};
-
-} // namespace
 
 class VaultTest : public QObject
 {

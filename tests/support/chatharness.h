@@ -26,6 +26,24 @@ struct ChatHarness {
     FakeClock clock;
     ChatStores chats{ChatPorts{identity.api(), sleeper, reachability, clock}};
 
+    // A new home and a reset service with the agent set so, "demo" signed in.
+    void freshStart(const QJsonObject &agent)
+    {
+        home.reset(); // the old home ends first, so the new one stays in force
+        home = std::make_unique<TestHome>();
+        service.reset();
+        service.control("POST", QStringLiteral("agent"), agent);
+        identity.signIn();
+    }
+
+    // The demo user's store of a conversation, its outbox read as the app does at start-up.
+    std::unique_ptr<ChatStore> newStore(const ChatScope &scope = ChatScope::main())
+    {
+        auto store = chats.make(scope, QStringLiteral("demo"), QStringLiteral("user"));
+        store->prepare();
+        return store;
+    }
+
     QJsonArray stored(const QString &conversation = QStringLiteral("main"))
     {
         return service.messages(conversation);

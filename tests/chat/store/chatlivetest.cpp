@@ -28,11 +28,6 @@ class ChatLiveTest : public QObject, public ChatHarness
 {
     Q_OBJECT
 
-    std::unique_ptr<ChatStore> newStore(const ChatScope &scope = ChatScope::main())
-    {
-        return chats.make(scope, QStringLiteral("demo"), QStringLiteral("user"));
-    }
-
     QJsonObject post(const QString &text, const QString &conversation = QStringLiteral("main"))
     {
         return service.control("POST", QStringLiteral("chat"),
@@ -47,11 +42,7 @@ private slots:
 
     void init()
     {
-        home.reset();
-        home = std::make_unique<TestHome>();
-        service.reset();
-        service.control("POST", QStringLiteral("agent"), {{"mode", "normal"}, {"step_delay", 0.01}});
-        identity.signIn();
+        freshStart({{"mode", "normal"}, {"step_delay", 0.01}});
         sleeper.requested.clear();
     }
 

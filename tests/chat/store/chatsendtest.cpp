@@ -22,13 +22,6 @@ class ChatSendTest : public QObject, public ChatHarness
 
     std::unique_ptr<ChatBackgroundTransfer> transfers;
 
-    std::unique_ptr<ChatStore> newStore()
-    {
-        auto store = chats.make(ChatScope::main(), QStringLiteral("demo"), QStringLiteral("user"));
-        store->prepare();
-        return store;
-    }
-
     int requests(const QString &path)
     {
         int n = 0;
@@ -54,12 +47,8 @@ private slots:
     {
         clock.setNow(FakeClock().now());
         transfers.reset();
-        home.reset();
-        home = std::make_unique<TestHome>();
+        freshStart({{"mode", "silent"}});
         transfers = std::make_unique<ChatBackgroundTransfer>(identity.api(), sleeper);
-        service.reset();
-        service.control("POST", QStringLiteral("agent"), {{"mode", "silent"}});
-        identity.signIn();
         service.clearLog();
     }
 

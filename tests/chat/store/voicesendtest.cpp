@@ -25,14 +25,6 @@ class VoiceSendTest : public QObject, public ChatHarness
         return wav + QByteArray(8000, '\x11');
     }
 
-    std::unique_ptr<ChatStore> newStore(const ChatScope &scope)
-    {
-        auto store =
-            chats.make(scope, QStringLiteral("demo"), QStringLiteral("user"));
-        store->prepare();
-        return store;
-    }
-
     QJsonArray received()
     {
         return service.control("POST", QStringLiteral("voice/received"), {{"user", "demo"}})
@@ -49,12 +41,8 @@ private slots:
     void init()
     {
         transfers.reset();
-        home.reset();
-        home = std::make_unique<TestHome>();
+        freshStart({{"mode", "silent"}});
         transfers = std::make_unique<ChatBackgroundTransfer>(identity.api(), sleeper);
-        service.reset();
-        service.control("POST", QStringLiteral("agent"), {{"mode", "silent"}});
-        identity.signIn();
     }
 
     void aVoiceTurnGoesOutOnce_data()

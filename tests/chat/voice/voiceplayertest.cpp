@@ -5,84 +5,21 @@
 #include "chat/voice/voiceparts.h"
 #include "chat/voice/voiceplayer.h"
 #include "chat/voice/voicerate.h"
-#include "platform/voiceoutput.h"
-#include "support/fakesleeper.h"
-#include "support/service.h"
 #include "support/testhome.h"
 #include "support/testidentity.h"
+#include "support/voicerig.h"
 
 #include <QSignalSpy>
 #include <QTest>
 
-namespace {
-
-// Says what it was asked to play; the test decides when a file ends or fails.
-class FakeOutput : public VoiceOutput
-{
-public:
-    struct Played {
-        QString file;
-        double from;
-        double rate;
-    };
-    QList<Played> played;
-    bool paused = false;
-    double at = 0;
-
-    void play(const QString &file, double from, double rate) override
-    {
-        played.append({file, from, rate});
-        at = from;
-        paused = false;
-    }
-    void pause() override { paused = true; }
-    void resume() override { paused = false; }
-    void stop() override {}
-    void setRate(double) override {}
-    double position() const override { return at; }
-    void end() { emit ended(); }
-    void fail() { emit failed(QStringLiteral("cannot decode")); }
-};
-
-} // namespace
-
-class VoicePlayerTest : public QObject
+class VoicePlayerTest : public QObject, public VoiceRig
 {
     Q_OBJECT
 
     TestHome home;
     Service service;
     TestIdentity identity;
-    FakeSleeper sleeper;
-    FakeOutput output;
     std::unique_ptr<VoicePlayer> player;
-    qint64 seq = 0;
-
-    double fakeNow() const
-    {
-        double seconds = 0;
-        for (const auto d : sleeper.requested)
-            seconds += d.count() / 1000.0;
-        return seconds;
-    }
-
-    // Lets the player's requests land, passing fake time whenever it waits.
-    void settle(const std::function<bool()> &until)
-    {
-        for (int i = 0; i < 500 && !until(); ++i) {
-            if (sleeper.waiting())
-                sleeper.advance();
-            QTest::qWait(5);
-        }
-    }
-
-    void script(const QJsonObject &body)
-    {
-        QJsonObject b = body;
-        b.insert("user", "demo");
-        b.insert("seq", seq);
-        service.control("POST", QStringLiteral("voice") + (b.contains("seconds") ? "" : "/release"), b);
-    }
 
 private slots:
     void initTestCase()
@@ -96,15 +33,10 @@ private slots:
     {
         service.reset();
         identity.signIn();
-        seq = service.control("POST", QStringLiteral("message"),
-                              {{"user", u"demo"_qs}, {"role", u"assistant"_qs}, {"text", u"Hello"_qs},
-                               {"notify", false}})
-                  .value(u"seq")
-                  .toInteger();
+        seq = post(service, u"Hello"_qs);
         sleeper.requested.clear();
         output.played.clear();
-        player = std::make_unique<VoicePlayer>(identity.api(), VoicePlayer::Dependencies{
-            &output, &sleeper, [this] { return fakeNow(); }, home.path()});
+        player = std::make_unique<VoicePlayer>(identity.api(), dependencies(home.path()));
     }
 
     void rateCycles_data()
@@ -165,14 +97,14 @@ private slots:
 
     void pendingSpeechPlaysWhenItsFirstPartLands()
     {
-        script({{"seconds", QJsonArray{1.0, 2.0, 1.5}}, {"released", 0}});
+        script(service, {{"seconds", QJsonArray{1.0, 2.0, 1.5}}, {"released", 0}});
         player->play(seq, ChatScope::main());
         QSignalSpy landed(player.get(), &VoicePlayer::partLanded);
         settle([&] { return sleeper.requested.size() >= 2; });
         QCOMPARE(player->phase(), VoicePlayer::Phase::Loading);
         QVERIFY(output.played.isEmpty());
 
-        script({{"released", 1}});
+        script(service, {{"released", 1}});
         settle([&] { return !landed.isEmpty(); });
         QCOMPARE(player->phase(), VoicePlayer::Phase::Playing);
         QCOMPARE(output.played.size(), 1);
@@ -180,7 +112,7 @@ private slots:
         // The first part ends before the second is made: the player waits for it.
         output.end();
         QCOMPARE(player->phase(), VoicePlayer::Phase::Loading);
-        script({{"released", 3}, {"done", true}});
+        script(service, {{"released", 3}, {"done", true}});
         settle([&] { return output.played.size() == 2; });
         QCOMPARE(player->phase(), VoicePlayer::Phase::Playing);
         QCOMPARE(player->total(), 4.5);
@@ -210,7 +142,7 @@ private slots:
 
     void fetchesPatientlyThenFails()
     {
-        script({{"seconds", QJsonArray{1.0}}, {"released", 1}, {"done", true}});
+        script(service, {{"seconds", QJsonArray{1.0}}, {"released", 1}, {"done", true}});
         service.fault({{"match", QStringLiteral("webapi/messages/%1/voice-part").arg(seq)},
                        {"status", 503}, {"times", -1}});
         player->play(seq, ChatScope::main());
@@ -225,11 +157,7 @@ private slots:
 
     void anotherMessageStopsTheFirst()
     {
-        const qint64 second = service.control("POST", QStringLiteral("message"),
-                                              {{"user", u"demo"_qs}, {"role", u"assistant"_qs},
-                                               {"text", u"Again"_qs}, {"notify", false}})
-                                  .value(u"seq")
-                                  .toInteger();
+        const qint64 second = post(service, u"Again"_qs);
         player->play(seq, ChatScope::main());
         player->play(second, ChatScope::main());
         settle([&] { return !output.played.isEmpty(); });
