@@ -146,6 +146,7 @@ int CliMain::run(int argc, char **argv)
         });
     });
     const int status = app.exec();
+    Network::settle();
     CliChats::install(nullptr);
     return status;
 }

@@ -171,6 +171,7 @@ int main(int argc, char **argv)
         return 1;
     shell.boot();
     const int code = app.exec();
+    Network::settle();
     Crash::settled();
     return code;
 }

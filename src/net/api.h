@@ -110,7 +110,7 @@ public:
         QString role;
     };
 
-    // Requests go out through manager (not owned; it must outlive this) to the server at
+    // Requests go out through manager (not owned; it must outlive every exchange) to the server at
     // address; a refused address makes every request fail (see baseError).
     Api(QNetworkAccessManager *manager, ServerAddress address);
     // Exchanges still under way end here, as cancelled (see m_inFlight).

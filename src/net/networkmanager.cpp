@@ -3,10 +3,12 @@
 #include "lowdelay.h"
 #include "platform/shutdown.h"
 
+#include <QCoreApplication>
 #include <QNetworkAccessManager>
 #include <QNetworkCookie>
 #include <QNetworkCookieJar>
 #include <QNetworkReply>
+#include <QPointer>
 
 namespace {
 
@@ -18,6 +20,9 @@ public:
     QList<QNetworkCookie> cookiesForUrl(const QUrl &) const override { return {}; }
     bool setCookiesFromUrl(const QList<QNetworkCookie> &, const QUrl &) override { return false; }
 };
+
+// The managers made, until settle() ends them.
+QList<QPointer<QNetworkAccessManager>> managers;
 
 } // namespace
 
@@ -37,7 +42,22 @@ QNetworkAccessManager *create(QObject *parent)
         for (QNetworkReply *reply : replies)
             reply->abort();
     });
+    managers.append(manager);
     return manager;
+}
+
+void settle()
+{
+    // Its network thread stops and cleans up what it held before the manager is gone; what it
+    // posted back on the way is delivered here.
+    for (const QPointer<QNetworkAccessManager> &manager : std::exchange(managers, {})) {
+        if (manager && manager->parent()) // a parent hears of it; any other owner would not
+            delete manager.data();
+    }
+    for (int round = 0; round < 3; ++round) {
+        QCoreApplication::sendPostedEvents();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
 }
 
 } // namespace Network

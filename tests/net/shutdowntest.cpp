@@ -116,6 +116,11 @@ private slots:
         QVERIFY(ended);
         QVERIFY(canceled);
         QVERIFY(stalledEnded && stalledCanceled);
+        // After the loop, the managers a parent owns go, their network thread with them.
+        QPointer<QNetworkAccessManager> owned = headersOnly.manager();
+        QVERIFY(owned);
+        Network::settle();
+        QVERIFY(!owned);
         QCOMPARE(saves, 1);
 
         // Nothing new: a wait ends its loop at once, a request never leaves.
