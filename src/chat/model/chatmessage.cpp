@@ -26,6 +26,16 @@ QString freshID()
     return QString::number(++next, 36);
 }
 
+QString shared(const QString &word)
+{
+    static const QString user = u"user"_s, assistant = u"assistant"_s, text = u"text"_s;
+    for (const QString *known : {&user, &assistant, &text}) {
+        if (word == *known)
+            return *known;
+    }
+    return word;
+}
+
 double nowSeconds()
 {
     return double(QDateTime::currentMSecsSinceEpoch()) / 1000.0;
@@ -141,8 +151,10 @@ ChatMessage ChatMessage::fromFields(const Fields &field, double now)
     } else if (seq.type != QJsonValue::Undefined) {
         Reader::wrong("seq"_L1, "a whole number", seq);
     }
-    m.role = r.string("role"_L1);
-    m.kind = r.string("kind"_L1);
+    // The usual words shared, not one copy per message: a long transcript holds tens of
+    // thousands of them.
+    m.role = shared(r.string("role"_L1));
+    m.kind = shared(r.string("kind"_L1));
     if (m.kind.isEmpty())
         m.kind = u"text"_s;
     m.text = r.string("text"_L1);
@@ -188,7 +200,8 @@ ChatMessage ChatMessage::fromFields(const Fields &field, double now)
     } else if (items.type != QJsonValue::Undefined) {
         Reader::wrong("attachments"_L1, "a list", items);
     }
-    m.localID = freshID();
+    if (m.seq < 1) // the row of a stamped message goes by its seq
+        m.localID = freshID();
     return m;
 }
 

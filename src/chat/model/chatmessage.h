@@ -35,7 +35,7 @@ struct ChatMessage
     std::optional<QString> routeVote;
     double createdAt = 0; // seconds since 1970
     std::optional<QList<ChatAttachment>> attachments;
-    QString localID; // made on decoding or creation; never sent, never compared
+    QString localID; // made on creation, or on decoding without a seq; never sent or compared
 
     // Lenient: a missing or null key takes its default, a missing created_at the time of
     // decoding, a missing or empty kind "text". Ids sent as numbers are kept as their
