@@ -7,6 +7,8 @@
 #include <QMediaDevices>
 #include <QProcess>
 
+#include <algorithm>
+
 namespace {
 
 constexpr int chunkMs = 10;
@@ -203,6 +205,12 @@ int QtAudioPort::outputLatencyMs() const
     return aheadMs + chunkMs;
 }
 
+int QtAudioPort::chunksToFeed(qint64 ahead, qint64 target, qint64 room, qint64 chunk)
+{
+    const qint64 fits = room / chunk;
+    return int(std::clamp<qint64>((target - ahead) / chunk, std::min<qint64>(1, fits), fits));
+}
+
 void QtAudioPort::feed()
 {
     if (!m_sink || !m_out) {
@@ -210,8 +218,8 @@ void QtAudioPort::feed()
     }
     const qint64 heard = wireFormat().bytesForDuration(m_sink->processedUSecs());
     const qint64 ahead = qMax<qint64>(0, m_written - heard);
-    int chunks = int((wireFormat().bytesForDuration(aheadMs * 1000) - ahead) / chunkBytes);
-    chunks = qBound(1, chunks, int(m_sink->bytesFree() / chunkBytes));
+    const int chunks = chunksToFeed(ahead, wireFormat().bytesForDuration(aheadMs * 1000),
+                                    m_sink->bytesFree(), chunkBytes);
     for (int c = 0; c < chunks; ++c) {
         QByteArray out;
         out.reserve(chunkBytes);

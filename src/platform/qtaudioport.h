@@ -36,6 +36,10 @@ public:
     void enqueue(const QByteArray &pcm, quint64 id) override;
     void dropQueued() override;
     int outputLatencyMs() const override;
+    // How many whole chunks one tick writes: enough to keep `target` bytes ahead of what was
+    // heard, at least one while the sink has room for one, none when it has not (a chunk
+    // written into less room is cut, and the echo canceller would hear what never played).
+    static int chunksToFeed(qint64 ahead, qint64 target, qint64 room, qint64 chunk);
     // Opens only the microphone or only the speaker (the other side is a file); both by default.
     void useOnly(bool capture, bool playback)
     {

@@ -21,6 +21,8 @@ class TestQtAudioPort : public QObject
     Q_OBJECT
 
 private slots:
+    void chunksToFeed_data();
+    void chunksToFeed();
     void initTestCase();
     void cleanupTestCase();
     void capturesAndPlays();
@@ -31,6 +33,28 @@ private:
     QProcess m_server;
     int m_fifo = -1;
 };
+
+// 10 ms chunks of 480 bytes, 40 ms (1,920 bytes) kept ahead.
+void TestQtAudioPort::chunksToFeed_data()
+{
+    QTest::addColumn<qint64>("ahead");
+    QTest::addColumn<qint64>("room");
+    QTest::addColumn<int>("chunks");
+    QTest::newRow("behind: up to the target") << qint64(0) << qint64(100'000) << 4;
+    QTest::newRow("part way") << qint64(1'000) << qint64(100'000) << 1;
+    QTest::newRow("at the target: one keeps the sink clocked") << qint64(1'920) << qint64(100'000) << 1;
+    QTest::newRow("past the target") << qint64(5'000) << qint64(100'000) << 1;
+    QTest::newRow("room for two") << qint64(0) << qint64(960) << 2;
+    QTest::newRow("room for less than one: none") << qint64(0) << qint64(479) << 0;
+    QTest::newRow("full") << qint64(1'920) << qint64(0) << 0;
+}
+
+void TestQtAudioPort::chunksToFeed()
+{
+    QFETCH(qint64, ahead);
+    QFETCH(qint64, room);
+    QTEST(QtAudioPort::chunksToFeed(ahead, 1'920, room, 480), "chunks");
+}
 
 void TestQtAudioPort::initTestCase()
 {
