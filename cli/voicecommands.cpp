@@ -230,7 +230,7 @@ QCoro::Task<int> record(Invocation in, const Ports &ports)
         file->runInRealTime(true);
         port = std::move(file);
     }
-    Recorder recorder({.port = port.get(), .sleeper = ports.sleeper});
+    Recorder recorder({.port = port.get(), .sleeper = ports.sleeper, .clock = ports.clock});
     const bool started = co_await recorder.start();
     if (!started) {
         Console::err(recorder.error());

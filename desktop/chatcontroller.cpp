@@ -190,7 +190,8 @@ void ChatController::startRecording()
     if (!m_recorder) {
         if (!m_microphone)
             m_microphone = new QtAudioPort(this);
-        m_recorder = new Recorder({.port = m_microphone, .sleeper = m_ports.sleeper}, this);
+        m_recorder = new Recorder(
+            {.port = m_microphone, .sleeper = m_ports.sleeper, .clock = m_ports.clock}, this);
         connect(m_recorder, &Recorder::recordingChanged, this, &ChatController::recordingChanged);
         connect(m_recorder, &Recorder::errorChanged, this, &ChatController::recordingChanged);
         connect(m_recorder, &Recorder::levelChanged, this, &ChatController::recordLevelChanged);

@@ -651,7 +651,7 @@ bool ChatOutbox::clearDrafts()
     return commit(QJsonObject{{u"op"_s, u"drafts"_s}});
 }
 
-int ChatOutbox::sweep(std::chrono::seconds minAge)
+int ChatOutbox::sweep(std::chrono::seconds minAge, const QDateTime &now)
 {
     if (m_folder.isEmpty() || !QFileInfo(m_folder).isDir())
         return 0;
@@ -669,7 +669,7 @@ int ChatOutbox::sweep(std::chrono::seconds minAge)
                 named.insert(turn.voiceNote->fileID + u".data"_s);
         }
     }
-    const QDateTime before = QDateTime::currentDateTimeUtc().addSecs(-minAge.count());
+    const QDateTime before = now.toUTC().addSecs(-minAge.count());
     int removed = 0;
     const QFileInfoList files = QDir(m_folder).entryInfoList({u"*.data"_s}, QDir::Files);
     for (const QFileInfo &file : files) {

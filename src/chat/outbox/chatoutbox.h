@@ -5,6 +5,7 @@
 #include "chat/outbox/outboxturn.h"
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QJsonObject>
 #include <QString>
 
@@ -53,8 +54,9 @@ public:
     bool setComposer(const std::optional<QString> &text, const std::optional<ChatMessage> &replyTo);
     bool clearDrafts();
     // Removes ".data" files that no queued turn or draft names and that are older than
-    // minAge (a younger one may be another process's composer attachment). Returns how many.
-    int sweep(std::chrono::seconds minAge);
+    // minAge at now (a younger one may be another process's composer attachment). Returns how
+    // many.
+    int sweep(std::chrono::seconds minAge, const QDateTime &now);
 
     // The bytes of attachments and voice notes. A file id that could leave the folder ("",
     // "..", one holding a slash) has no path, and every operation on it fails.

@@ -5,6 +5,7 @@
 #include "chat/store/transcript.h"
 #include "platform/appdata.h"
 #include "platform/atomicfile.h"
+#include "platform/clock.h"
 
 #include <QDir>
 #include <QLoggingCategory>
@@ -13,12 +14,13 @@ using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
 ChatFiles::ChatFiles(ChatScope scope, QString account, bool owner, ChatTimeline &timeline,
-                     Sleeper &sleeper, QObject *parent)
+                     Sleeper &sleeper, Clock &clock, QObject *parent)
     : QObject(parent)
     , m_scope(std::move(scope))
     , m_account(std::move(account))
     , m_owner(owner)
     , m_timeline(timeline)
+    , m_clock(clock)
     , m_activitySave(this, 400ms, [this] { writeActivity(); }, &sleeper)
     , m_transcriptSave(this, 300ms, [this] { writeTranscript(); }, &sleeper)
 {
@@ -61,7 +63,8 @@ void ChatFiles::hydrate()
     MessageList messages;
     if (const auto bytes =
             AtomicFile::read(QDir(dir).filePath(Transcript::fileName(storageKey(), m_owner)))) {
-        if (auto contents = Transcript::decode(*bytes)) {
+        const double now = double(m_clock.now().toMSecsSinceEpoch()) / 1000.0;
+        if (auto contents = Transcript::decode(*bytes, now)) {
             messages = std::move(contents->messages);
             m_cachedSeq = contents->cachedSeq;
         }

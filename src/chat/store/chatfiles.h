@@ -8,6 +8,7 @@
 #include <QThreadPool>
 
 class ChatTimeline;
+class Clock;
 class Sleeper;
 
 // Everything one chat store keeps on the device besides the outbox: the transcript and the
@@ -22,7 +23,7 @@ public:
     static constexpr qsizetype maxTranscript = 20000;
 
     ChatFiles(ChatScope scope, QString account, bool owner, ChatTimeline &timeline,
-              Sleeper &sleeper, QObject *parent = nullptr);
+              Sleeper &sleeper, Clock &clock, QObject *parent = nullptr);
 
     // The transcript and lanes from disk into the timeline.
     void hydrate();
@@ -49,6 +50,7 @@ private:
     QString m_account;
     bool m_owner;
     ChatTimeline &m_timeline;
+    Clock &m_clock;
     qint64 m_cachedSeq = 0;
     Debouncer m_activitySave;
     Debouncer m_transcriptSave;

@@ -14,7 +14,7 @@ ChatStore::ChatStore(ChatScope scope, QString account, QString role, ChatPorts p
     , m_outbox(std::make_unique<ChatOutbox>(storageKey()))
     , m_timeline(std::make_unique<ChatTimeline>(m_scope.conversationID(), ports.clock))
     , m_files(std::make_unique<ChatFiles>(m_scope, m_account, role == u"owner", *m_timeline,
-                                          ports.sleeper))
+                                          ports.sleeper, ports.clock))
     , m_composer(std::make_unique<ChatComposer>(*m_outbox, ports.sleeper, ports.clock))
     , m_sync(std::make_unique<ChatSync>(ports.api, m_scope, *m_timeline, *m_outbox,
                                         ports.sleeper, ports.reachability))

@@ -69,7 +69,7 @@ namespace {
 
 // What a sign-out leaves of one outbox folder: its unsent turns and their files, readable by
 // this user only; the composer, drafts and stray files go. An empty outbox goes whole.
-void keepUnsentOnly(const QString &folder)
+void keepUnsentOnly(const QString &folder, const QDateTime &now)
 {
     ChatOutbox outbox = ChatOutbox::at(folder);
     outbox.load();
@@ -79,7 +79,7 @@ void keepUnsentOnly(const QString &folder)
     }
     outbox.setComposer(std::nullopt, std::nullopt);
     outbox.clearDrafts();
-    outbox.sweep(std::chrono::seconds(0));
+    outbox.sweep(std::chrono::seconds(0), now);
     QFile::setPermissions(folder,
                           QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
 }
@@ -131,7 +131,7 @@ void ChatStores::reset(Unsent unsent)
             // Nothing the user sent is lost: an expired session keeps what it could not send.
             const QStringList folders = QDir(outboxes).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
             for (const QString &name : folders)
-                keepUnsentOnly(QDir(outboxes).filePath(name));
+                keepUnsentOnly(QDir(outboxes).filePath(name), m_ports.clock.now());
         }
     }
     for (ChatStore *store : stores)
@@ -194,7 +194,8 @@ void ChatStores::resumeBackgroundTransfers(const QString &account) const
             for (const QString &k : keys)
                 wanted.insert(QFileInfo(ChatBackgroundTransfer::folder(k)).fileName());
         }
-        outbox.sweep(std::chrono::duration_cast<std::chrono::seconds>(strayDataAge));
+        outbox.sweep(std::chrono::duration_cast<std::chrono::seconds>(strayDataAge),
+                     m_ports.clock.now());
     }
     sweepTransfers(wanted, m_ports.clock);
 }

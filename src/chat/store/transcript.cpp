@@ -26,9 +26,10 @@ namespace {
 class Reader
 {
 public:
-    explicit Reader(QByteArrayView bytes)
+    Reader(QByteArrayView bytes, double now)
         : m_at(bytes.data())
         , m_end(bytes.data() + bytes.size())
+        , m_now(now)
     {
     }
 
@@ -278,7 +279,6 @@ private:
         if (peek() != '[')
             return skip().has_value();
         ++m_at;
-        const double now = double(QDateTime::currentMSecsSinceEpoch()) / 1000.0;
         if (take(']'))
             return true;
         do {
@@ -291,7 +291,7 @@ private:
             if (!members())
                 return false;
             out.append(std::make_shared<const ChatMessage>(
-                ChatMessage::fromFields(m_lookup, now)));
+                ChatMessage::fromFields(m_lookup, m_now)));
         } while (take(','));
         return take(']');
     }
@@ -351,6 +351,7 @@ private:
 
     const char *m_at;
     const char *m_end;
+    double m_now;
     std::vector<Member> m_members;
     const ChatMessage::Fields m_lookup = [this](QLatin1StringView key) { return field(key); };
 };
@@ -390,11 +391,11 @@ QByteArray encode(const Contents &contents)
     return out;
 }
 
-std::optional<Contents> decode(const QByteArray &bytes)
+std::optional<Contents> decode(const QByteArray &bytes, double now)
 {
     if (!QByteArrayView(bytes).isValidUtf8())
         return std::nullopt;
-    return Reader(bytes).contents();
+    return Reader(bytes, now).contents();
 }
 
 QByteArray encodeLanes(const QList<Lane> &lanes)

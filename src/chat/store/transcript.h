@@ -28,7 +28,8 @@ struct Contents {
 // Written message by message: no document of the whole transcript is held at once.
 QByteArray encode(const Contents &contents);
 // Nothing for a file that is not ours or does not parse; messages that do not decode are dropped.
-std::optional<Contents> decode(const QByteArray &bytes);
+// A message without a time takes now (seconds since 1970).
+std::optional<Contents> decode(const QByteArray &bytes, double now);
 
 QByteArray encodeLanes(const QList<Lane> &lanes);
 QList<Lane> decodeLanes(const QByteArray &bytes);

@@ -3,6 +3,7 @@
 
 #include "chat/voice/voiceplayer.h"
 #include "platform/appdata.h"
+#include "platform/clock.h"
 #include "platform/sleeper.h"
 #include "text/l.h"
 
@@ -75,9 +76,9 @@ QByteArray toMono(const QByteArray &data, const AudioPort::CaptureFormat &format
     return out;
 }
 
-QString freshName()
+QString freshName(const QDateTime &now)
 {
-    return u"note-"_s + QDateTime::currentDateTimeUtc().toString(u"yyyyMMdd-HHmmss"_s) + u"-"_s +
+    return u"note-"_s + now.toUTC().toString(u"yyyyMMdd-HHmmss"_s) + u"-"_s +
            QUuid::createUuid().toString(QUuid::Id128).left(8) + u".wav"_s;
 }
 
@@ -137,7 +138,7 @@ QCoro::Task<bool> Recorder::start()
         co_return false;
     }
     m_format = m_deps.port->captureFormat();
-    auto file = std::make_unique<QFile>(QDir(m_deps.folder).filePath(freshName()));
+    auto file = std::make_unique<QFile>(QDir(m_deps.folder).filePath(freshName(m_deps.clock.now())));
     if (m_format.sampleRate <= 0 || !AppData::makeFolder(m_deps.folder) ||
         !file->open(QIODevice::WriteOnly | QIODevice::NewOnly) ||
         file->write(header(m_format.sampleRate, 0)) != 44) {

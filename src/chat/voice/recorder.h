@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 
+class Clock;
 class Sleeper;
 
 // Records a voice note from the microphone into "note-<unique>.wav" in a recordings folder:
@@ -31,6 +32,7 @@ public:
     struct Dependencies {
         AudioPort *port = nullptr;
         Sleeper &sleeper;
+        Clock &clock; // names the notes
         QPointer<VoicePlayer> player; // held while recording; may be null
         QString folder;               // where notes are written; AppData "recordings" when empty
     };

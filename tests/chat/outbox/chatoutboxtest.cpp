@@ -352,8 +352,9 @@ private slots:
         named.files.append({u"f"_s, u"a.txt"_s, u"text/plain"_s, u"kept"_s});
         QVERIFY(ob.writeData(u"kept"_s, "a") && ob.writeData(u"stray"_s, "b"));
         QVERIFY(ob.append(named));
-        QCOMPARE(ob.sweep(std::chrono::hours(1)), 0); // too young: maybe another process's
-        QCOMPARE(ob.sweep(std::chrono::seconds(0)), 1);
+        const QDateTime now = QDateTime::currentDateTimeUtc(); // the files' own clock
+        QCOMPARE(ob.sweep(std::chrono::hours(1), now), 0); // too young: maybe another process's
+        QCOMPARE(ob.sweep(std::chrono::seconds(0), now.addSecs(1)), 1);
         QVERIFY(ob.readData(u"kept"_s) && !ob.readData(u"stray"_s));
     }
 

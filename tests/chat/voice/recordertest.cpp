@@ -2,6 +2,7 @@
 // the settling pause, and nothing left behind by a cancel or a device that will not open.
 
 #include "chat/voice/recorder.h"
+#include "platform/clock.h"
 #include "platform/fileaudioport.h"
 #include "support/fakesleeper.h"
 #include "support/sync.h"
@@ -68,7 +69,7 @@ private slots:
         QFETCH(float, peak);
         FileAudioPort port(source(rate, channels, value, rate / 10)); // 0.1 s, then silence
         const QString folder = home.path() + QStringLiteral("/notes");
-        Recorder recorder({&port, sleeper, nullptr, folder});
+        Recorder recorder({&port, sleeper, Clock::system(), nullptr, folder});
         sleeper.requested.clear();
 
         QVERIFY(start(recorder));
@@ -97,7 +98,7 @@ private slots:
     {
         FileAudioPort port(source(16000, 1, 1000, 1600));
         const QString folder = home.path() + QStringLiteral("/cancelled");
-        Recorder recorder({&port, sleeper, nullptr, folder});
+        Recorder recorder({&port, sleeper, Clock::system(), nullptr, folder});
         QVERIFY(start(recorder));
         port.tick();
         QCOMPARE(notes(folder).size(), 1);
@@ -118,7 +119,7 @@ private slots:
         FileAudioPort port;
         port.failNextOpen = true;
         const QString folder = home.path() + QStringLiteral("/refused");
-        Recorder recorder({&port, sleeper, nullptr, folder});
+        Recorder recorder({&port, sleeper, Clock::system(), nullptr, folder});
         QVERIFY(!start(recorder));
         QVERIFY(recorder.error().contains(u"device unavailable"));
         QVERIFY(!recorder.recording());
