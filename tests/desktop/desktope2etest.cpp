@@ -97,7 +97,10 @@ void DesktopEndToEndTest::signInSendAndReply()
     const auto type = [&](const QString &text) {
         return xdotool({u"type"_s, u"--delay"_s, u"30"_s, text});
     };
-    QVERIFY(xdotool({u"search"_s, u"--sync"_s, u"--onlyvisible"_s, u"--name"_s, u"Halvenmark"_s}));
+    // xdotool gives up on an X error (a window going while it looks): asked again until found.
+    QTRY_VERIFY_WITH_TIMEOUT(
+        xdotool({u"search"_s, u"--sync"_s, u"--onlyvisible"_s, u"--name"_s, u"Halvenmark"_s}),
+        30000);
     QTest::qWait(800);
     // The user-name field has the focus; Tab to the password; Enter signs in.
     QVERIFY(type(u"demo"_s) && xdotool({u"key"_s, u"Tab"_s}));
