@@ -2,6 +2,7 @@
 // debounced save still happens. Shutdown cannot be undone, so this binary ends it once.
 
 #include "platform/shutdown.h"
+#include "chat/transfer/chatbackgroundtransfer.h"
 #include "net/api.h"
 #include "net/networkmanager.h"
 #include "platform/debouncer.h"
@@ -129,6 +130,12 @@ private slots:
         QVERIFY_THROWS_EXCEPTION(Api::TransportError,
                                  Sync::run(identity.api().raw(QStringLiteral("webapi/me"), "GET", 5s)));
         QVERIFY(!logged(service, QStringLiteral("webapi/me")));
+        // Nor a transfer, which sends through the manager itself.
+        ChatBackgroundTransfer transfers(identity.api(), Sleeper::real());
+        Api::Request post = identity.api().authorized(u"webapi/chat/send"_s, "POST");
+        QVERIFY_THROWS_EXCEPTION(Api::TransportError,
+                                 Sync::run(transfers.perform(post, u"ending-1"_s)));
+        QVERIFY(!logged(service, QStringLiteral("webapi/chat/send")));
     }
 };
 

@@ -3,6 +3,7 @@
 
 #include "platform/appdata.h"
 #include "platform/atomicfile.h"
+#include "platform/shutdown.h"
 #include "platform/sleeper.h"
 
 #include <QCoreApplication>
@@ -202,6 +203,17 @@ QString ChatBackgroundTransfer::folder(const QString &key)
     return folderOf(key);
 }
 
+namespace {
+
+// Nothing new goes out once the process is ending: its network manager may be gone already.
+void refuseWhenEnding()
+{
+    if (Shutdown::begun())
+        throw Api::TransportError(QNetworkReply::OperationCanceledError, u"shutting down"_s);
+}
+
+} // namespace
+
 QCoro::Task<Api::Reply> ChatBackgroundTransfer::perform(Api::Request request, QString key)
 {
     if (key.isEmpty())
@@ -217,10 +229,12 @@ QCoro::Task<Api::Reply> ChatBackgroundTransfer::perform(Api::Request request, QS
         discard(key);
     }
     std::shared_ptr<Flight> flight = m_flights.value(key);
-    if (flight)
+    if (flight) {
         qCDebug(lcTransfer) << "joining the transfer under way for" << key;
-    else
+    } else {
+        refuseWhenEnding();
         flight = launch(key, std::move(request), Route::Background);
+    }
     co_await flight->landed();
     co_return flight->take();
 }
@@ -256,6 +270,7 @@ QCoro::Task<Api::Reply> ChatBackgroundTransfer::direct(QString key, Api::Request
     // One request per key at a time: a transfer already under way answers this call too.
     std::shared_ptr<Flight> flight = m_flights.value(key);
     if (!flight) {
+        refuseWhenEnding();
         request.request.setRawHeader("X-Halvenmark-Route", "direct");
         request.request.setTransferTimeout(isJson(request.request) ? 25'000 : 45'000);
         flight = launch(key, std::move(request), Route::Direct);
