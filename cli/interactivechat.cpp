@@ -109,7 +109,7 @@ QCoro::Task<int> InteractiveChat::run()
                 // feed brings later is not printed again.
                 ChatMessage m =
                     ChatMessage::make(u"user"_s, m_turnTexts.take(turnID),
-                                      double(m_clock.now().toMSecsSinceEpoch()) / 1000.0);
+                                      m_clock.epochSeconds());
                 m.seq = seq;
                 m.clientRequestID = turnID;
                 sayMessage(m);

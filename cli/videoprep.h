@@ -9,7 +9,6 @@
 // its progress on stderr. The shrunk copy lives in `folder` until the command ends.
 namespace VideoPrep {
 
-
 // The file to attach in its place; nothing when the video cannot be sent (said on stderr).
 QCoro::Task<std::optional<QString>> shrink(QString path, QString folder);
 

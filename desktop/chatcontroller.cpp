@@ -57,7 +57,7 @@ void ChatController::refresh()
 
 QVariantList ChatController::pending() const
 {
-    const double now = m_ports.clock.now().toMSecsSinceEpoch() / 1000.0;
+    const double now = m_ports.clock.epochSeconds();
     QVariantList out;
     for (const PendingTurn &turn : m_store->pendingTurns()) {
         QString state = u"sending"_s;

@@ -125,12 +125,16 @@ Api::Request Api::openRequest(const QString &path, const QByteArray &method,
     return r;
 }
 
+void Api::refuseWhenClosing() const
+{
+    if (Shutdown::begun() || m_closing)
+        throw TransportError(QNetworkReply::OperationCanceledError, u"shutting down"_s);
+}
+
 // The whole exchange has a time limit on top of the idle timeout, and a body a size limit.
 QCoro::Task<Api::Reply> Api::transmit(Request r)
 {
-    // Nothing new goes out once the process is ending (retries and loops included).
-    if (Shutdown::begun() || m_closing)
-        throw Api::TransportError(QNetworkReply::OperationCanceledError, u"shutting down"_s);
+    refuseWhenClosing();
     // Every request, a GET included, carries a body Qt cannot re-send (see OneShotBody).
     auto *body = new OneShotBody(r.body);
     std::unique_ptr<QNetworkReply, DeleteLater> reply(
@@ -332,8 +336,7 @@ QCoro::Task<QString> Api::download(QString path, QString folder)
                              u"Невозможно сохранить в %1."_s)
                             .arg(folder));
     // Written beside its final place, so the finished file appears in one step.
-    if (Shutdown::begun() || m_closing)
-        throw TransportError(QNetworkReply::OperationCanceledError, u"shutting down"_s);
+    refuseWhenClosing();
     QTemporaryFile part(QDir(folder).filePath(u".download-XXXXXX"_s));
     if (!part.open())
         throw Failed(0, part.errorString());

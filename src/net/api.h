@@ -144,6 +144,9 @@ public:
 
     // The network manager requests go through (for sends that manage their own replies).
     QNetworkAccessManager *manager() const { return m_manager; }
+    // Throws TransportError (cancelled) once the process is ending or this object is going:
+    // nothing new goes out then, retries and loops included. Every send calls it first.
+    void refuseWhenClosing() const;
 
     // The authenticated request for a path: Unauthorized at once when there is no cookie.
     Request authorized(const QString &path, const QByteArray &method,

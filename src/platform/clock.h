@@ -10,6 +10,8 @@ public:
     virtual ~Clock() = default;
     // Now, in UTC.
     virtual QDateTime now() const = 0;
+    // now() as seconds since 1970, the way messages and turns carry their times.
+    double epochSeconds() const { return double(now().toMSecsSinceEpoch()) / 1000.0; }
     // Seconds that never step back and stand still while the machine sleeps.
     virtual double uptime() const = 0;
 

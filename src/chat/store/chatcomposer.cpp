@@ -76,7 +76,7 @@ void ChatComposer::setReplyTo(const std::optional<ChatMessage> &message)
 void ChatComposer::continueTask(int number, const QString &text)
 {
     ChatMessage target = ChatMessage::make(u"assistant"_s, text,
-                                           double(m_clock.now().toMSecsSinceEpoch()) / 1000.0);
+                                           m_clock.epochSeconds());
     target.taskNo = QString::number(number);
     setReplyTo(target);
     emit focusRequested();

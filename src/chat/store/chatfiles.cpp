@@ -63,8 +63,7 @@ void ChatFiles::hydrate()
     MessageList messages;
     if (const auto bytes =
             AtomicFile::read(QDir(dir).filePath(Transcript::fileName(storageKey(), m_owner)))) {
-        const double now = double(m_clock.now().toMSecsSinceEpoch()) / 1000.0;
-        if (auto contents = Transcript::decode(*bytes, now)) {
+        if (auto contents = Transcript::decode(*bytes, m_clock.epochSeconds())) {
             messages = std::move(contents->messages);
             m_cachedSeq = contents->cachedSeq;
         }

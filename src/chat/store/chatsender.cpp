@@ -101,7 +101,7 @@ void ChatSender::address(OutboxTurn &turn) const
         turn.replyText = to->text;
         turn.replyRole = to->role;
     }
-    turn.created = double(m_clock.now().toMSecsSinceEpoch()) / 1000.0;
+    turn.created = m_clock.epochSeconds();
     if (const qint64 last = m_timeline.lastSeq(); last >= 1)
         turn.afterSeq = last;
 }

@@ -431,7 +431,7 @@ void ChatTimeline::appendReply(const QString &runID, const QString &text,
     // Whichever comes first (frame, poll or fetch) shows the reply; the others find it there.
     if (m_answered.contains(runID))
         return;
-    ChatMessage reply = ChatMessage::make(u"assistant"_s, text, createdAt.value_or(double(m_clock.now().toMSecsSinceEpoch()) / 1000.0));
+    ChatMessage reply = ChatMessage::make(u"assistant"_s, text, createdAt.value_or(m_clock.epochSeconds()));
     reply.runID = runID;
     if (!voiceFile.isEmpty())
         reply.voiceFile = voiceFile;

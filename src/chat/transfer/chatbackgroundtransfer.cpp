@@ -3,7 +3,6 @@
 
 #include "platform/appdata.h"
 #include "platform/atomicfile.h"
-#include "platform/shutdown.h"
 #include "platform/sleeper.h"
 
 #include <QCoreApplication>
@@ -203,17 +202,6 @@ QString ChatBackgroundTransfer::folder(const QString &key)
     return folderOf(key);
 }
 
-namespace {
-
-// Nothing new goes out once the process is ending: its network manager may be gone already.
-void refuseWhenEnding()
-{
-    if (Shutdown::begun())
-        throw Api::TransportError(QNetworkReply::OperationCanceledError, u"shutting down"_s);
-}
-
-} // namespace
-
 QCoro::Task<Api::Reply> ChatBackgroundTransfer::perform(Api::Request request, QString key)
 {
     if (key.isEmpty())
@@ -232,7 +220,7 @@ QCoro::Task<Api::Reply> ChatBackgroundTransfer::perform(Api::Request request, QS
     if (flight) {
         qCDebug(lcTransfer) << "joining the transfer under way for" << key;
     } else {
-        refuseWhenEnding();
+        m_api.refuseWhenClosing();
         flight = launch(key, std::move(request), Route::Background);
     }
     co_await flight->landed();
@@ -270,7 +258,7 @@ QCoro::Task<Api::Reply> ChatBackgroundTransfer::direct(QString key, Api::Request
     // One request per key at a time: a transfer already under way answers this call too.
     std::shared_ptr<Flight> flight = m_flights.value(key);
     if (!flight) {
-        refuseWhenEnding();
+        m_api.refuseWhenClosing();
         request.request.setRawHeader("X-Halvenmark-Route", "direct");
         request.request.setTransferTimeout(isJson(request.request) ? 25'000 : 45'000);
         flight = launch(key, std::move(request), Route::Direct);
