@@ -8,7 +8,6 @@
 #include "voicecontroller.h"
 #include "voicesource.h"
 
-#include "chat/model/messagesfeed.h"
 #include "platform/fileaudioport.h"
 #include "support/service.h"
 #include "support/testhome.h"
@@ -87,6 +86,8 @@ class DesktopVoiceTest : public QObject, public VoiceRig
     FakeShrink shrink;
     std::unique_ptr<DesktopStage> stage;
     std::unique_ptr<ChatController> chat;
+    std::unique_ptr<ChatController> pictured; // a project's conversation, made for the pictures
+    qint64 summarySeq = 0;
 
     VoiceController *voice() const { return stage->app.voice(); }
     ComposerFiles *files() const { return chat->files(); }
@@ -103,6 +104,40 @@ class DesktopVoiceTest : public QObject, public VoiceRig
     static QVariantMap speech(qint64 seq)
     {
         return VoiceSource{VoiceSource::Kind::Speech, seq, {}, {}}.toMap();
+    }
+
+    // The pictured conversation as the service holds it: the agent's spoken summary, the
+    // user's voice note and an audio file. Made once; the store loads it like any other.
+    ChatController *picturedChat()
+    {
+        if (pictured)
+            return pictured.get();
+        static const char *const conversation = "project:41";
+        const auto add = [&](QJsonObject message) {
+            message.insert("user", "demo");
+            message.insert("conversation_id", conversation);
+            message.insert("notify", false);
+            return service.control("POST", u"message"_s, message).value("seq").toInteger();
+        };
+        summarySeq = add({{"role", "assistant"},
+                          {"text", "Here is the summary you asked for."},
+                          {"voice_file", "r.m4a"},
+                          {"created_at", 1700000000}});
+        add({{"role", "user"}, {"text", ""}, {"voice_file", "note-1.m4a"}, {"created_at", 1700000060}});
+        add({{"role", "assistant"},
+             {"text", "The recording from the meeting:"},
+             {"created_at", 1700000120},
+             {"attachments", QJsonArray{QJsonObject{{"file_id", "memo"}, {"name", "memo.ogg"}}}}});
+        pictured = std::make_unique<ChatController>(stage->chats, ChatScope::project(41),
+                                                    u"demo"_s, u"user"_s);
+        pictured->files()->setShrink([this](QString, QString target,
+                                            VideoCompress::Progress progress,
+                                            VideoCompress::Stopped stopped) {
+            return fakeShrink(&shrink, target, progress, stopped);
+        });
+        pictured->store()->prepare();
+        pictured->store()->load();
+        return pictured.get();
     }
 
 private slots:
@@ -129,6 +164,7 @@ private slots:
 
     void cleanupTestCase()
     {
+        pictured.reset();
         chat.reset();
         stage.reset();
     }
@@ -319,24 +355,20 @@ private slots:
     {
         QFETCH(QString, language);
         L::set(language);
-        const QJsonArray messages = QJsonDocument::fromJson(uR"([
-            {"seq":%1,"role":"assistant","text":"Here is the summary you asked for.","voice_file":"r.m4a","created_at":1700000000},
-            {"seq":%2,"role":"user","text":"","voice_file":"note-1.m4a","created_at":1700000060},
-            {"seq":%3,"role":"assistant","text":"The recording from the meeting:","created_at":1700000120,
-             "attachments":[{"file_id":"memo","name":"memo.ogg"}]}])"_s.arg(seq)
-                                                                .arg(seq + 1)
-                                                                .arg(seq + 2)
-                                                                .toUtf8())
-                                        .array();
-        chat->store()->absorb(
-            MessagesFeed::fromJson(QJsonObject{{u"ok"_s, true}, {u"messages"_s, messages}}), true);
-
-        script(service, {{"seconds", QJsonArray{2.0, 3.0, 1.5}}, {"released", 3}, {"done", true}});
-        voice()->toggle(speech(seq), chat.get());
+        ChatController *shown = picturedChat();
+        QTRY_COMPARE(shown->store()->messages().size(), 3);
+        service.control("POST", u"voice"_s,
+                        {{"user", "demo"},
+                         {"conversation_id", "project:41"},
+                         {"seq", summarySeq},
+                         {"seconds", QJsonArray{2.0, 3.0, 1.5}},
+                         {"released", 3},
+                         {"done", true}});
+        voice()->toggle(speech(summarySeq), shown);
         settle([&] { return voice()->player()->partsLanded() == 3; });
         output.at = 1.2;
         voice()->seek(3.2);
-        chat->attachUrls({QUrl::fromLocalFile(video(u"holiday.mov"_s))});
+        shown->attachUrls({QUrl::fromLocalFile(video(u"holiday.mov"_s))});
         shrink.progress(0.42);
 
         const QString qml = QDir(home.path()).filePath(u"screen.qml"_s);
@@ -348,7 +380,7 @@ private slots:
                    "  ChatPage { anchors.fill: parent; chat: testChat } }\n");
         file.close();
         QQuickView view;
-        DesktopStage::prepare(*view.engine(), {{u"testChat"_s, chat.get()}});
+        DesktopStage::prepare(*view.engine(), {{u"testChat"_s, shown}});
         view.setSource(QUrl::fromLocalFile(qml));
         QCOMPARE(view.status(), QQuickView::Ready); // the screen loads without errors
         view.show();
@@ -372,7 +404,7 @@ private slots:
         QTEST(output.played.last().from, "rightFrom");
         QCOMPARE(voice()->state(), VoiceController::Paused);
 
-        files()->remove(files()->preparing().at(0).toMap().value(u"id"_s).toString());
+        shown->files()->remove(shown->files()->preparing().at(0).toMap().value(u"id"_s).toString());
         VideoCompress::Result cancelled; // the shrink ends too, as it would after a cancel
         cancelled.failure = VideoCompress::Failure::Cancelled;
         emit shrink.finish(cancelled);

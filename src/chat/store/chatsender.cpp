@@ -261,6 +261,9 @@ QCoro::Task<Delivery> ChatSender::deliverTurn(QString turnID)
     m_inFlight.remove(turnID);
     if (result.delivery == Delivery::Settled) {
         settle(turnID, result.userSeq, result.runID);
+        // The turn left the pending list; its message, now stamped, comes with a fetch. No
+        // frame announces the user's own message, so without this it waits for the poller.
+        m_sync.refresh();
     } else if (result.deadReply) {
         discardDeadReply(turnID);
     } else if (std::optional<OutboxTurn> kept = turnOf(turnID)) {

@@ -77,6 +77,14 @@ private slots:
         QVERIFY(onDisk().turns.isEmpty());
         QCOMPARE(stored().size(), 1);
         QCOMPARE(stored().first()[u"client_request_id"].toString(), id);
+        // It left the pending list, so the conversation shows it at once, not a poll later.
+        const auto shown = [&] {
+            const auto messages = later->messages();
+            return std::any_of(messages.begin(), messages.end(), [&](const ChatMessage &m) {
+                return m.seq >= 1 && m.clientRequestID == id;
+            });
+        };
+        QTRY_VERIFY(shown());
     }
 
     void aLostReplyIsSettledByTheFetchNotSentTwice()
