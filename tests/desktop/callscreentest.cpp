@@ -21,16 +21,15 @@ Q_IMPORT_QML_PLUGIN(Halvenmark_DesktopPlugin)
 
 using namespace Qt::StringLiterals;
 
-// Test hooks for the QML cases: the server's frames, the language, a fresh call.
+// Test hooks for the QML cases: the server's frames, the language, the microphone.
 class CallFixture : public QObject
 {
     Q_OBJECT
 
 public:
-    CallFixture(FakeCallLink *link, FileAudioPort *port, FakeSleeper *sleeper)
+    CallFixture(FakeCallLink *link, FileAudioPort *port)
         : m_link(link)
         , m_port(port)
-        , m_sleeper(sleeper)
     {}
 
     Q_INVOKABLE void serve(const QString &json) { m_link->serve(json.toUtf8()); }
@@ -46,13 +45,10 @@ public:
         controller->call()->push(pcm);
     }
     Q_INVOKABLE bool deviceOpen() const { return m_port->isOpen(); }
-    // Ends every wait under way (cushions, reconnect delays).
-    Q_INVOKABLE void advance() { m_sleeper->advance(); }
 
 private:
     FakeCallLink *m_link;
     FileAudioPort *m_port;
-    FakeSleeper *m_sleeper;
 };
 
 class Setup : public QObject
@@ -73,7 +69,7 @@ public slots:
         m_call = std::make_unique<CallController>(
             ChatScope::main(), u"tester"_s, std::unique_ptr<CallLink>(link),
             std::unique_ptr<AudioPort>(port), m_sleeper, m_clock, m_tuning);
-        m_fixture = std::make_unique<CallFixture>(link, port, &m_sleeper);
+        m_fixture = std::make_unique<CallFixture>(link, port);
     }
 
     void qmlEngineAvailable(QQmlEngine *engine)

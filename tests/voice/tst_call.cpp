@@ -142,8 +142,6 @@ void TestCall::absorb_data()
         << "Listening assistant:x";
     QTest::newRow("volume 500 plays at 3")
         << QStringList{R"({"type":"volume","level":500})"} << "Listening volume=3";
-    QTest::newRow("negative volume plays at 0")
-        << QStringList{R"({"type":"volume","level":-20})"} << "Listening volume=0";
     QTest::newRow("volume without level is 100")
         << QStringList{R"({"type":"volume","level":40})", R"({"type":"volume"})"} << "Listening";
     QTest::newRow("error that is not fatal goes on")
@@ -246,6 +244,7 @@ void TestCall::fiveReconnectsThenDropped()
     rig.link.drop();
     for (int i = 0; i < 5; ++i) {
         QCOMPARE(rig.call.phase(), Call::Phase::Reconnecting);
+        QVERIFY(rig.call.isActive()); // a second call cannot start over it
         rig.advance();
     }
     QCOMPARE(rig.delays(), (QList<qint64>{450, 900, 1800, 3600, 5000}));
