@@ -101,41 +101,17 @@ private slots:
         QCOMPARE(phases.last(), u"idle"_s);
         QVERIFY(said.contains(u"user:What is the weather in Lisbon tomorrow?"_s));
 
+        // The order of frames on the wire is tst_call's; here, that the real server refused
+        // nothing across the rotation (it logs a stale handle or early audio as a fault) and
+        // that the second session resumed the first.
         const QJsonArray sessions =
             service.control("GET", u"voice-live/frames?user=demo"_s)[u"sessions"_s].toArray();
         QCOMPARE(sessions.size(), 2);
-        QStringList resumes;
-        QStringList lastHandles;
         for (const QJsonValue &session : sessions) {
-            QString lastHandle;
-            bool ready = false;
-            int turnsOpen = 0;
-            QStringList afterTurn;
-            for (const QJsonValue &v : session[u"log"_s].toArray()) {
-                const QString type = v[u"type"_s].toString();
-                const bool in = v[u"dir"_s] == u"in"_s;
+            for (const QJsonValue &v : session[u"log"_s].toArray())
                 QVERIFY2(v[u"dir"_s] != u"fault"_s, qPrintable(v[u"detail"_s].toString()));
-                if (in && type == u"hello")
-                    resumes << v[u"resume"_s].toString();
-                if (!in && type == u"resume_handle")
-                    lastHandle = v[u"handle"_s].toString();
-                if (!in && type == u"ready")
-                    ready = true;
-                if (in && type == u"audio")
-                    QVERIFY2(ready, "audio before ready");
-                if (!in && type == u"turn_complete")
-                    ++turnsOpen;
-                if (in && type != u"audio" && type != u"hello")
-                    afterTurn << type;
-            }
-            QCOMPARE(afterTurn.size(), 2 * turnsOpen);
-            for (int t = 0; t < turnsOpen; ++t)
-                QCOMPARE(afterTurn.mid(2 * t, 2), QStringList({"playback_stats", "gate_stats"}));
-            lastHandles << lastHandle;
         }
-        // The resumed hello carries the last handle the first session gave.
-        QVERIFY(!lastHandles[0].isEmpty());
-        QCOMPARE(resumes, QStringList({QString(), lastHandles[0]}));
+        QVERIFY(!sessions[1][u"log"_s][0][u"resume"_s].toString().isEmpty());
 
         const WavFile reply = WavFile::read(output);
         QCOMPARE(reply.sampleRate, 24000);
