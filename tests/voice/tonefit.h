@@ -1,11 +1,11 @@
 #pragma once
 
-#include <array>
 #include <cmath>
 #include <vector>
 
-// Least-squares fit of one sine (and DC) at a known frequency: its amplitude and what is
-// left over. Used to measure converters: gain, distortion plus noise, aliases.
+// One sine at a known frequency, fitted by correlation over whole periods (half a second holds
+// whole periods of every tone measured here): its amplitude and what is left over. Used to
+// measure converters: gain, distortion plus noise, aliases.
 struct ToneFit {
     double amplitude = 0;
     double residualRms = 0;
@@ -16,36 +16,18 @@ struct ToneFit {
     static ToneFit of(const float *x, size_t n, double frequency, double rate)
     {
         const double w = 2 * M_PI * frequency / rate;
-        auto basis = [w](size_t i) {
-            return std::array<double, 3>{std::sin(w * double(i)), std::cos(w * double(i)), 1};
-        };
-        // Normal equations of [sin, cos, 1], solved by Gauss-Jordan elimination.
-        double m[3][4] = {};
+        double s = 0;
+        double c = 0;
         for (size_t i = 0; i < n; ++i) {
-            const auto b = basis(i);
-            for (int r = 0; r < 3; ++r) {
-                for (int c = 0; c < 3; ++c) {
-                    m[r][c] += b[r] * b[c];
-                }
-                m[r][3] += b[r] * x[i];
-            }
+            s += 2 * x[i] * std::sin(w * double(i)) / double(n);
+            c += 2 * x[i] * std::cos(w * double(i)) / double(n);
         }
-        for (int p = 0; p < 3; ++p) {
-            for (int r = 0; r < 3; ++r) {
-                const double f = r == p ? 0 : m[r][p] / m[p][p];
-                for (int c = p; c < 4; ++c) {
-                    m[r][c] -= f * m[p][c];
-                }
-            }
-        }
-        const double k[3] = {m[0][3] / m[0][0], m[1][3] / m[1][1], m[2][3] / m[2][2]};
         double residual = 0;
         for (size_t i = 0; i < n; ++i) {
-            const auto b = basis(i);
-            const double e = x[i] - (k[0] * b[0] + k[1] * b[1] + k[2]);
+            const double e = x[i] - s * std::sin(w * double(i)) - c * std::cos(w * double(i));
             residual += e * e;
         }
-        return {std::hypot(k[0], k[1]), std::sqrt(residual / double(n))};
+        return {std::hypot(s, c), std::sqrt(residual / double(n))};
     }
 };
 
