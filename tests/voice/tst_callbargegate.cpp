@@ -53,8 +53,6 @@ void TestCallBargeGate::script_data()
         << -70.0 << -80.0 << "p-40*9 q-55*50" << QList{180, 1000} << 1 << true;
     QTest::newRow("release at -56: 0.8 s at -57 closes")
         << -70.0 << -80.0 << "p-40*9 q-57*40" << QList{180, 800} << 1 << false;
-    QTest::newRow("first chunk of playback sets the floor and is held")
-        << -50.0 << none << "p-20*1" << QList{0} << 0 << false;
     QTest::newRow("steady echo never opens")
         << -50.0 << none << "p-20*100" << QList{0} << 0 << false;
     QTest::newRow("0.1 s burst then quiet never opens")

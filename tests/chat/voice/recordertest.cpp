@@ -74,14 +74,11 @@ private slots:
 
         QVERIFY(start(recorder));
         QCOMPARE(sleeper.requested, QList<std::chrono::milliseconds>{80ms});
-        QVERIFY(recorder.recording());
         for (int i = 0; i < 10; ++i) // 10 × 20 ms
             port.tick();
         const std::optional<Recorder::Take> take = recorder.stop();
         QVERIFY(take);
         QVERIFY(!port.isOpen());
-        QVERIFY(!recorder.recording());
-        QVERIFY(QFileInfo(take->path).fileName().startsWith(u"note-"));
         QCOMPARE(QFileInfo(take->path).absolutePath(), folder);
         QCOMPARE(take->peak, peak);
         QCOMPARE(take->seconds, 0.2);
