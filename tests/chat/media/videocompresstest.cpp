@@ -17,9 +17,9 @@ namespace {
 QJsonObject probe(const QString &path)
 {
     QProcess ffprobe;
-    ffprobe.start(QStringLiteral("ffprobe"), {"-v", "error", "-of", "json", "-show_entries",
-                                               "stream=codec_name,width,height:format=duration",
-                                               path});
+    ffprobe.start(QStringLiteral("ffprobe"),
+                  {"-v", "error", "-of", "json", "-show_entries",
+                   "stream=codec_name,width,height:format=duration", path});
     ffprobe.waitForFinished();
     return QJsonDocument::fromJson(ffprobe.readAllStandardOutput()).object();
 }
@@ -108,8 +108,8 @@ private slots:
         int longest = 0;
         for (const QJsonValue &stream : p[u"streams"_qs].toArray()) {
             codecs << stream[u"codec_name"_qs].toString();
-            longest = std::max({longest, stream[u"width"_qs].toInt(),
-                                stream[u"height"_qs].toInt()});
+            longest =
+                std::max({longest, stream[u"width"_qs].toInt(), stream[u"height"_qs].toInt()});
         }
         codecs.sort();
         QCOMPARE(codecs, QStringList({"aac", "h264"}));
