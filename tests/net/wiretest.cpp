@@ -27,7 +27,6 @@ private slots:
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("expected");
         QTest::newRow("leading slash dropped") << "/webapi/x" << "https://example.test/base/webapi/x";
-        QTest::newRow("plain") << "webapi/x" << "https://example.test/base/webapi/x";
         QTest::newRow("raw query is encoded") << "webapi/search?q=a b"
                                               << "https://example.test/base/webapi/search?q=a%20b";
         QTest::newRow("encoded query kept") << "webapi/search?q=a%20b"
@@ -57,7 +56,6 @@ private slots:
         QTest::addColumn<bool>("encoded");
         QTest::newRow("no percent") << "q=a" << false;
         QTest::newRow("escape") << "q=a%20b" << true;
-        QTest::newRow("escape and space") << "q=a%20b c" << false;
         QTest::newRow("broken escape") << "q=100%" << false;
         QTest::newRow("bad hex") << "q=%zz" << false;
         QTest::newRow("sub-delims") << "a=%41&b=!$'()*+,;=:@/?" << true;
@@ -77,7 +75,6 @@ private slots:
         QTest::addColumn<bool>("valid");
         QTest::newRow("https") << "https://app.example.com" << true;
         QTest::newRow("loopback http") << "http://127.0.0.1:8080" << true;
-        QTest::newRow("localhost http") << "http://localhost:1" << true;
         QTest::newRow("ipv6 loopback") << "http://[::1]:9000" << true;
         QTest::newRow("remote http") << "http://app.example.com" << false;
         QTest::newRow("private network http") << "http://192.168.1.2" << false;
@@ -124,7 +121,6 @@ private slots:
         QTest::newRow("null detail") << 400 << QByteArray(R"({"error":"e","detail":null})") << "e"
                                      << "e" << "e" << false;
         QTest::newRow("cloudflare 520") << 520 << QByteArray() << "" << "" << "HTTP 520" << true;
-        QTest::newRow("524") << 524 << QByteArray() << "" << "" << "HTTP 524" << true;
         QTest::newRow("525 is not down") << 525 << QByteArray() << "" << "" << "HTTP 525" << false;
         QTest::newRow("no reply") << 0 << QByteArray() << "" << "" << "HTTP 0" << false;
     }
@@ -171,12 +167,10 @@ private slots:
         QTest::newRow("plus sign") << QByteArray("+1") << 1.0;
         QTest::newRow("exponent") << QByteArray("1e2") << 100.0;
         QTest::newRow("leading blank") << QByteArray(" 1") << no;
-        QTest::newRow("trailing blank") << QByteArray("1 ") << no;
         QTest::newRow("two signs") << QByteArray("+-1") << no;
         QTest::newRow("comma") << QByteArray("1,5") << no;
         QTest::newRow("infinite") << QByteArray("inf") << no;
         QTest::newRow("empty") << QByteArray() << no;
-        QTest::newRow("sign alone") << QByteArray("+") << no;
     }
 
     void refreshSeconds()
@@ -196,7 +190,6 @@ private slots:
         QTest::addColumn<bool>("found");
         QTest::newRow("attributes") << QList<QByteArray>{"rb_web_session=abc; Path=/; HttpOnly"}
                                     << "abc" << true;
-        QTest::newRow("bare") << QList<QByteArray>{"rb_web_session=xyz"} << "xyz" << true;
         QTest::newRow("among others, folded")
             << QList<QByteArray>{"theme=dark; Path=/\nrb_web_session=k1; HttpOnly"} << "k1" << true;
         QTest::newRow("another cookie only") << QList<QByteArray>{"other=1"} << "" << false;
@@ -236,12 +229,8 @@ private slots:
                                     << "webapi/files/x" << "דוח.pdf";
         QTest::newRow("both forms") << QByteArray("attachment; filename=\"r.pdf\"; filename*=UTF-8''r%20b.pdf")
                                     << "webapi/files/x" << "r b.pdf";
-        QTest::newRow("quoted") << QByteArray("attachment; filename=\"plain name.txt\"")
-                                << "webapi/files/x" << "plain name.txt";
         QTest::newRow("no header") << QByteArray() << "webapi/files/notes%20v2.md?x=1" << "notes v2.md";
         QTest::newRow("climbing out") << QByteArray("attachment; filename=\"../../x\"") << "webapi/f" << "x";
-        QTest::newRow("absolute") << QByteArray("attachment; filename*=UTF-8''%2Fetc%2Fpasswd") << "webapi/f"
-                                  << "passwd";
         QTest::newRow("dot dot") << QByteArray("attachment; filename=\"..\"") << "webapi/files/r.txt" << "r.txt";
         QTest::newRow("nul and newline") << QByteArray("attachment; filename*=UTF-8''a%00b%0Ac.txt")
                                          << "webapi/f" << "a_b_c.txt";

@@ -56,10 +56,11 @@ void storeCookie(const QString &cookie, const QString &server)
         item, QString::fromUtf8(QJsonDocument(value).toJson(QJsonDocument::Compact)))));
 }
 
-bool postedPrefs(const QJsonArray &log)
+bool postedPrefs(const QJsonArray &log, const QString &body = {})
 {
     for (const QJsonValue &entry : log) {
-        if (entry[u"method"].toString() == u"POST" && entry[u"path"].toString() == u"webapi/prefs")
+        if (entry[u"method"].toString() == u"POST" && entry[u"path"].toString() == u"webapi/prefs"
+            && entry[u"body"].toString().contains(body))
             return true;
     }
     return false;
@@ -77,6 +78,16 @@ class SessionTest : public QObject
     Service service;
 
     void serverDown() { service.fault({{"match", "*"}, {"drop", true}, {"times", -1}}); }
+
+    // Signed out, and nothing of the session is left on this device.
+    static void forgotten(const Session &session, Session::Exit exit)
+    {
+        QCOMPARE(session.gate(), Session::Gate::Out);
+        QCOMPARE(session.exit(), exit);
+        QCOMPARE(session.cookie() + session.user(), QString());
+        QVERIFY(!QFile::exists(session.offlineProfileFile()));
+        QCOMPARE(storedCookie(), std::nullopt);
+    }
 
     std::unique_ptr<Session> signedIn(const QString &user = QStringLiteral("demo"))
     {
@@ -104,15 +115,6 @@ private slots:
         ProjectCache::clear();
     }
 
-    void bootWithoutCookieShowsSignIn()
-    {
-        auto session = newSession(api);
-        Sync::run(session->boot());
-        QCOMPARE(session->gate(), Session::Gate::Out);
-        QCOMPARE(session->exit(), Session::Exit::Fresh);
-        QVERIFY(service.log().isEmpty());
-    }
-
     void signInKeepsCookieAndProfile()
     {
         // Neither a run's --lang nor the stored choice is what the server learns.
@@ -135,12 +137,7 @@ private slots:
         QCOMPARE(saved.value(u"user").toString(), QStringLiteral("demo"));
 
         // The server had no language: it learns the device's.
-        bool posted = false;
-        const QString device = u"\"%1\""_qs.arg(L::deviceDefault());
-        for (const QJsonValue &entry : service.log())
-            posted |= entry[u"method"].toString() == u"POST" && entry[u"path"].toString() == u"webapi/prefs"
-                      && entry[u"body"].toString().contains(device);
-        QVERIFY(posted);
+        QVERIFY(postedPrefs(service.log(), u"\"%1\""_qs.arg(L::deviceDefault())));
         QVERIFY(L::stored() != u"ru");
     }
 
@@ -161,11 +158,7 @@ private slots:
         auto session = newSession(api);
         QVERIFY_THROWS_EXCEPTION(std::exception,
                                  Sync::run(session->signIn(QStringLiteral("demo"), QStringLiteral("demo-password"))));
-        QCOMPARE(session->gate(), Session::Gate::Out);
-        QCOMPARE(session->cookie(), QString());
-        QCOMPARE(session->user(), QString());
-        QCOMPARE(storedCookie(), std::nullopt);
-        QVERIFY(!QFile::exists(session->offlineProfileFile()));
+        forgotten(*session, Session::Exit::Fresh);
     }
 
     void sessionOfAnotherServerIsNotUsed_data()
@@ -224,11 +217,7 @@ private slots:
         Sync::run(session->boot());
         Sync::run(session->settle());
         QVERIFY(postedPrefs(service.log()));
-        QCOMPARE(session->gate(), Session::Gate::Out);
-        QCOMPARE(session->exit(), Session::Exit::Expired);
-        QCOMPARE(session->user(), QString());
-        QVERIFY(!QFile::exists(session->offlineProfileFile()));
-        QCOMPARE(storedCookie(), std::nullopt);
+        forgotten(*session, Session::Exit::Expired);
     }
 
     void tokenSignIn()
@@ -240,37 +229,47 @@ private slots:
         QVERIFY(session->may(QStringLiteral("voice")));
     }
 
-    void bootRestoresFromDiskWhenOffline()
+    // Boot from what is stored: nothing, a session the server takes, one it cannot be asked
+    // about, and a saved profile that belongs to another session.
+    void boot_data()
     {
-        const QString cookie = signedIn()->cookie();
-        serverDown();
+        QTest::addColumn<bool>("stored");
+        QTest::addColumn<bool>("another");
+        QTest::addColumn<bool>("down");
+        QTest::addColumn<Session::Gate>("gate");
+        QTest::addColumn<QString>("user");
+        QTest::newRow("nothing: sign in") << false << false << false << Session::Gate::Out << "";
+        QTest::newRow("online") << true << false << false << Session::Gate::Ready << "demo";
+        QTest::newRow("offline: from disk") << true << false << true << Session::Gate::Offline << "demo";
+        QTest::newRow("profile of another session")
+            << true << true << true << Session::Gate::Checking << "";
+    }
+
+    void boot()
+    {
+        QFETCH(bool, stored);
+        QFETCH(bool, another);
+        QFETCH(bool, down);
+        const QString cookie = stored ? signedIn()->cookie() : QString();
+        if (another)
+            storeCookie(QStringLiteral("another"), service.base().toString() + u'/');
+        if (down)
+            serverDown();
+        service.clearLog();
         auto session = newSession(api);
         QSignalSpy profile(session.get(), &Session::profileChanged);
         Sync::run(session->boot());
-        QCOMPARE(session->gate(), Session::Gate::Offline);
-        QCOMPARE(session->cookie(), cookie);
-        QCOMPARE(session->user(), QStringLiteral("demo"));
-        QCOMPARE(session->pages(), (QStringList{"automations", "chat", "projects", "tasks"}));
-        QVERIFY(profile.count() >= 1);
-    }
-
-    void bootOnlineIsReady()
-    {
-        signedIn();
-        auto session = newSession(api);
-        Sync::run(session->boot());
-        QCOMPARE(session->gate(), Session::Gate::Ready);
-    }
-
-    void profileOfAnotherSessionIsIgnored()
-    {
-        signedIn();
-        storeCookie(QStringLiteral("another"), service.base().toString() + u'/');
-        serverDown();
-        auto session = newSession(api);
-        Sync::run(session->boot());
-        QCOMPARE(session->gate(), Session::Gate::Checking);
-        QCOMPARE(session->user(), QString());
+        QTEST(session->gate(), "gate");
+        QTEST(session->user(), "user");
+        if (!stored) {
+            QCOMPARE(session->exit(), Session::Exit::Fresh);
+            QVERIFY(service.log().isEmpty());
+        }
+        if (session->gate() == Session::Gate::Offline) {
+            QCOMPARE(session->cookie(), cookie);
+            QCOMPARE(session->pages(), (QStringList{"automations", "chat", "projects", "tasks"}));
+            QVERIFY(profile.count() >= 1);
+        }
     }
 
     void expiredSessionSignsOutEverywhere()
@@ -284,17 +283,13 @@ private slots:
         service.expire(QStringLiteral("demo"));
         QVERIFY_THROWS_EXCEPTION(Api::Unauthorized, Sync::run(session->refresh()));
         Sync::run(session->settle());
-        QCOMPARE(session->gate(), Session::Gate::Out);
-        QCOMPARE(session->exit(), Session::Exit::Expired);
+        forgotten(*session, Session::Exit::Expired);
         QCOMPARE(session->exitText(), L::t(QStringLiteral("ההתחברות הסתיימה. היכנסו כדי להמשיך."),
                                            QStringLiteral("Your session ended. Sign in to continue."),
                                            QStringLiteral("Сеанс завершён. Войдите, чтобы продолжить.")));
-        QCOMPARE(session->cookie(), QString());
         QCOMPARE(resets, 1);
         QVERIFY(session->coach()->closes() > closes);
-        QVERIFY(!QFile::exists(session->offlineProfileFile()));
         QVERIFY(!ProjectCache::read(api.get().base().toString(), QStringLiteral("webapi/projects"), QStringLiteral("demo")));
-        QCOMPARE(storedCookie(), std::nullopt);
     }
 
     void everyForgetStepRunsWhenOneFails()
@@ -307,8 +302,7 @@ private slots:
         session->onForget([&] { later = true; });
         Sync::run(session->signOut());
         QVERIFY(later);
-        QCOMPARE(session->gate(), Session::Gate::Out);
-        QCOMPARE(session->exit(), Session::Exit::SignedOut);
+        forgotten(*session, Session::Exit::SignedOut);
         QVERIFY(QDir(ProjectCache::directory()).isEmpty());
     }
 
@@ -318,9 +312,8 @@ private slots:
         const QString cookie = session->cookie();
         serverDown();
         Sync::run(session->signOut());
-        QCOMPARE(session->gate(), Session::Gate::Out);
         // Signing out returns only once the stored session is gone.
-        QCOMPARE(storedCookie(), std::nullopt);
+        forgotten(*session, Session::Exit::SignedOut);
         // And the server never heard of it: the old cookie still works there.
         service.control("DELETE", QStringLiteral("faults"));
         const QJsonArray sessions = service.control("GET", QStringLiteral("sessions")).value(u"sessions").toArray();
