@@ -81,39 +81,31 @@ private slots:
     {
         QTest::addColumn<QString>("line");
         QTest::addColumn<SlashCommand>("expected");
-        QTest::newRow("text") << u"hello"_s << SlashCommand{K::Message, u"hello"_s, 0};
-        QTest::newRow("a path is text")
-            << u"/usr/bin is full"_s << SlashCommand{K::Message, u"/usr/bin is full"_s, 0};
-        QTest::newRow("double slash") << u"//stop 3"_s << SlashCommand{K::Message, u"/stop 3"_s, 0};
-        QTest::newRow("help") << u"/help"_s << SlashCommand{K::Help, {}, 0};
-        QTest::newRow("quit, any case, spaces") << u"  /QUIT "_s << SlashCommand{K::Quit, {}, 0};
-        QTest::newRow("quit with words")
-            << u"/quit now"_s << SlashCommand{K::Malformed, u"quit"_s, 0};
-        QTest::newRow("retry") << u"/retry 3f2a"_s << SlashCommand{K::Retry, u"3f2a"_s, 0};
-        QTest::newRow("retry without id")
-            << u"/retry"_s << SlashCommand{K::Malformed, u"retry"_s, 0};
-        QTest::newRow("retry two ids")
-            << u"/retry a b"_s << SlashCommand{K::Malformed, u"retry"_s, 0};
-        QTest::newRow("discard") << u"/discard  abc "_s << SlashCommand{K::Discard, u"abc"_s, 0};
-        QTest::newRow("stop") << u"/stop 12"_s << SlashCommand{K::Stop, {}, 12};
-        QTest::newRow("stop #") << u"/stop #7"_s << SlashCommand{K::Stop, {}, 7};
-        QTest::newRow("stop zero") << u"/stop 0"_s << SlashCommand{K::Malformed, u"stop"_s, 0};
-        QTest::newRow("stop negative") << u"/stop -1"_s << SlashCommand{K::Malformed, u"stop"_s, 0};
-        QTest::newRow("stop word") << u"/stop all"_s << SlashCommand{K::Malformed, u"stop"_s, 0};
-        QTest::newRow("stop too big")
-            << u"/stop 99999999999"_s << SlashCommand{K::Malformed, u"stop"_s, 0};
-        QTest::newRow("reply") << u"/reply 99999999999"_s
-                               << SlashCommand{K::Reply, {}, 99999999999};
-        QTest::newRow("reply plus sign")
-            << u"/reply +4"_s << SlashCommand{K::Malformed, u"reply"_s, 0};
-        QTest::newRow("file with spaces")
-            << u"/file my notes.txt"_s << SlashCommand{K::File, u"my notes.txt"_s, 0};
-        QTest::newRow("file quoted")
-            << u"/file '/tmp/a b.pdf'"_s << SlashCommand{K::File, u"/tmp/a b.pdf"_s, 0};
-        QTest::newRow("file without path")
-            << u"/file"_s << SlashCommand{K::Malformed, u"file"_s, 0};
-        QTest::newRow("unknown") << u"/frobnicate x"_s
-                                 << SlashCommand{K::Unknown, u"frobnicate"_s, 0};
+        auto row = [](const char *name, const QString &line, K kind, const QString &argument = {},
+                      qint64 number = 0) {
+            QTest::newRow(name) << line << SlashCommand{kind, argument, number};
+        };
+        row("text", u"hello"_s, K::Message, u"hello"_s);
+        row("a path is text", u"/usr/bin is full"_s, K::Message, u"/usr/bin is full"_s);
+        row("double slash", u"//stop 3"_s, K::Message, u"/stop 3"_s);
+        row("help", u"/help"_s, K::Help);
+        row("quit, any case, spaces", u"  /QUIT "_s, K::Quit);
+        row("quit with words", u"/quit now"_s, K::Malformed, u"quit"_s);
+        row("retry", u"/retry 3f2a"_s, K::Retry, u"3f2a"_s);
+        row("retry without id", u"/retry"_s, K::Malformed, u"retry"_s);
+        row("retry two ids", u"/retry a b"_s, K::Malformed, u"retry"_s);
+        row("discard", u"/discard  abc "_s, K::Discard, u"abc"_s);
+        row("stop", u"/stop 12"_s, K::Stop, {}, 12);
+        row("stop #", u"/stop #7"_s, K::Stop, {}, 7);
+        row("stop zero", u"/stop 0"_s, K::Malformed, u"stop"_s);
+        row("stop word", u"/stop all"_s, K::Malformed, u"stop"_s);
+        row("stop too big", u"/stop 99999999999"_s, K::Malformed, u"stop"_s);
+        row("reply", u"/reply 99999999999"_s, K::Reply, {}, 99999999999);
+        row("reply plus sign", u"/reply +4"_s, K::Malformed, u"reply"_s);
+        row("file with spaces", u"/file my notes.txt"_s, K::File, u"my notes.txt"_s);
+        row("file quoted", u"/file '/tmp/a b.pdf'"_s, K::File, u"/tmp/a b.pdf"_s);
+        row("file without path", u"/file"_s, K::Malformed, u"file"_s);
+        row("unknown", u"/frobnicate x"_s, K::Unknown, u"frobnicate"_s);
     }
 
     void slashCommands()

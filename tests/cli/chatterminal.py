@@ -41,9 +41,11 @@ class Service:
         with urllib.request.urlopen(request, timeout=10) as reply:
             return json.loads(reply.read() or b"{}")
 
+    def messages(self):
+        return self.control("GET", "messages?user=demo&conversation_id=main")["messages"]
+
     def user_texts(self):
-        messages = self.control("GET", "messages?user=demo&conversation_id=main")["messages"]
-        return [m["text"] for m in messages if m["role"] == "user"]
+        return [m["text"] for m in self.messages() if m["role"] == "user"]
 
     def stop(self):
         self.process.stdin.close()
@@ -142,13 +144,15 @@ class ChatTerminalTest(unittest.TestCase):
                         HALVENMARK_SERVER=self.service.base, LANG="C.UTF-8", LC_ALL="C.UTF-8",
                         TERM="xterm-256color", QT_QPA_PLATFORM="offscreen")
         self.env.pop("NO_COLOR", None)
-        login = subprocess.run([CLI, "--lang", "en", "login", "--user", "demo"], input=b"demo-password\n",
-                               env=self.env, capture_output=True, timeout=60)
+        login = self.cli("--lang", "en", "login", "--user", "demo", input=b"demo-password\n")
         self.assertEqual(login.returncode, 0, login.stderr)
-        subprocess.run([CLI, "lang", "set", "en"], env=self.env, capture_output=True, timeout=60)
+        self.cli("lang", "set", "en")
 
     def tearDown(self):
         shutil.rmtree(self.home, ignore_errors=True)
+
+    def cli(self, *args, input=b""):
+        return subprocess.run([CLI, *args], input=input, env=self.env, capture_output=True, timeout=60)
 
     def terminal(self):
         term = Terminal(self.env)
@@ -164,8 +168,7 @@ class ChatTerminalTest(unittest.TestCase):
         term.expect("Researcher")  # the live lane is on screen
         typed = "second question, typed while the agent works"
         term.type(typed, pause=0.06)
-        wait_for(lambda: len(self.service.control("GET", "messages?user=demo&conversation_id=main")["messages"]) >= 2,
-                 what="the reply")
+        wait_for(lambda: len(self.service.messages()) >= 2, what="the reply")
         term.pump(0.5)
         # The line still holds every key; only then is it sent.
         self.assertEqual(self.service.user_texts(), ["first question"])
@@ -225,8 +228,7 @@ class ChatTerminalTest(unittest.TestCase):
 
     def test_piped_lines_wait_for_acceptance(self):
         self.service.control("POST", "fault", {"match": "webapi/chat", "delay": 1.0, "status": None})
-        done = subprocess.run([CLI, "chat"], input="one\ntwo\n".encode(), env=self.env,
-                              capture_output=True, timeout=60)
+        done = self.cli("chat", input=b"one\ntwo\n")
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertEqual(self.service.user_texts(), ["one", "two"])
         self.assertNotIn(b"\x1b", done.stdout + done.stderr)
@@ -241,16 +243,14 @@ class ChatTerminalTest(unittest.TestCase):
             with self.subTest(status=status):
                 self.service.control("DELETE", "faults")
                 self.service.control("POST", "fault", fault)
-                done = subprocess.run([CLI, "chat"], input=b"kept turn\n", env=self.env,
-                                      capture_output=True, timeout=60)
+                done = self.cli("chat", input=b"kept turn\n")
                 self.assertEqual(done.returncode, status, done.stderr)
                 self.assertIn(said, done.stderr.decode())
                 self.assertNotIn(b"\x1b", done.stdout + done.stderr)
-                outbox = subprocess.run([CLI, "chat", "outbox", "--json"], env=self.env,
-                                        capture_output=True, timeout=60)
+                outbox = self.cli("chat", "outbox", "--json")
                 self.assertIn("kept turn", [t["text"] for t in json.loads(outbox.stdout)])
                 self.service.control("DELETE", "faults")
-                subprocess.run([CLI, "chat", "drain"], env=self.env, capture_output=True, timeout=60)
+                self.cli("chat", "drain")
 
 
 if __name__ == "__main__":

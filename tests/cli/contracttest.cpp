@@ -10,6 +10,8 @@
 #include <QJsonObject>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
+
 class ContractTest : public QObject
 {
     Q_OBJECT
@@ -48,89 +50,84 @@ private slots:
         QTest::addColumn<int>("status");
         QTest::addColumn<QString>("said"); // on stderr
 
-        const QJsonObject none;
         const QJsonObject refuse{{"match", "webapi/chat"},
                                  {"status", 403},
                                  {"body", R"({"error":"no","detail":"Not allowed."})"}};
         const QJsonObject unreachable{{"match", "webapi/chat"}, {"drop", true}, {"times", -1}};
-        auto row = [&](const char *name, bool in, const QString &agent, const QJsonObject &fault,
-                       const QStringList &before, const QStringList &args, const QByteArray &input,
-                       int status, const QString &said) {
-            QTest::newRow(name) << in << agent << fault << before << args << input << status
-                                << said;
+        // Signed in, the agent normal, nothing in force unless a row says so.
+        struct With {
+            bool in = true;
+            QString agent = u"normal"_s;
+            QJsonObject fault;
+            QStringList before;
+            QByteArray input;
         };
-        row("0 whoami", true, "normal", none, {}, {"whoami"}, {}, 0, "");
-        row("0 text after --", true, "normal", none, {}, {"chat", "send", "--", "-5 degrees?"}, {},
-            0, "");
-        row("0 text from stdin", true, "normal", none, {}, {"chat", "send"}, "from a pipe\n", 0,
-            "");
-        row("0 reply waited for", true, "normal", none, {},
-            {"chat", "send", "bus?", "--wait", "20"}, {}, 0, "Researcher");
-        row("0 text from the editor", true, "normal", none, {}, {"chat", "send", "--edit"}, {}, 0,
-            "");
-        row("2 --edit with a text", true, "normal", none, {}, {"chat", "send", "--edit", "hi"}, {},
-            2, "--edit");
-        row("1 turn refused", true, "normal", refuse, {}, {"chat", "send", "x"}, {}, 1,
-            "Not allowed.");
-        row("1 run failed", true, "error", none, {}, {"chat", "send", "x", "--wait", "20"}, {}, 1,
-            "The agent's run failed");
-        row("1 drain leaves a turn for Retry", true, "normal", refuse, {"chat", "send", "x"},
-            {"chat", "drain"}, {}, 1, "waiting for Retry 1");
-        row("1 logout with unsent turns", true, "normal", unreachable, {"chat", "send", "x"},
-            {"logout"}, {}, 1, "logout --yes");
-        row("1 delete-account unconfirmed", true, "normal", none, {}, {"delete-account"}, {}, 1,
-            "delete-account --yes");
-        row("1 outbox id not unique", true, "normal", unreachable, {"chat", "send", "x"},
-            {"chat", "outbox", "discard", ""}, {}, 1, "No turn");
-        row("1 wrong password", false, "normal", none, {}, {"login", "--user", "demo"}, "guess\n",
-            1, "Wrong user name or password.");
-        row("1 page refused", true, "normal", none, {}, {"get", "webapi/nothing-here"}, {}, 1, "");
-        row("1 sign-in after the account is deleted", true, "normal", none,
-            {"delete-account", "--yes"}, {"login", "--user", "demo"}, "demo-password\n", 1, "");
-        row("1 vault refused", true, "normal", {{"match", "webapi/vault"}, {"status", 500}}, {},
-            {"vault", "list"}, {}, 1, "");
-        row("2 unknown command", false, "normal", none, {}, {"fly"}, {}, 2, "Unknown command");
-        row("2 nothing", false, "normal", none, {}, {}, {}, 2, "");
-        row("2 unknown option", false, "normal", none, {}, {"whoami", "--wings"}, {}, 2, "");
-        row("2 login without a name", false, "normal", none, {}, {"login"}, {}, 2, "");
-        row("2 login with both", false, "normal", none, {},
-            {"login", "--user", "a", "--token", "b"}, {}, 2, "");
-        row("2 get without a path", false, "normal", none, {}, {"get"}, {}, 2, "");
-        row("2 prefs set short", false, "normal", none, {}, {"prefs", "set", "lang"}, {}, 2, "");
-        row("2 option not taken", false, "normal", none, {}, {"chat", "log", "--file", "a"}, {}, 2,
-            "does not take --file");
-        row("2 text starting with a dash", true, "normal", none, {}, {"chat", "send", "-5"}, {}, 2,
-            "goes after --");
-        row("2 empty message", true, "normal", none, {}, {"chat", "send", "-"}, "  \n", 2, "empty");
-        row("2 bad --limit", true, "normal", none, {}, {"chat", "log", "--limit", "0"}, {}, 2,
-            "--limit");
-        row("3 not signed in", false, "normal", none, {}, {"chat", "log"}, {}, 3, "not signed in");
-        row("3 after logout", true, "normal", none, {"logout"}, {"whoami"}, {}, 3, "");
-        row("3 vault after the session ended", true, "normal", {{"expire", true}}, {},
-            {"vault", "list"}, {}, 3, "");
-        row("4 turn kept", true, "normal", unreachable, {}, {"chat", "send", "x"}, {}, 4,
-            "kept in the outbox");
-        row("4 page unreachable, nothing saved", true, "normal",
-            {{"match", "webapi/projects"}, {"drop", true}, {"times", -1}}, {},
-            {"get", "webapi/projects"}, {}, 4, "Cannot reach http://127.0.0.1:");
-        row("4 vault unreachable", true, "normal",
-            {{"match", "webapi/vault"}, {"drop", true}, {"times", 3}}, {}, {"vault", "list"}, {}, 4,
-            "");
-        row("4 drain offline", true, "normal", unreachable, {"chat", "send", "x"},
-            {"chat", "drain"}, {}, 4, "kept for the network 1");
-        row("5 answer not usable", true, "normal",
-            {{"match", "webapi/me"}, {"status", 200}, {"body", "<html>"}, {"times", -1}}, {},
-            {"whoami"}, {}, 5, "cannot be used");
-        row("5 answer of the wrong types", true, "normal",
-            {{"match", "webapi/me"}, {"status", 200}, {"body", R"({"authenticated":"yes"})"},
-             {"times", -1}}, {}, {"whoami"}, {}, 5, "cannot be used");
-        row("5 redirected elsewhere", true, "normal",
-            {{"match", "webapi/me"}, {"status", 302}, {"times", -1},
-             {"headers", QJsonObject{{"Location", "http://127.0.0.2:9/webapi/me"}}}}, {},
-            {"whoami"}, {}, 5, "redirected");
-        row("0 no answer: the saved profile", true, "normal",
-            {{"match", "webapi/me"}, {"drop", true}, {"times", -1}}, {}, {"whoami"}, {}, 0,
-            "Cannot reach the server: showing the saved profile.");
+        const With out{.in = false};
+        auto row = [](const char *name, int status, const QStringList &args,
+                      const QString &said = {}, const With &with = {}) {
+            QTest::newRow(name) << with.in << with.agent << with.fault << with.before << args
+                                << with.input << status << said;
+        };
+        auto dropped = [](const char *path, int times = -1) {
+            return QJsonObject{{"match", path}, {"drop", true}, {"times", times}};
+        };
+        auto answered = [](const char *body) {
+            return QJsonObject{{"match", "webapi/me"}, {"status", 200}, {"body", body},
+                               {"times", -1}};
+        };
+        row("0 whoami", 0, {"whoami"});
+        row("0 text after --", 0, {"chat", "send", "--", "-5 degrees?"});
+        row("0 text from stdin", 0, {"chat", "send"}, "", {.input = "from a pipe\n"});
+        row("0 reply waited for", 0, {"chat", "send", "bus?", "--wait", "20"}, "Researcher");
+        row("0 text from the editor", 0, {"chat", "send", "--edit"});
+        row("2 --edit with a text", 2, {"chat", "send", "--edit", "hi"}, "--edit");
+        row("1 turn refused", 1, {"chat", "send", "x"}, "Not allowed.", {.fault = refuse});
+        row("1 run failed", 1, {"chat", "send", "x", "--wait", "20"}, "The agent's run failed",
+            {.agent = u"error"_s});
+        row("1 drain leaves a turn for Retry", 1, {"chat", "drain"}, "waiting for Retry 1",
+            {.fault = refuse, .before = {"chat", "send", "x"}});
+        row("1 logout with unsent turns", 1, {"logout"}, "logout --yes",
+            {.fault = unreachable, .before = {"chat", "send", "x"}});
+        row("1 delete-account unconfirmed", 1, {"delete-account"}, "delete-account --yes");
+        row("1 outbox id not unique", 1, {"chat", "outbox", "discard", ""}, "No turn",
+            {.fault = unreachable, .before = {"chat", "send", "x"}});
+        row("1 wrong password", 1, {"login", "--user", "demo"}, "Wrong user name or password.",
+            {.in = false, .input = "guess\n"});
+        row("1 page refused", 1, {"get", "webapi/nothing-here"});
+        row("1 sign-in after the account is deleted", 1, {"login", "--user", "demo"}, "",
+            {.before = {"delete-account", "--yes"}, .input = "demo-password\n"});
+        row("1 vault refused", 1, {"vault", "list"}, "",
+            {.fault = {{"match", "webapi/vault"}, {"status", 500}}});
+        row("2 unknown command", 2, {"fly"}, "Unknown command", out);
+        row("2 nothing", 2, {}, "", out);
+        row("2 unknown option", 2, {"whoami", "--wings"}, "", out);
+        row("2 login without a name", 2, {"login"}, "", out);
+        row("2 login with both", 2, {"login", "--user", "a", "--token", "b"}, "", out);
+        row("2 get without a path", 2, {"get"}, "", out);
+        row("2 prefs set short", 2, {"prefs", "set", "lang"}, "", out);
+        row("2 option not taken", 2, {"chat", "log", "--file", "a"}, "does not take --file", out);
+        row("2 text starting with a dash", 2, {"chat", "send", "-5"}, "goes after --");
+        row("2 empty message", 2, {"chat", "send", "-"}, "empty", {.input = "  \n"});
+        row("2 bad --limit", 2, {"chat", "log", "--limit", "0"}, "--limit");
+        row("3 not signed in", 3, {"chat", "log"}, "not signed in", out);
+        row("3 after logout", 3, {"whoami"}, "", {.before = {"logout"}});
+        row("3 vault after the session ended", 3, {"vault", "list"}, "",
+            {.fault = {{"expire", true}}});
+        row("4 turn kept", 4, {"chat", "send", "x"}, "kept in the outbox", {.fault = unreachable});
+        row("4 page unreachable, nothing saved", 4, {"get", "webapi/projects"},
+            "Cannot reach http://127.0.0.1:", {.fault = dropped("webapi/projects")});
+        row("4 vault unreachable", 4, {"vault", "list"}, "", {.fault = dropped("webapi/vault", 3)});
+        row("4 drain offline", 4, {"chat", "drain"}, "kept for the network 1",
+            {.fault = unreachable, .before = {"chat", "send", "x"}});
+        row("5 answer not usable", 5, {"whoami"}, "cannot be used", {.fault = answered("<html>")});
+        row("5 answer of the wrong types", 5, {"whoami"}, "cannot be used",
+            {.fault = answered(R"({"authenticated":"yes"})")});
+        const QJsonObject elsewhere{
+            {"match", "webapi/me"}, {"status", 302}, {"times", -1},
+            {"headers", QJsonObject{{"Location", "http://127.0.0.2:9/webapi/me"}}}};
+        row("5 redirected elsewhere", 5, {"whoami"}, "redirected", {.fault = elsewhere});
+        row("0 no answer: the saved profile", 0, {"whoami"},
+            "Cannot reach the server: showing the saved profile.", {.fault = dropped("webapi/me")});
     }
 
     void exitStatus()
@@ -178,32 +175,25 @@ private slots:
         QTest::addColumn<QStringList>("args");
         QTest::addColumn<int>("status");
         QTest::addColumn<QString>("said"); // on stdout when the status is 0, else on stderr
-        QTest::newRow("help of a form")
-            << QStringList{"help", "chat", "send"} << 0 << "halvenmark-cli chat send --edit";
-        QTest::newRow("--help of a form")
-            << QStringList{"chat", "log", "--help"} << 0 << "--since SEQ";
-        QTest::newRow("help of a command lists its forms")
-            << QStringList{"help", "call"} << 0 << "call threshold [DB]";
-        QTest::newRow("help in Russian")
-            << QStringList{"--lang", "ru", "help", "logout"} << 0 << "Примеры:";
-        QTest::newRow("help in Hebrew")
-            << QStringList{"help", "whoami", "--lang", "he"} << 0 << "שימוש:";
-        QTest::newRow("summary") << QStringList{"help"} << 0 << "chat outbox";
-        QTest::newRow("version") << QStringList{"--version"} << 0 << "halvenmark-cli 0.1.0 (build ";
-        QTest::newRow("closest command") << QStringList{"wohami"} << 2 << "Did you mean whoami?";
-        QTest::newRow("closest subcommand")
-            << QStringList{"chat", "sned", "hi"} << 2 << "Did you mean chat send?";
-        QTest::newRow("closest option")
-            << QStringList{"chat", "log", "--limt", "3"} << 2 << "Did you mean --limit?";
-        QTest::newRow("a start is close") << QStringList{"del"} << 2 << "delete-account";
-        QTest::newRow("nothing close") << QStringList{"zzzzzz"} << 2 << "Help: halvenmark-cli help";
-        QTest::newRow("refused in Russian") << QStringList{"--lang", "ru", "whoami", "--wait", "3"}
-                                            << 2 << "whoami не принимает --wait";
-        QTest::newRow("other helpers' options are taken")
-            << QStringList{"call", "prefs", "--voice", "v", "--help"} << 0 << "--provider P";
-        QTest::newRow("an option of another form")
-            << QStringList{"call", "status", "--seconds", "3"} << 2
-            << "call status does not take --seconds";
+        auto row = [](const char *name, const QString &args, int status, const char *said) {
+            QTest::newRow(name) << args.split(u' ') << status << QString::fromUtf8(said);
+        };
+        row("help of a form", u"help chat send"_s, 0, "halvenmark-cli chat send --edit");
+        row("--help of a form", u"chat log --help"_s, 0, "--since SEQ");
+        row("help of a command lists its forms", u"help call"_s, 0, "call threshold [DB]");
+        row("help in Russian", u"--lang ru help logout"_s, 0, "Примеры:");
+        row("help in Hebrew", u"help whoami --lang he"_s, 0, "שימוש:");
+        row("summary", u"help"_s, 0, "chat outbox");
+        row("version", u"--version"_s, 0, "halvenmark-cli 0.1.0 (build ");
+        row("closest command", u"wohami"_s, 2, "Did you mean whoami?");
+        row("closest subcommand", u"chat sned hi"_s, 2, "Did you mean chat send?");
+        row("closest option", u"chat log --limt 3"_s, 2, "Did you mean --limit?");
+        row("a start is close", u"del"_s, 2, "delete-account");
+        row("nothing close", u"zzzzzz"_s, 2, "Help: halvenmark-cli help");
+        row("refused in Russian", u"--lang ru whoami --wait 3"_s, 2, "whoami не принимает --wait");
+        row("other helpers' options are taken", u"call prefs --voice v --help"_s, 0, "--provider P");
+        row("an option of another form", u"call status --seconds 3"_s, 2,
+            "call status does not take --seconds");
     }
 
     void helpAndSuggestions()

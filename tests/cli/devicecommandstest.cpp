@@ -24,7 +24,6 @@ private slots:
         QTest::addColumn<QStringList>("args");
         QTest::addColumn<bool>("needed");
         QTest::newRow("call") << QStringList{u"call"_s} << true;
-        QTest::newRow("call prefs") << QStringList{u"call"_s, u"prefs"_s} << true;
         QTest::newRow("vault") << QStringList{u"vault"_s, u"list"_s} << true;
         QTest::newRow("play") << QStringList{u"chat"_s, u"play"_s, u"3"_s} << true;
         QTest::newRow("record") << QStringList{u"chat"_s, u"record"_s} << true;

@@ -99,22 +99,15 @@ private slots:
     void marksAndLinks_data()
     {
         QTest::addColumn<bool>("marks");
-        QTest::addColumn<bool>("hyperlinks");
         QTest::addColumn<QString>("shown");
-        const QString lrm = QString(QChar(0x200E));
-        QTest::newRow("pipe: no marks, URL written")
-            << false << false << u"see x (https://x.org)"_s;
-        QTest::newRow("--bidi: marks kept") << true << false << lrm + u"see x (https://x.org)"_s;
-        QTest::newRow("hyperlinks: no URL in the text")
-            << false << true << u"see \x1b]8;;https://x.org\x1b\\x\x1b]8;;\x1b\\"_s;
+        QTest::newRow("pipe: no marks, URL written") << false << u"see x (https://x.org)"_s;
+        QTest::newRow("--bidi: marks kept") << true << u"\u200Esee x (https://x.org)"_s;
     }
 
     void marksAndLinks()
     {
         QFETCH(bool, marks);
-        QFETCH(bool, hyperlinks);
-        QTEST(Markup::AnsiWriter::render(u"see [x](https://x.org)"_s,
-                                         Options{80, false, hyperlinks, marks}),
+        QTEST(Markup::AnsiWriter::render(u"see [x](https://x.org)"_s, Options{80, false, false, marks}),
               "shown");
     }
 
@@ -172,16 +165,12 @@ private slots:
         QTest::addColumn<QString>("text");
         QTest::newRow("empty") << QString();
         QTest::newRow("blank lines only") << u"  \n\t\n"_s;
-        QTest::newRow("english") << u"The next bus leaves at 07:35 from the main stop."_s;
         QTest::newRow("hebrew with latin") << u"שלום! קו 12 ב־07:05 to Tel Aviv, בסדר"_s;
         QTest::newRow("a tie between scripts") << u"word מילה\nשלום hello"_s;
-        QTest::newRow("russian") << u"Привет, как дела?"_s;
         QTest::newRow("crlf and trailing lines") << u"one\r\ntwo\r\n\r\n  \n"_s;
         QTest::newRow("control characters") << u"a\x1b[31mred\x07 \u0085\x7f\tend\rx"_s;
         QTest::newRow("direction marks in the text") << u"\u200fabc \u2067def\u2069 \u202e"_s;
         QTest::newRow("long word") << u"%1 and more"_s.arg(QString(70, u'w'));
-        QTest::newRow("long hebrew line")
-            << u"מתי האוטובוס הבא לתל אביב? מצאתי את זמני האוטובוס בתחנה המרכזית של העיר"_s;
         QTest::newRow("wide and combining") << u"漢字 \U0001F600 e\u0301 \u05b0"_s;
         QTest::newRow("unpaired surrogates") << u"a"_s + QChar(0xD800) + u"b"_s + QChar(0xDC00);
         QTest::newRow("bold") << u"the **07:35** bus"_s;
@@ -209,17 +198,15 @@ private slots:
         QTest::addColumn<QString>("role");
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("taskNo");
-        QTest::addColumn<QString>("entry");
-        QTest::newRow("user, short")
-            << u"user"_s << u"hi"_s << QString() << u"#7 [2024-03-01 12:34] You: hi"_s;
-        QTest::newRow("agent with a task") << u"assistant"_s << u"**done**"_s << u"12"_s
-                                           << u"#7 [2024-03-01 12:34] Agent · task 12: done"_s;
+        QTest::addColumn<QString>("entry"); // after "#7 [2024-03-01 12:34] "
+        const QString a = QString(30, u'a'), b = QString(30, u'b'), letters = u"a b c d e f g h i j k l m n o p"_s;
+        QTest::newRow("user, short") << u"user"_s << u"hi"_s << QString() << u"You: hi"_s;
+        QTest::newRow("agent with a task")
+            << u"assistant"_s << u"**done**"_s << u"12"_s << u"Agent · task 12: done"_s;
         QTest::newRow("long body below the heading")
-            << u"user"_s << u"a b c d e f g h i j k l m n o p"_s << QString()
-            << u"#7 [2024-03-01 12:34] You:\na b c d e f g h i j k l m n o p"_s;
+            << u"user"_s << letters << QString() << u"You:\n"_s + letters;
         QTest::newRow("the user's long line wrapped at words")
-            << u"user"_s << u"%1 %2"_s.arg(QString(30, u'a'), QString(30, u'b')) << QString()
-            << u"#7 [2024-03-01 12:34] You:\n%1\n%2"_s.arg(QString(30, u'a'), QString(30, u'b'));
+            << u"user"_s << a + u' ' + b << QString() << u"You:\n%1\n%2"_s.arg(a, b);
     }
 
     void logEntries()
@@ -233,7 +220,9 @@ private slots:
         if (!taskNo.isEmpty())
             m.taskNo = taskNo;
         ChatLog::Clock clock;
-        QTEST(ChatLog::entry(m, ChatLog::facts(Options{50, false, false, false}), clock), "entry");
+        QFETCH(QString, entry);
+        QCOMPARE(ChatLog::entry(m, ChatLog::facts(Options{50, false, false, false}), clock),
+                 u"#7 [2024-03-01 12:34] "_s + entry);
     }
 
     void clockAcrossZones_data()
@@ -242,8 +231,6 @@ private slots:
         QTest::addColumn<qint64>("millis");
         QTest::addColumn<QString>("stamp");
         QTest::newRow("epoch") << QByteArray("UTC") << qint64(0) << u"1970-01-01 00:00"_s;
-        QTest::newRow("leap day") << QByteArray("UTC") << qint64(951782400000)
-                                  << u"2000-02-29 00:00"_s;
         QTest::newRow("east of UTC")
             << QByteArray("Asia/Jerusalem") << qint64(1709296440000) << u"2024-03-01 14:34"_s;
         QTest::newRow("summer time")
