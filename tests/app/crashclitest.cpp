@@ -71,13 +71,10 @@ private slots:
         QTest::addColumn<int>("firstSignal");
         QTest::addColumn<int>("secondSignal");
         QTest::addColumn<QString>("firstReason");
-        QTest::newRow("segv, abrt") << "SIGSEGV"
-                                    << "ABRT" << SIGSEGV << SIGABRT << "signal 11";
-        QTest::newRow("bus, trap") << "7"
-                                   << "trap" << SIGBUS << SIGTRAP << "signal 7";
-        QTest::newRow("exception, fpe")
-            << "exception"
-            << "SIGFPE" << SIGABRT << SIGFPE << "exception std::runtime_error: debug crash";
+        QTest::newRow("segv, abrt") << "SIGSEGV" << "ABRT" << SIGSEGV << SIGABRT << "signal 11";
+        QTest::newRow("bus, trap") << "7" << "trap" << SIGBUS << SIGTRAP << "signal 7";
+        QTest::newRow("exception, fpe") << "exception" << "SIGFPE" << SIGABRT << SIGFPE
+                                        << "exception std::runtime_error: debug crash";
     }
 
     void crashesTwiceThenReports()

@@ -70,25 +70,23 @@ private slots:
         QTest::addColumn<QByteArray>("run");       // empty: no run.json
         QTest::addColumn<QString>("kind");         // empty: nothing to report
         QTest::addColumn<QString>("reason");
-        QTest::newRow("nothing left") << QByteArray() << QByteArray() << ""
-                                      << "";
-        QTest::newRow("normal end in front") << QByteArray() << runJson(true, true, 9) << ""
-                                             << "";
-        QTest::newRow("killed in the background") << QByteArray() << runJson(false, false, 9) << ""
-                                                  << "";
-        QTest::newRow("killed in front")
-            << QByteArray() << runJson(true, false, 2.9) << "killed_in_foreground"
-            << "no signal, killed while in front";
-        QTest::newRow("stuck 3 s") << QByteArray() << runJson(true, false, 3) << "hang"
-                                   << "main thread stuck 3s, then killed";
-        QTest::newRow("stuck 4.5 s") << QByteArray() << runJson(true, false, 4.5) << "hang"
-                                     << "main thread stuck 4.5s, then killed";
-        QTest::newRow("signal, even after a settled run")
-            << QByteArray("signal 11\nframe 1\nframe 2\n") << runJson(false, true, 0) << "crash"
-            << "signal 11";
-        QTest::newRow("exception without run.json")
-            << QByteArray("exception std::bad_alloc: std::bad_alloc\n") << QByteArray() << "crash"
-            << "exception std::bad_alloc: std::bad_alloc";
+        auto row = [](const char *name, const char *crash, const QByteArray &run, const char *kind,
+                      const char *reason) {
+            QTest::newRow(name) << QByteArray(crash) << run << QString::fromUtf8(kind)
+                                << QString::fromUtf8(reason);
+        };
+        row("nothing left", "", {}, "", "");
+        row("normal end in front", "", runJson(true, true, 9), "", "");
+        row("killed in the background", "", runJson(false, false, 9), "", "");
+        row("killed in front", "", runJson(true, false, 2.9), "killed_in_foreground",
+            "no signal, killed while in front");
+        row("stuck 3 s", "", runJson(true, false, 3), "hang", "main thread stuck 3s, then killed");
+        row("stuck 4.5 s", "", runJson(true, false, 4.5), "hang",
+            "main thread stuck 4.5s, then killed");
+        row("signal, even after a settled run", "signal 11\nframe 1\nframe 2\n",
+            runJson(false, true, 0), "crash", "signal 11");
+        row("exception without run.json", "exception std::bad_alloc: std::bad_alloc\n", {}, "crash",
+            "exception std::bad_alloc: std::bad_alloc");
     }
 
     void previous()
