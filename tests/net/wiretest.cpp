@@ -89,11 +89,6 @@ private slots:
             QVERIFY(address.url.path().endsWith(u'/'));
     }
 
-    void userAgent()
-    {
-        QCOMPARE(Wire::userAgent(), QStringLiteral("RelayboxApp/0.1.0.1 (Linux; native)"));
-    }
-
     void failure_data()
     {
         QTest::addColumn<int>("status");

@@ -220,15 +220,6 @@ private slots:
         forgotten(*session, Session::Exit::Expired);
     }
 
-    void tokenSignIn()
-    {
-        auto session = newSession(api);
-        Sync::run(session->signIn(service.token(QStringLiteral("tt_7f3a9c"))));
-        QCOMPARE(session->gate(), Session::Gate::Ready);
-        QCOMPARE(session->label(), QStringLiteral("guest@example.com"));
-        QVERIFY(session->may(QStringLiteral("voice")));
-    }
-
     // Boot from what is stored: nothing, a session the server takes, one it cannot be asked
     // about, and a saved profile that belongs to another session.
     void boot_data()
