@@ -64,7 +64,9 @@ private slots:
         QTest::newRow("zero") << route("project:0") << "";
         QTest::newRow("not a number") << route("message:abc") << "";
         QTest::newRow("unknown prefix") << route("chat:1") << "";
-        const auto withTask = [](const char *id) { return QVariantMap{{"route", id}, {"task_no", "3"}}; };
+        const auto withTask = [](const char *id) {
+            return QVariantMap{{"route", id}, {"task_no", "3"}};
+        };
         QTest::newRow("route wins over fields") << withTask("task:9") << "task:9";
         QTest::newRow("bad route wins over fields") << withTask("x") << "";
         QTest::newRow("task number as text") << QVariantMap{{"task_no", "#4"}} << "task:4";
@@ -91,7 +93,8 @@ private slots:
         const QJsonObject refused{{"match", "webapi/push/register"}, {"status", 400},
                                   {"body", R"({"error":"bad_token","detail":"No."})"}};
         QTest::newRow("refused") << refused << false;
-        QTest::newRow("server down") << QJsonObject{{"match", "webapi/push/register"}, {"status", 503}} << false;
+        QTest::newRow("server down")
+            << QJsonObject{{"match", "webapi/push/register"}, {"status", 503}} << false;
     }
 
     void publishToken()

@@ -107,8 +107,8 @@ private slots:
     void marksAndLinks()
     {
         QFETCH(bool, marks);
-        QTEST(Markup::AnsiWriter::render(u"see [x](https://x.org)"_s, Options{80, false, false, marks}),
-              "shown");
+        const Options options{80, false, false, marks};
+        QTEST(Markup::AnsiWriter::render(u"see [x](https://x.org)"_s, options), "shown");
     }
 
     void hyperlinksWhereShown_data()
@@ -199,7 +199,8 @@ private slots:
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("taskNo");
         QTest::addColumn<QString>("entry"); // after "#7 [2024-03-01 12:34] "
-        const QString a = QString(30, u'a'), b = QString(30, u'b'), letters = u"a b c d e f g h i j k l m n o p"_s;
+        const QString a = QString(30, u'a'), b = QString(30, u'b');
+        const QString letters = u"a b c d e f g h i j k l m n o p"_s;
         QTest::newRow("user, short") << u"user"_s << u"hi"_s << QString() << u"You: hi"_s;
         QTest::newRow("agent with a task")
             << u"assistant"_s << u"**done**"_s << u"12"_s << u"Agent · task 12: done"_s;

@@ -222,7 +222,8 @@ private slots:
             << QJsonObject{{"status", 401}, {"body", R"({"detail":"Wrong user name or password."})"}}
             << "failed 401: Wrong user name or password.";
         QTest::newRow("200 without a cookie")
-            << QJsonObject{{"body", R"({"ok":true})"}} << "failed 200: no session cookie in the reply";
+            << QJsonObject{{"body", R"({"ok":true})"}}
+            << "failed 200: no session cookie in the reply";
         QTest::newRow("rate limited") << QJsonObject{{"status", 429}, {"body", R"({"error":"slow"})"}}
                                       << "failed 429: slow";
     }

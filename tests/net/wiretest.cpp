@@ -208,12 +208,13 @@ private slots:
         QTest::addColumn<QByteArray>("header");
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("name");
-        auto row = [](const char *name, const char *attachment, const char *path, const char *file) {
-            QTest::newRow(name) << (*attachment ? "attachment; " + QByteArray(attachment) : QByteArray())
-                                << QString::fromUtf8(path) << QString::fromUtf8(file);
+        auto row = [](const char *name, const char *given, const char *path, const char *file) {
+            const QByteArray header = *given ? "attachment; " + QByteArray(given) : QByteArray();
+            QTest::newRow(name) << header << QString::fromUtf8(path) << QString::fromUtf8(file);
         };
         row("utf-8 form", "filename*=UTF-8''%D7%93%D7%95%D7%97.pdf", "webapi/files/x", "דוח.pdf");
-        row("both forms", "filename=\"r.pdf\"; filename*=UTF-8''r%20b.pdf", "webapi/files/x", "r b.pdf");
+        row("both forms", "filename=\"r.pdf\"; filename*=UTF-8''r%20b.pdf", "webapi/files/x",
+            "r b.pdf");
         row("no header", "", "webapi/files/notes%20v2.md?x=1", "notes v2.md");
         row("climbing out", "filename=\"../../x\"", "webapi/f", "x");
         row("dot dot", "filename=\"..\"", "webapi/files/r.txt", "r.txt");

@@ -231,7 +231,8 @@ private slots:
         QTest::addColumn<QString>("user");
         QTest::newRow("nothing: sign in") << false << false << false << Session::Gate::Out << "";
         QTest::newRow("online") << true << false << false << Session::Gate::Ready << "demo";
-        QTest::newRow("offline: from disk") << true << false << true << Session::Gate::Offline << "demo";
+        QTest::newRow("offline: from disk")
+            << true << false << true << Session::Gate::Offline << "demo";
         QTest::newRow("profile of another session")
             << true << true << true << Session::Gate::Checking << "";
     }

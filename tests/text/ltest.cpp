@@ -23,7 +23,6 @@ private slots:
         QTest::newRow("Russian, underscore") << QStringList{"ru_UA"} << "ru";
         QTest::newRow("empty list") << QStringList{} << "en";
         QTest::newRow("only the first counts") << QStringList{"de-DE", "ru-RU", "he"} << "en";
-        QTest::newRow("empty first entry") << QStringList{"", "he"} << "en";
     }
     void languageOf()
     {
