@@ -45,7 +45,6 @@ private slots:
         tzset();
     }
 
-    // Ages in lists (Since::shortAge) and lengths of calls (Since::lasted).
     void ages_data()
     {
         QTest::addColumn<bool>("lasted");
@@ -71,7 +70,6 @@ private slots:
         compareInEach([&] { return lasted ? Since::lasted(seconds) : Since::shortAge(seconds); });
     }
 
-    // Since::when, Since::seen and Since::read.
     void moments_data()
     {
         QTest::addColumn<QString>("kind");
