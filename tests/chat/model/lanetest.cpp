@@ -52,27 +52,23 @@ private slots:
         QTest::addColumn<QString>("events");
         QTest::addColumn<QString>("tools");
         QTest::addColumn<QString>("summaries");
-        QTest::newRow("start then end") << "search|looking|started; search|3 hits|completed"
-                                        << "search:1|search|3 hits|completed"
-                                        << "3 hits";
-        QTest::newRow("end keeps the started detail") << "read|a.txt|; read||completed"
-                                                      << "read:1|read|a.txt|completed"
-                                                      << "a.txt";
-        QTest::newRow("end without a start, twice")
-            << "search|3 hits|completed; search|3 hits|completed"
-            << "search:1|search|3 hits|completed"
-            << "3 hits";
-        QTest::newRow("an ended step is never reopened")
-            << "search|a|completed; search|b|started"
-            << "search:1|search|a|completed; search:2|search|b|started"
-            << "a";
-        QTest::newRow("other tools do not match")
-            << "search|a|started; read|b|started; search|c|error"
-            << "search:1|search|c|error; read:1|read|b|started"
-            << "c";
-        QTest::newRow("progress keeps it open") << "build|1/3|started; build|2/3|running"
-                                                << "build:1|build|2/3|running"
-                                                << "";
+        const auto row = [](const char *name, const char *events, const char *tools,
+                            const char *summaries) {
+            QTest::newRow(name) << QString::fromUtf8(events) << QString::fromUtf8(tools)
+                                << QString::fromUtf8(summaries);
+        };
+        row("start then end", "search|looking|started; search|3 hits|completed",
+            "search:1|search|3 hits|completed", "3 hits");
+        row("end keeps the started detail", "read|a.txt|; read||completed",
+            "read:1|read|a.txt|completed", "a.txt");
+        row("end without a start, twice", "search|3 hits|completed; search|3 hits|completed",
+            "search:1|search|3 hits|completed", "3 hits");
+        row("an ended step is never reopened", "search|a|completed; search|b|started",
+            "search:1|search|a|completed; search:2|search|b|started", "a");
+        row("other tools do not match", "search|a|started; read|b|started; search|c|error",
+            "search:1|search|c|error; read:1|read|b|started", "c");
+        row("progress keeps it open", "build|1/3|started; build|2/3|running",
+            "build:1|build|2/3|running", "");
     }
 
     void recordTool()
@@ -87,14 +83,11 @@ private slots:
     {
         QTest::addColumn<QString>("statuses");
         QTest::addColumn<QString>("outcome"); // "-" for none: not finished
-        QTest::newRow("started") << "started"
-                                 << "-";
-        QTest::newRow("complete") << "started complete"
-                                  << "complete";
-        QTest::newRow("late started") << "completed started"
-                                      << "completed";
-        QTest::newRow("first outcome stays") << "superseded error"
-                                             << "superseded";
+        for (const auto &[statuses, outcome] :
+             {std::pair{"started", "-"}, std::pair{"started complete", "complete"},
+              std::pair{"completed started", "completed"},  // a late start
+              std::pair{"superseded error", "superseded"}}) // the first outcome stays
+            QTest::newRow(statuses) << QString::fromUtf8(statuses) << QString::fromUtf8(outcome);
     }
 
     void record()

@@ -100,11 +100,6 @@ private slots:
         QVERIFY(lanes.count() >= 3);
         QCOMPARE(chat->activityHistory().size(), 1);
         QVERIFY(!chat->activityHistory().first().tools.isEmpty());
-        // The fetched copy later takes the frame's copy's place: still one reply, now with its seq.
-        Sync::run(chat->refresh());
-        QCOMPARE(assistantReplies(*chat), 1);
-        QCOMPARE(chat->messages().last().seq, 2);
-        QCOMPARE(chat->messages().first().seq, 1);
     }
 
     // A page that says there is more but does not move its cursor ends the paging.
@@ -123,10 +118,7 @@ private slots:
         auto chat = newStore();
         service.clearLog();
         Sync::run(chat->load());
-        int fetches = 0;
-        for (const QJsonValue &entry : service.log())
-            fetches += entry[u"path"].toString() == u"webapi/messages";
-        QVERIFY2(fetches <= 2, qPrintable(QString::number(fetches)));
+        QVERIFY(service.requests(QStringLiteral("webapi/messages")).size() <= 2);
     }
 
     // Back after a failure (here the 12 s refresh gets through again): kept turns go out.

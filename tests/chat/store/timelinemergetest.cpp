@@ -42,37 +42,30 @@ private slots:
         QTest::addColumn<qint64>("newCursor");
         QTest::addColumn<int>("news");
 
-        const QStringList none;
-        QTest::newRow("a newer page adds")
-            << QStringList{"u1", "a2"} << 2LL << QStringList{"u3", "a4"} << 4LL << false << ""
-            << "3,4" << 4LL << 1;
-        QTest::newRow("held and repeated seqs are skipped")
-            << QStringList{"u1"} << 1LL << QStringList{"u1", "a2", "a2"} << 2LL << false << ""
-            << "2" << 2LL << 1;
-        QTest::newRow("a replacing load is no news")
-            << none << 0LL << QStringList{"u1", "a2"} << 2LL << true << "" << "1,2" << 2LL << 0;
-        QTest::newRow("a reply from a frame takes its stored copy")
-            << QStringList{"u1", "a0:r1"} << 1LL << QStringList{"a2:r1"} << 2LL << false << "1=2"
-            << "" << 2LL << 0;
-        QTest::newRow("a turn takes its stored copy by request id")
-            << QStringList{"a3", "u0#q1"} << 3LL << QStringList{"u5#q1"} << 5LL << false << "1=5"
-            << "" << 5LL << 0;
-        QTest::newRow("a local copy of another role stays")
-            << QStringList{"u0#q1"} << 0LL << QStringList{"a5#q1"} << 5LL << false << "" << "5"
-            << 5LL << 1;
-        QTest::newRow("one local copy is taken once")
-            << QStringList{"a0:r1"} << 0LL << QStringList{"a1:r1", "a2:r1"} << 2LL << false
-            << "0=1" << "2" << 2LL << 1;
-        QTest::newRow("a bogus seq stops at the server's cursor")
-            << QStringList{"u1"} << 1LL << QStringList{"u9007199254740992"} << 2LL << false << ""
-            << "9007199254740992" << 2LL << 0;
-        QTest::newRow("without a server cursor the seqs lead")
-            << none << 0LL << QStringList{"u7"} << 0LL << false << "" << "7" << 7LL << 0;
-        QTest::newRow("the cursor never goes back")
-            << QStringList{"u10"} << 10LL << QStringList{"u4"} << 4LL << false << "" << "4"
-            << 10LL << 0;
-        QTest::newRow("unstamped messages of a page are left out")
-            << none << 0LL << QStringList{"u0", "a-3"} << 0LL << false << "" << "" << 0LL << 0;
+        // Held and page messages space-separated.
+        const auto row = [](const char *name, const char *held, qint64 cursor, const char *page,
+                            qint64 pageCursor, const char *replaced, const char *added,
+                            qint64 newCursor, int news, bool replacing = false) {
+            const auto list = [](const char *codes) {
+                return QString::fromLatin1(codes).split(u' ', Qt::SkipEmptyParts);
+            };
+            QTest::newRow(name) << list(held) << cursor << list(page) << pageCursor << replacing
+                                << replaced << added << newCursor << news;
+        };
+        row("a newer page adds", "u1 a2", 2, "u3 a4", 4, "", "3,4", 4, 1);
+        row("held and repeated seqs are skipped", "u1", 1, "u1 a2 a2", 2, "", "2", 2, 1);
+        row("a replacing load is no news", "", 0, "u1 a2", 2, "", "1,2", 2, 0, true);
+        row("a reply from a frame takes its stored copy", "u1 a0:r1", 1, "a2:r1", 2, "1=2", "", 2,
+            0);
+        row("a turn takes its stored copy by request id", "a3 u0#q1", 3, "u5#q1", 5, "1=5", "", 5,
+            0);
+        row("a local copy of another role stays", "u0#q1", 0, "a5#q1", 5, "", "5", 5, 1);
+        row("one local copy is taken once", "a0:r1", 0, "a1:r1 a2:r1", 2, "0=1", "2", 2, 1);
+        row("a bogus seq stops at the server's cursor", "u1", 1, "u9007199254740992", 2, "",
+            "9007199254740992", 2, 0);
+        row("without a server cursor the seqs lead", "", 0, "u7", 0, "", "7", 7, 0);
+        row("the cursor never goes back", "u10", 10, "u4", 4, "", "4", 10, 0);
+        row("unstamped messages of a page are left out", "", 0, "u0 a-3", 0, "", "", 0, 0);
     }
 
     void plan()
