@@ -184,8 +184,6 @@ private slots:
         QTest::addColumn<QVariantList>("strokes");
         QTest::addColumn<bool>("drawn");
         const auto point = [](double x, double y) { return QVariantMap{{u"x"_s, x}, {u"y"_s, y}}; };
-        QTest::newRow("a line") << QVariantList{QVariantList{point(10, 50), point(290, 50)}}
-                                << true;
         QTest::newRow("a dot and a line")
             << QVariantList{QVariantList{point(5, 5)}, QVariantList{point(10, 50), point(290, 50)}}
             << true;

@@ -36,35 +36,28 @@ private slots:
     {
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QByteArray>("written"); // beyond the keys always written; "": body
-        QTest::newRow("every key") << QByteArray(R"({"seq":42,"role":"user","kind":"voice",
+        const auto row = [](const char *name, const char *body, const char *written = "") {
+            QTest::newRow(name) << QByteArray(body) << QByteArray(written);
+        };
+        row("every key", R"({"seq":42,"role":"user","kind":"voice",
             "text":"**Task 4** — שלום","created_at":1700000001.125,"voice_file":"n.m4a",
             "run_id":"run_9","source":"telegram","client_request_id":"c-1","tg_message_id":"-5",
             "reply_to_id":"41","reply_to_role":"assistant","reply_to_text":"q","reply_ref":"r",
             "task_no":"4","route_vote":"up","attachments":[{"file_id":"f1","name":"a.pdf",
-            "mime":"application/pdf","size":1024,"url":"u","download_url":"d"},{"file_id":"f2"}]})")
-                                   << QByteArray();
-        QTest::newRow("nulls") << QByteArray(R"({"kind":null,"created_at":null})")
-                               << QByteArray("{}");
-        QTest::newRow("ids sent as numbers")
-            << QByteArray(R"({"tg_message_id":12,"run_id":-3})")
-            << QByteArray(R"({"tg_message_id":"12","run_id":"-3"})");
-        QTest::newRow("present but empty id")
-            << QByteArray(R"({"tg_message_id":""})") << QByteArray();
-        QTest::newRow("bad attachments dropped")
-            << QByteArray(R"({"attachments":[{"file_id":"f1","size":10},"junk",
-                 {"file_id":"f2","size":"big"},{"file_id":9,"name":"b.png"}]})")
-            << QByteArray(R"({"attachments":[{"file_id":"f1","size":10},
-                 {"file_id":"9","name":"b.png"}]})");
-        QTest::newRow("an empty list is not none")
-            << QByteArray(R"({"attachments":[]})") << QByteArray();
+            "mime":"application/pdf","size":1024,"url":"u","download_url":"d"},{"file_id":"f2"}]})");
+        row("nulls", R"({"kind":null,"created_at":null})", "{}");
+        row("ids sent as numbers", R"({"tg_message_id":12,"run_id":-3})",
+            R"({"tg_message_id":"12","run_id":"-3"})");
+        row("present but empty id", R"({"tg_message_id":""})");
+        row("bad attachments dropped", R"({"attachments":[{"file_id":"f1","size":10},"junk",
+                 {"file_id":"f2","size":"big"},{"file_id":9,"name":"b.png"}]})",
+            R"({"attachments":[{"file_id":"f1","size":10},{"file_id":"9","name":"b.png"}]})");
+        row("an empty list is not none", R"({"attachments":[]})");
         // One key of the wrong type, or a number out of range, takes its default.
-        QTest::newRow("seq as text") << QByteArray(R"({"seq":"abc","text":"kept"})")
-                                     << QByteArray(R"({"text":"kept"})");
-        QTest::newRow("attachments as text") << QByteArray(R"({"attachments":"a.pdf","seq":3})")
-                                             << QByteArray(R"({"seq":3})");
-        QTest::newRow("seq past 2^53") << QByteArray(R"({"seq":9007199254740994})")
-                                       << QByteArray("{}");
-        QTest::newRow("time before 1970") << QByteArray(R"({"created_at":-5})") << QByteArray("{}");
+        row("seq as text", R"({"seq":"abc","text":"kept"})", R"({"text":"kept"})");
+        row("attachments as text", R"({"attachments":"a.pdf","seq":3})", R"({"seq":3})");
+        row("seq past 2^53", R"({"seq":9007199254740994})", "{}");
+        row("time before 1970", R"({"created_at":-5})", "{}");
     }
 
     // Decoded and written back: defaults filled in, absent optionals left out, localID
@@ -260,17 +253,14 @@ private slots:
         QTest::addColumn<QString>("base");
         QTest::addColumn<QString>("storageKey");
         QTest::addColumn<QString>("path");
-        QTest::newRow("main keeps everything") << 0 << "webapi/messages?since=5"
-                                               << "webapi/messages?since=5"
-                                               << "webapi/messages?since=5";
+        const QString query = u"webapi/messages?since=5"_s;
+        QTest::newRow("main keeps everything") << 0 << query << query << query;
         QTest::newRow("project, path with a query")
-            << 7 << "webapi/messages?since=5"
-            << "webapi/messages?since=5-project-7"
-            << "webapi/messages?since=5&conversation_id=project:7&project_id=7";
+            << 7 << query << query + u"-project-7"_s
+            << query + u"&conversation_id=project:7&project_id=7"_s;
         QTest::newRow("project, path without a query")
-            << 7 << "webapi/ws"
-            << "webapi/ws-project-7"
-            << "webapi/ws?conversation_id=project:7&project_id=7";
+            << 7 << u"webapi/ws"_s << u"webapi/ws-project-7"_s
+            << u"webapi/ws?conversation_id=project:7&project_id=7"_s;
     }
 
     void scopePaths()
