@@ -8,6 +8,7 @@
 
 #include "app/fakenotifier.h"
 #include "features/vault/vaultstore.h"
+#include "platform/atomicfile.h"
 #include "support/fakeclipboard.h"
 #include "support/fakeowner.h"
 #include "support/fakesleeper.h"
@@ -70,10 +71,7 @@ public:
         const QString day = QDateTime::currentDateTime().addDays(-1).toString(u"yyyy-MM-dd"_s);
         const QString other = QDateTime::currentDateTime().addDays(-3).toString(u"yyyy-MM-dd"_s);
         const QString path = QDir(m_home).filePath(u"export.xml"_s);
-        QFile file(path);
-        if (!file.open(QIODevice::WriteOnly))
-            return {};
-        file.write(uR"(<?xml version="1.0" encoding="UTF-8"?>
+        const bool written = AtomicFile::write(path, uR"(<?xml version="1.0" encoding="UTF-8"?>
 <HealthData locale="en_US">
  <Record type="HKQuantityTypeIdentifierStepCount" sourceName="Phone" unit="count" startDate="%1 08:00:00 +0000" endDate="%1 08:10:00 +0000" value="6400"/>
  <Workout workoutActivityType="HKWorkoutActivityTypeRunning" duration="42" durationUnit="min" sourceName="Watch" startDate="%1 07:00:00 +0000" endDate="%1 07:42:00 +0000">
@@ -84,8 +82,8 @@ public:
  <Workout workoutActivityType="HKWorkoutActivityTypeYoga" duration="30" durationUnit="min" sourceName="Watch" startDate="%2 18:00:00 +0000" endDate="%2 18:30:00 +0000"/>
 </HealthData>
 )"_s.arg(day, other)
-                       .toUtf8());
-        return QUrl::fromLocalFile(path).toString();
+                                                         .toUtf8());
+        return written ? QUrl::fromLocalFile(path).toString() : QString();
     }
 
     // The next status answer names these readiness problems.

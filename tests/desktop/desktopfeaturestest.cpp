@@ -12,11 +12,12 @@
 #include "features/vault/vaultstore.h"
 #include "features/vault/vaulttext.h"
 #include "platform/appdata.h"
+#include "platform/atomicfile.h"
+#include "platform/clock.h"
 #include "support/fakeclipboard.h"
 #include "support/fakeclock.h"
 #include "support/fakeowner.h"
 #include "support/fakereachability.h"
-#include "platform/clock.h"
 #include "support/fakesleeper.h"
 #include "support/testhome.h"
 #include "support/testidentity.h"
@@ -211,16 +212,13 @@ private slots:
     {
         const QString day = QDateTime::currentDateTime().addDays(-2).toString(u"yyyy-MM-dd"_s);
         const QString path = QDir(home.path()).filePath(u"export.xml"_s);
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(uR"(<?xml version="1.0" encoding="UTF-8"?>
+        QVERIFY(AtomicFile::write(path, uR"(<?xml version="1.0" encoding="UTF-8"?>
 <HealthData locale="en_US">
  <Record type="HKQuantityTypeIdentifierStepCount" sourceName="Phone" unit="count" startDate="%1 08:00:00 +0000" endDate="%1 08:10:00 +0000" value="600"/>
  <Workout workoutActivityType="HKWorkoutActivityTypeRunning" duration="30" durationUnit="min" sourceName="Watch" startDate="%1 07:00:00 +0000" endDate="%1 07:30:00 +0000"/>
 </HealthData>
 )"_s.arg(day)
-                       .toUtf8());
-        file.close();
+                                            .toUtf8()));
 
         HealthController health(identity.api(), [] { return u"demo"_s; }, Clock::system());
         QSignalSpy syncing(&health, &HealthController::syncingChanged);

@@ -8,6 +8,7 @@
 #include "voicecontroller.h"
 #include "voicesource.h"
 
+#include "platform/atomicfile.h"
 #include "platform/fileaudioport.h"
 #include "support/service.h"
 #include "support/testhome.h"
@@ -55,11 +56,8 @@ QCoro::Task<VideoCompress::Result> fakeShrink(FakeShrink *fake, QString target,
     fake->stopped = std::move(stopped);
     fake->target = target;
     const VideoCompress::Result result = co_await qCoro(fake, &FakeShrink::finish);
-    if (result.ok()) {
-        QFile file(target);
-        if (file.open(QIODevice::WriteOnly))
-            file.write("shrunk");
-    }
+    if (result.ok())
+        AtomicFile::write(target, "shrunk");
     co_return result;
 }
 
@@ -95,9 +93,7 @@ class DesktopVoiceTest : public QObject, public VoiceRig
     QString video(const QString &name)
     {
         const QString path = QDir(home.path()).filePath(name);
-        QFile file(path);
-        if (file.open(QIODevice::WriteOnly))
-            file.write("not really a video");
+        AtomicFile::write(path, "not really a video");
         return path;
     }
 

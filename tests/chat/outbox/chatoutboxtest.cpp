@@ -3,6 +3,7 @@
 
 #include "chat/outbox/chatoutbox.h"
 #include "net/jsonrecord.h"
+#include "platform/atomicfile.h"
 #include "support/testhome.h"
 #include "text/l.h"
 
@@ -79,8 +80,7 @@ OutboxState reloaded()
 
 QByteArray readFile(const QString &name)
 {
-    QFile f(QDir(ChatOutbox::folderFor(key)).filePath(name));
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    return AtomicFile::read(QDir(ChatOutbox::folderFor(key)).filePath(name)).value_or("");
 }
 
 void writeFile(const QString &name, const QByteArray &bytes)

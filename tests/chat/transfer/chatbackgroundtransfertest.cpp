@@ -3,6 +3,7 @@
 
 #include "chat/transfer/chatbackgroundtransfer.h"
 #include "net/api.h"
+#include "platform/atomicfile.h"
 #include "support/fakesleeper.h"
 #include "support/service.h"
 #include "support/sync.h"
@@ -39,8 +40,7 @@ QCoro::Task<QJsonObject> send(Api &api, QString id, QString text = QStringLitera
 
 QByteArray fileBytes(const QString &path)
 {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    return AtomicFile::read(path).value_or(QByteArray());
 }
 
 } // namespace
@@ -137,10 +137,8 @@ private slots:
         QFETCH(QByteArray, receipt);
         QFETCH(bool, sends);
         const QString key = chatKey(QStringLiteral("t2"));
-        QVERIFY(QDir().mkpath(transfer->folder(key)));
-        QFile file(QDir(transfer->folder(key)).filePath(QStringLiteral("receipt.json")));
-        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(receipt) == receipt.size());
-        file.close();
+        QVERIFY(AtomicFile::write(
+            QDir(transfer->folder(key)).filePath(QStringLiteral("receipt.json")), receipt));
         if (sends)
             QTest::ignoreMessage(QtWarningMsg, QRegularExpression("unreadable receipt"));
         Sync::run(send(identity.api(), QStringLiteral("t2")));
