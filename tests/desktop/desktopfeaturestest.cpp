@@ -52,7 +52,7 @@ class DesktopFeaturesTest : public QObject
 
     TestHome home;
     Service service;
-    TestIdentity identity;
+    TestIdentity identity{service};
     FakeSleeper sleeper;
     FakeOwner owner;
     FakeClipboard clipboard;
@@ -67,11 +67,7 @@ class DesktopFeaturesTest : public QObject
     }
 
 private slots:
-    void initTestCase()
-    {
-        QVERIFY2(service.running(), "the reference service did not start");
-        identity.use(service);
-    }
+    void initTestCase() { QVERIFY2(service.running(), "the reference service did not start"); }
 
     void init()
     {

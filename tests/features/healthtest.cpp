@@ -98,7 +98,7 @@ class HealthTest : public QObject
 
     TestHome home;
     Service service;
-    TestIdentity identity;
+    TestIdentity identity{service};
     FakeStore store;
     FakeClock clock{now.toUTC()};
 
@@ -139,7 +139,6 @@ private slots:
     void initTestCase()
     {
         QVERIFY2(service.running(), "the reference service did not start");
-        identity.use(service);
         L::pin(u"en"_s);
     }
 

@@ -26,7 +26,7 @@ class VaultTest : public QObject
 
     TestHome home;
     Service service;
-    TestIdentity identity;
+    TestIdentity identity{service};
     FakeSleeper sleeper;
     FakeOwner owner;
     FakeClipboard clipboard;
@@ -43,7 +43,6 @@ private slots:
     void initTestCase()
     {
         QVERIFY2(service.running(), "the reference service did not start");
-        identity.use(service);
         L::pin(u"en"_s);
     }
 

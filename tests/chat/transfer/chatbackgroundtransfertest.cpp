@@ -4,11 +4,7 @@
 #include "chat/transfer/chatbackgroundtransfer.h"
 #include "net/api.h"
 #include "platform/atomicfile.h"
-#include "support/fakesleeper.h"
-#include "support/service.h"
-#include "support/sync.h"
-#include "support/testhome.h"
-#include "support/testidentity.h"
+#include "support/chatharness.h"
 
 #include <QCryptographicHash>
 #include <QDir>
@@ -45,14 +41,10 @@ QByteArray fileBytes(const QString &path)
 
 } // namespace
 
-class ChatBackgroundTransferTest : public QObject
+class ChatBackgroundTransferTest : public QObject, public ChatHarness
 {
     Q_OBJECT
 
-    Service service;
-    TestIdentity identity;
-    FakeSleeper sleeper;
-    std::unique_ptr<TestHome> home;
     std::unique_ptr<ChatBackgroundTransfer> transfer;
 
     int chatRequests() { return int(service.requests(QStringLiteral("webapi/chat")).size()); }
@@ -70,19 +62,12 @@ class ChatBackgroundTransferTest : public QObject
     }
 
 private slots:
-    void initTestCase()
-    {
-        QVERIFY2(service.running(), "the reference service did not start");
-        identity.use(service);
-    }
+    void initTestCase() { QVERIFY2(service.running(), "the reference service did not start"); }
 
     void init()
     {
         transfer.reset();
-        home = std::make_unique<TestHome>();
-        service.reset();
-        service.control("POST", QStringLiteral("agent"), {{"mode", "silent"}});
-        identity.signIn();
+        freshStart({{"mode", "silent"}});
         service.clearLog();
         sleeper.requested.clear();
         transfer = std::make_unique<ChatBackgroundTransfer>(identity.api(), sleeper);
