@@ -8,7 +8,6 @@
 
 #include "app/fakenotifier.h"
 #include "chat/store/chatstore.h"
-#include "features/health/healthsync.h"
 #include "features/vault/vaultstore.h"
 #include "features/vault/vaulttext.h"
 #include "platform/appdata.h"
@@ -237,7 +236,6 @@ private slots:
         QTRY_VERIFY(!health.linked());
         QVERIFY(health.exportName().isEmpty());
         QVERIFY(!AppData::setting(QString::fromLatin1(HealthController::exportKey)).isValid());
-        QVERIFY(!AppData::setting(QString::fromLatin1(HealthSync::userKey)).isValid());
     }
 };
 
