@@ -206,45 +206,38 @@ private slots:
         QCOMPARE(chat->cursor(), 2);
     }
 
-    void transcriptShowsBeforeTheNetwork()
+    // A restart shows the conversation as it was left, lanes under their messages, before the
+    // network; another conversation's files are its own.
+    void restartShowsWhatWasKept()
     {
         {
             auto chat = newStore(ChatScope::project(2));
-            chat->absorb(feedOf({message(1, "user", "שלום", 100), message(2, "assistant", "hello", 101)},
-                                QStringLiteral("project:2")),
-                         true);
+            const auto handle = [&](QJsonObject fields) {
+                fields.insert(QStringLiteral("conversation_id"), QStringLiteral("project:2"));
+                chat->handle(frame(fields));
+            };
+            chat->absorb(
+                feedOf({message(1, "user", "שלום", 100), message(2, "assistant", "ok", 101),
+                        message(3, "user", "second", 102)},
+                       QStringLiteral("project:2")),
+                true);
+            handle({{"type", "run_started"}, {"run_id", "run_a"}, {"user_seq", 1}});
+            handle({{"type", "final"}, {"run_id", "run_a"}});
+            handle({{"type", "run_started"}, {"run_id", "run_b"}, {"user_seq", 3}});
+            handle({{"type", "delta"}, {"run_id", "run_b"}, {"text", "thinking"}});
             chat->flushDisk();
         }
         auto again = newStore(ChatScope::project(2));
         again->hydrate();
-        QCOMPARE(again->messages().size(), 2);
+        QCOMPARE(rowIds(*again),
+                 (QStringList{"seq:1", "lane:run_a", "seq:2", "seq:3", "lane:run_b"}));
+        QCOMPARE(again->rows()->rowCount(), 5);
         QCOMPARE(again->messages().first().text, QStringLiteral("שלום"));
-        QCOMPARE(again->cursor(), 2);
-        QCOMPARE(again->rows()->rowCount(), 2);
-        // The main conversation's transcript is another file.
+        QCOMPARE(again->lanes().first().text, QStringLiteral("thinking"));
+        QCOMPARE(again->cursor(), 3);
         auto main = newStore();
         main->hydrate();
         QVERIFY(main->messages().isEmpty());
-    }
-
-    void lanesStayUnderTheirMessageAcrossRestarts()
-    {
-        {
-            auto chat = newStore();
-            chat->absorb(feedOf({message(1, "user", "first", 100), message(2, "assistant", "ok", 101),
-                                 message(3, "user", "second", 102)}),
-                         true);
-            chat->handle(frame({{"type", "run_started"}, {"run_id", "run_a"}, {"user_seq", 1}}));
-            chat->handle(frame({{"type", "final"}, {"run_id", "run_a"}}));
-            chat->handle(frame({{"type", "run_started"}, {"run_id", "run_b"}, {"user_seq", 3}}));
-            chat->handle(frame({{"type", "delta"}, {"run_id", "run_b"}, {"text", "thinking"}}));
-            chat->flushDisk();
-        }
-        auto again = newStore();
-        again->hydrate();
-        QCOMPARE(rowIds(*again), (QStringList{"seq:1", "lane:run_a", "seq:2", "seq:3", "lane:run_b"}));
-        QCOMPARE(again->lanes().first().text, QStringLiteral("thinking"));
-        QVERIFY(AppData::setting(QStringLiteral("chat.laneAnchors.demo")).toMap().contains(QStringLiteral("run_b")));
     }
 
     void rowsChangeInPlace()
