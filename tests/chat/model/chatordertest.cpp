@@ -44,15 +44,16 @@ private slots:
     {
         QTest::addColumn<QStringList>("input");
         QTest::addColumn<QStringList>("expected");
-        const auto row = [](const char *name, const char *input, const char *expected) {
-            QTest::newRow(name) << QString::fromLatin1(input).split(u' ')
-                                << QString::fromLatin1(expected).split(u' ');
-        };
-        row("bridge ids as numbers, not text", "x:5:1:12 y:5:2:9", "y x");
-        row("bridge id is only a tie-break", "x:6:1:1 y:5:2:9", "y x");
-        row("equal keys keep arrival order", "c:5:0 a:5:0 b:5:0", "c a b");
-        row("equal bridge ids keep arrival order", "c:5:3:7 a:5:1:7 b:5:2:7", "c a b");
-        row("not a number sorts first", "a:1:1 b:nan:2", "b a");
+        QTest::newRow("bridge ids as numbers, not text")
+            << QStringList{"x:5:1:12", "y:5:2:9"} << QStringList{"y", "x"};
+        QTest::newRow("bridge id is only a tie-break")
+            << QStringList{"x:6:1:1", "y:5:2:9"} << QStringList{"y", "x"};
+        QTest::newRow("equal keys keep arrival order")
+            << QStringList{"c:5:0", "a:5:0", "b:5:0"} << QStringList{"c", "a", "b"};
+        QTest::newRow("equal bridge ids keep arrival order")
+            << QStringList{"c:5:3:7", "a:5:1:7", "b:5:2:7"} << QStringList{"c", "a", "b"};
+        QTest::newRow("not a number sorts first")
+            << QStringList{"a:1:1", "b:nan:2"} << QStringList{"b", "a"};
     }
 
     void orderMessages()
@@ -82,19 +83,17 @@ private slots:
         QTest::addColumn<QStringList>("messages");
         QTest::addColumn<QStringList>("lanes"); // "id:after"
         QTest::addColumn<QStringList>("rows");
-        const auto row = [](const char *name, const char *messages, const char *lanes,
-                            const char *rows) {
-            QTest::newRow(name) << QString::fromLatin1(messages).split(u' ')
-                                << QString::fromLatin1(lanes).split(u' ')
-                                << QString::fromLatin1(rows).split(u' ');
-        };
-        row("lanes under their message, in their order", "a:1:1 b:2:2 c:3:3", "run_y:2 run_x:2",
-            "seq:1 seq:2 lane:run_y lane:run_x seq:3");
-        row("unanchored lanes at the end, in order", "a:1:1 b:2:2",
-            "run_gone:9 run_x:1 run_new:0 run_neg:-1",
-            "seq:1 lane:run_x seq:2 lane:run_gone lane:run_new lane:run_neg");
-        row("a repeated seq takes the lane once", "a:1:1 b:2:1", "run_x:1",
-            "seq:1 lane:run_x seq:1");
+        QTest::newRow("lanes under their message, in their order")
+            << QStringList{"a:1:1", "b:2:2", "c:3:3"} << QStringList{"run_y:2", "run_x:2"}
+            << QStringList{"seq:1", "seq:2", "lane:run_y", "lane:run_x", "seq:3"};
+        QTest::newRow("unanchored lanes at the end, in order")
+            << QStringList{"a:1:1", "b:2:2"}
+            << QStringList{"run_gone:9", "run_x:1", "run_new:0", "run_neg:-1"}
+            << QStringList{"seq:1",         "lane:run_x",   "seq:2",
+                           "lane:run_gone", "lane:run_new", "lane:run_neg"};
+        QTest::newRow("a repeated seq takes the lane once")
+            << QStringList{"a:1:1", "b:2:1"} << QStringList{"run_x:1"}
+            << QStringList{"seq:1", "lane:run_x", "seq:1"};
     }
 
     void buildRows()

@@ -3,7 +3,6 @@
 
 #include "chat/outbox/chatoutbox.h"
 #include "net/jsonrecord.h"
-#include "platform/atomicfile.h"
 #include "support/testhome.h"
 #include "text/l.h"
 
@@ -80,7 +79,8 @@ OutboxState reloaded()
 
 QByteArray readFile(const QString &name)
 {
-    return AtomicFile::read(QDir(ChatOutbox::folderFor(key)).filePath(name)).value_or("");
+    QFile f(QDir(ChatOutbox::folderFor(key)).filePath(name));
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
 void writeFile(const QString &name, const QByteArray &bytes)

@@ -94,18 +94,16 @@ private slots:
         QCOMPARE(messages.first()[u"client_request_id"].toString(), id);
 
         const QJsonObject fields = received().last().toObject();
-        const QMap<QString, QString> expected{
-            {"client_request_id", id},
-            {"device", "iphone-native"},
-            {"submit", "1"},
-            {"early_ack", "1"},
-            {"reprocess", "0"},
-            {"conversation_id", project ? conversation : QString()},
-            {"project_id", project ? QString::number(project) : QString()}};
-        for (auto it = expected.begin(); it != expected.end(); ++it)
-            QCOMPARE(fields.value(it.key()).toString(), it.value());
+        QCOMPARE(fields.value(u"client_request_id").toString(), id);
+        QCOMPARE(fields.value(u"device").toString(), QStringLiteral("iphone-native"));
+        QCOMPARE(fields.value(u"submit").toString(), QStringLiteral("1"));
+        QCOMPARE(fields.value(u"early_ack").toString(), QStringLiteral("1"));
+        QCOMPARE(fields.value(u"reprocess").toString(), QStringLiteral("0"));
         QCOMPARE(fields.value(u"peak").toString().toDouble(), 0.5);
         QCOMPARE(fields.value(u"queued_at").toString().toDouble(), turn.created);
+        QCOMPARE(fields.value(u"conversation_id").toString(), project ? conversation : QString());
+        QCOMPARE(fields.value(u"project_id").toString(),
+                 project ? QString::number(project) : QString());
     }
 
     void aRecordingThatCannotBeKept_data()
