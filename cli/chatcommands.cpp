@@ -85,7 +85,8 @@ QString rendered(const QString &text)
 
 QString unavailable(const QString &sub)
 {
-    return L::t(u"‎chat %1‎ אינה זמינה בגרסה זו."_s, u"chat %1 is not available in this build."_s,
+    return L::t(u"‎chat %1‎ אינה זמינה בגרסה זו."_s,
+                u"chat %1 is not available in this build."_s,
                 u"chat %1 недоступна в этой сборке."_s)
         .arg(TerminalText::safe(sub));
 }
@@ -262,7 +263,8 @@ QCoro::Task<int> sendTurn(Invocation in, const Ports &ports)
                 Console::err(unavailable(u"send"_s));
                 co_return Usage;
             }
-            const std::optional<QString> shrunk = co_await devices->shrinkVideo(path0, scratch.path());
+            const std::optional<QString> shrunk =
+                co_await devices->shrinkVideo(path0, scratch.path());
             if (!shrunk)
                 co_return Refused;
             path = *shrunk;

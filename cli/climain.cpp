@@ -3,11 +3,12 @@
 #include "climain.h"
 
 #include "chatcommands.h"
+#include "clichats.h"
 #include "clivitals.h"
 #include "commandline.h"
+#include "console.h"
 #include "debugcommands.h"
 #include "devicecommands.h"
-#include "console.h"
 #include "healthcommands.h"
 #include "invocation.h"
 #include "outcome.h"
@@ -16,20 +17,17 @@
 #include "render.h"
 #include "sessioncommands.h"
 
-using namespace Qt::StringLiterals;
-
 #include "app/crash.h"
+#include "app/reportqueue.h"
+#include "chat/store/chatstores.h"
+#include "chat/transfer/chatbackgroundtransfer.h"
 #include "net/api.h"
 #include "net/networkmanager.h"
-#include "app/reportqueue.h"
 #include "platform/clock.h"
 #include "platform/ports.h"
 #include "platform/reachability.h"
 #include "platform/secretstore.h"
 #include "platform/sleeper.h"
-#include "chat/transfer/chatbackgroundtransfer.h"
-#include "chat/store/chatstores.h"
-#include "clichats.h"
 #include "session/session.h"
 #include "text/l.h"
 
@@ -39,6 +37,8 @@ using namespace Qt::StringLiterals;
 
 #include <functional>
 #include <map>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -101,20 +101,25 @@ int CliMain::run(int argc, char **argv)
         return DeviceCommands::handOver(argv);
 
     if (in.command == u"render") {
-        const int modes = int(in.isSet(u"html"_s)) + int(in.isSet(u"ansi"_s)) + int(in.isSet(u"plain"_s));
+        const int modes =
+            int(in.isSet(u"html"_s)) + int(in.isSet(u"ansi"_s)) + int(in.isSet(u"plain"_s));
         if (!in.args.isEmpty() || modes > 1) {
-            Console::err(L::t(u"שימוש: render [--html | --ansi | --plain]"_s, u"Usage: render [--html | --ansi | --plain]"_s,
+            Console::err(L::t(u"שימוש: render [--html | --ansi | --plain]"_s,
+                              u"Usage: render [--html | --ansi | --plain]"_s,
                               u"Использование: render [--html | --ansi | --plain]"_s));
             return Usage;
         }
-        const QString mode = in.isSet(u"html"_s) ? u"html"_s : in.isSet(u"plain"_s) ? u"plain"_s : u"ansi"_s;
+        const QString mode = in.isSet(u"html"_s)    ? u"html"_s
+                             : in.isSet(u"plain"_s) ? u"plain"_s
+                                                    : u"ansi"_s;
         return RenderCommand::run(mode);
     }
     const std::map<QString, Command> table = commands();
     const auto found = table.find(in.command);
     if (found == table.end()) {
         // Known to the help, not part of this build.
-        Console::err(L::t(u"הפקודה %1 אינה זמינה בגרסה זו."_s, u"%1 is not available in this build."_s,
+        Console::err(L::t(u"הפקודה %1 אינה זמינה בגרסה זו."_s,
+                          u"%1 is not available in this build."_s,
                           u"Команда %1 недоступна в этой сборке."_s)
                          .arg(in.command));
         return Usage;

@@ -8,6 +8,7 @@
 #include <QFile>
 #include <QMimeDatabase>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <unistd.h>
@@ -44,7 +45,7 @@ bool needed(const Invocation &in)
     const QString &sub = in.args.first();
     if (sub == u"play" || sub == u"record" || sub == u"transcribe")
         return true;
-    return sub == u"send" && (!in.voice.isEmpty() || std::any_of(in.files.begin(), in.files.end(), isVideo));
+    return sub == u"send" && (!in.voice.isEmpty() || std::ranges::any_of(in.files, isVideo));
 }
 
 int handOver(char **argv)

@@ -125,9 +125,14 @@ Api::Request Api::openRequest(const QString &path, const QByteArray &method,
     return r;
 }
 
+bool Api::closing() const
+{
+    return Shutdown::begun() || m_closing;
+}
+
 void Api::refuseWhenClosing() const
 {
-    if (Shutdown::begun() || m_closing)
+    if (closing())
         throw TransportError(QNetworkReply::OperationCanceledError, u"shutting down"_s);
 }
 
@@ -209,7 +214,7 @@ QCoro::Task<Api::Reply> Api::runGet(Request request)
         co_return co_await exchange(request);
     } catch (const Api::TransportError &error) {
         // A process that is ending sends nothing new: no retry to wait on.
-        if (!error.transient() || Shutdown::begun() || m_closing)
+        if (!error.transient() || closing())
             throw;
         qCDebug(lcNet) << "retrying once after" << error.text;
     }

@@ -223,6 +223,8 @@ public:
     }
 
 private:
+    // The process is ending or this object is going.
+    bool closing() const;
     QNetworkRequest plainRequest(const QString &path) const;
     Request openRequest(const QString &path, const QByteArray &method,
                         std::optional<QJsonObject> body = std::nullopt) const;

@@ -11,9 +11,10 @@ namespace Network {
 QNetworkAccessManager *create(QObject *parent);
 
 // Called once the event loop has ended and nothing will use the network again: deletes the
-// managers made here that a parent owns. Their exchanges were cancelled at shutdown, after the loop, and Qt's network
-// thread answers a cancel a moment later; deleting the manager waits for that thread, and what
-// it posted back is delivered, so nothing of those exchanges outlives the process as a leak.
+// managers made here that a parent owns. Their exchanges were cancelled at shutdown, after the
+// loop, and Qt's network thread answers a cancel a moment later; deleting the manager waits for
+// that thread, and what it posted back is delivered, so nothing of those exchanges outlives the
+// process as a leak.
 void settle();
 
 } // namespace Network

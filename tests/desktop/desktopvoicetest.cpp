@@ -102,18 +102,24 @@ class DesktopVoiceTest : public QObject, public VoiceRig
         return VoiceSource{VoiceSource::Kind::Speech, seq, {}, {}}.toMap();
     }
 
+    void shrinkFakely(ChatController &controller)
+    {
+        controller.files()->setShrink([this](QString, QString target,
+                                             VideoCompress::Progress progress,
+                                             VideoCompress::Stopped stopped) {
+            return fakeShrink(&shrink, target, progress, stopped);
+        });
+    }
+
     // The pictured conversation as the service holds it: the agent's spoken summary, the
     // user's voice note and an audio file. Made once; the store loads it like any other.
     ChatController *picturedChat()
     {
         if (pictured)
             return pictured.get();
-        static const char *const conversation = "project:41";
         const auto add = [&](QJsonObject message) {
-            message.insert("user", "demo");
-            message.insert("conversation_id", conversation);
-            message.insert("notify", false);
-            return service.control("POST", u"message"_s, message).value("seq").toInteger();
+            message.insert("conversation_id", "project:41");
+            return post(service, message);
         };
         summarySeq = add({{"role", "assistant"},
                           {"text", "Here is the summary you asked for."},
@@ -126,11 +132,7 @@ class DesktopVoiceTest : public QObject, public VoiceRig
              {"attachments", QJsonArray{QJsonObject{{"file_id", "memo"}, {"name", "memo.ogg"}}}}});
         pictured = std::make_unique<ChatController>(stage->chats, ChatScope::project(41),
                                                     u"demo"_s, u"user"_s);
-        pictured->files()->setShrink([this](QString, QString target,
-                                            VideoCompress::Progress progress,
-                                            VideoCompress::Stopped stopped) {
-            return fakeShrink(&shrink, target, progress, stopped);
-        });
+        shrinkFakely(*pictured);
         pictured->store()->prepare();
         pictured->store()->load();
         return pictured.get();
@@ -151,10 +153,7 @@ private slots:
         chat =
             std::make_unique<ChatController>(stage->chats, ChatScope::main(), u"demo"_s, u"user"_s);
         chat->store()->prepare();
-        files()->setShrink([this](QString, QString target, VideoCompress::Progress progress,
-                                  VideoCompress::Stopped stopped) {
-            return fakeShrink(&shrink, target, progress, stopped);
-        });
+        shrinkFakely(*chat);
         seq = post(service, u"Hello"_s);
     }
 
@@ -353,9 +352,7 @@ private slots:
         L::set(language);
         ChatController *shown = picturedChat();
         QTRY_COMPARE(shown->store()->messages().size(), 3);
-        service.control("POST", u"voice"_s,
-                        {{"user", "demo"},
-                         {"conversation_id", "project:41"},
+        script(service, {{"conversation_id", "project:41"},
                          {"seq", summarySeq},
                          {"seconds", QJsonArray{2.0, 3.0, 1.5}},
                          {"released", 3},

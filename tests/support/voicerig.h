@@ -44,18 +44,26 @@ struct VoiceRig {
     // A new message of the agent's for "demo", without a notification; its seq.
     static qint64 post(Service &service, const QString &text)
     {
-        const QJsonObject message{
-            {"user", "demo"}, {"role", "assistant"}, {"text", text}, {"notify", false}};
+        return post(service, QJsonObject{{"role", "assistant"}, {"text", text}});
+    }
+
+    // A message for "demo" with the fields given, without a notification; its seq.
+    static qint64 post(Service &service, QJsonObject message)
+    {
+        message.insert("user", "demo");
+        message.insert("notify", false);
         return service.control("POST", QStringLiteral("message"), message)
             .value(QStringLiteral("seq"))
             .toInteger();
     }
 
-    // Parts to make ("seconds") or to release so far ("released", "done").
+    // Parts to make ("seconds") or to release so far ("released", "done"), for seq unless the
+    // body names another message.
     void script(Service &service, QJsonObject body) const
     {
         body.insert("user", "demo");
-        body.insert("seq", seq);
+        if (!body.contains("seq"))
+            body.insert("seq", seq);
         const bool making = body.contains("seconds");
         service.control("POST", making ? QStringLiteral("voice") : QStringLiteral("voice/release"),
                         body);

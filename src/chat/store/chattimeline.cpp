@@ -431,7 +431,8 @@ void ChatTimeline::appendReply(const QString &runID, const QString &text,
     // Whichever comes first (frame, poll or fetch) shows the reply; the others find it there.
     if (m_answered.contains(runID))
         return;
-    ChatMessage reply = ChatMessage::make(u"assistant"_s, text, createdAt.value_or(m_clock.epochSeconds()));
+    ChatMessage reply =
+        ChatMessage::make(u"assistant"_s, text, createdAt.value_or(m_clock.epochSeconds()));
     reply.runID = runID;
     if (!voiceFile.isEmpty())
         reply.voiceFile = voiceFile;

@@ -138,7 +138,8 @@ QCoro::Task<bool> Recorder::start()
         co_return false;
     }
     m_format = m_deps.port->captureFormat();
-    auto file = std::make_unique<QFile>(QDir(m_deps.folder).filePath(freshName(m_deps.clock.now())));
+    const QString path = QDir(m_deps.folder).filePath(freshName(m_deps.clock.now()));
+    auto file = std::make_unique<QFile>(path);
     if (m_format.sampleRate <= 0 || !AppData::makeFolder(m_deps.folder) ||
         !file->open(QIODevice::WriteOnly | QIODevice::NewOnly) ||
         file->write(header(m_format.sampleRate, 0)) != 44) {
